@@ -1,0 +1,57 @@
+#pragma once
+
+#include "platform/concurrency/Task.hpp"
+
+#include <asio/bind_executor.hpp>
+#include <asio/co_spawn.hpp>
+#include <asio/post.hpp>
+#include <asio/this_coro.hpp>
+#include <asio/use_awaitable.hpp>
+
+#include <type_traits>
+#include <utility>
+
+namespace velto {
+
+/// The two places where code runs. `main` is the main actor: it alone touches the store context, the view
+/// models and every observable field. `pool` runs what blocks. Copy it freely.
+struct Executors {
+    Executor main;
+    Executor pool;
+};
+
+/// Runs `task` on `executor` and comes back to the caller's executor with its value or exception.
+template <typename T>
+Task<T> runOn(Executor executor, Task<T> task) {
+    co_return co_await asio::co_spawn(executor, std::move(task), asio::use_awaitable);
+}
+
+namespace detail {
+template <typename F>
+Task<std::invoke_result_t<F>> invokeAsTask(F function) {
+    co_return function();
+}
+} // namespace detail
+
+/// Runs the blocking `function` on the task pool and comes back to the caller's executor: the only way off the
+/// main actor. `function` is copied or moved into the pool; what it refers to must outlive the call.
+template <typename F>
+Task<std::invoke_result_t<F>> offload(Executors executors, F function) {
+    co_return co_await asio::co_spawn(executors.pool, detail::invokeAsTask(std::move(function)),
+                                      asio::use_awaitable);
+}
+
+/// Starts `task` on `executor` and does not wait for it. A task started this way handles its own failures: one
+/// that lets an exception out is a bug and ends the program with a log line.
+void spawn(Executor executor, Task<void> task);
+
+/// Gives way: the rest of the executor's queue runs before this coroutine goes on.
+Task<void> yieldNow();
+
+/// Names the calling thread as the main actor's. Called once by the composition root and by tests.
+void bindMainActor();
+
+/// Ends the program when a main actor is bound and the caller is on another thread.
+void assertMainActor();
+
+} // namespace velto

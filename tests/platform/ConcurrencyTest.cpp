@@ -1,0 +1,131 @@
+#include "platform/concurrency/Clock.hpp"
+#include "platform/concurrency/Executors.hpp"
+#include "platform/concurrency/Published.hpp"
+#include "platform/concurrency/TaskHandle.hpp"
+#include "platform/log/Log.hpp"
+#include "support/ManualClock.hpp"
+#include "support/TemporaryFolder.hpp"
+#include "support/TestRuntime.hpp"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <thread>
+
+namespace velto {
+namespace {
+
+using test::ManualClock;
+using test::TestRuntime;
+
+Task<std::thread::id> threadAfterOffload(Executors executors, std::thread::id& inside) {
+    inside = co_await offload(executors, [] { return std::this_thread::get_id(); });
+    co_return std::this_thread::get_id();
+}
+
+TEST(Concurrency, OffloadRunsElsewhereAndComesHome) {
+    TestRuntime runtime;
+    std::thread::id inside;
+    const auto home = runtime.run(threadAfterOffload(runtime.executors(), inside));
+    EXPECT_EQ(home, std::this_thread::get_id());
+    EXPECT_NE(inside, home);
+}
+
+Task<int> failing(Executors executors) {
+    co_return co_await offload(executors, []() -> int { throw std::runtime_error("disk full"); });
+}
+
+TEST(Concurrency, AnErrorCrossesFromThePool) {
+    TestRuntime runtime;
+    EXPECT_THROW(runtime.run(failing(runtime.executors())), std::runtime_error);
+}
+
+Task<int> untilCancelled(CancellationToken token) {
+    while (true) {
+        token.check();
+        co_await yieldNow();
+    }
+}
+
+Task<void> cancelAndWait(TaskHandle<int> handle) {
+    handle.cancel();
+    co_await handle.finished();
+}
+
+TEST(Concurrency, ACancelledTaskEndsAtItsCheckpoint) {
+    TestRuntime runtime;
+    const CancellationToken token;
+    const auto handle = TaskHandle<int>::start(runtime.executors(), runtime.executors().pool,
+                                               untilCancelled(token), token);
+    runtime.run(cancelAndWait(handle));
+    EXPECT_TRUE(handle.isDone());
+    EXPECT_THROW(runtime.run(handle.value()), CancellationError);
+}
+
+Task<void> sleepTwice(Clock& clock, int& woken) {
+    co_await clock.sleep(Seconds(2));
+    ++woken;
+    co_await clock.sleep(Seconds(0.1));
+    ++woken;
+}
+
+TEST(Concurrency, TheManualClockWakesExactlyWhoIsDue) {
+    TestRuntime runtime;
+    ManualClock clock(runtime.main());
+    int woken = 0;
+    spawn(runtime.main(), sleepTwice(clock, woken));
+    runtime.poll();
+    clock.advance(Seconds(1.999));
+    runtime.poll();
+    EXPECT_EQ(woken, 0);
+    clock.advance(Seconds(0.001));
+    runtime.poll();
+    EXPECT_EQ(woken, 1);
+    EXPECT_TRUE(clock.advanceToNextSleeper());
+    runtime.poll();
+    EXPECT_EQ(woken, 2);
+    EXPECT_EQ(clock.slept(), (std::vector<double>{2, 0.1}));
+}
+
+TEST(Published, TellsObserversUntilTheyLeave) {
+    Published<int> field(1);
+    std::vector<int> seen;
+    {
+        const Subscription subscription = field.subscribe([&](int value) { seen.push_back(value); });
+        field = 2;
+        field.mutate([](int& value) { value *= 10; });
+    }
+    field = 3;
+    EXPECT_EQ(seen, (std::vector<int>{2, 20}));
+    EXPECT_EQ(field.get(), 3);
+}
+
+TEST(Log, KeepsALineALine) {
+    const log::Capture capture;
+    log::line("name {}", "a\nb\x1b[2Jc");
+    EXPECT_EQ(capture.lines(), (std::vector<std::string>{"name a\\nb\\x1b[2Jc"}));
+}
+
+TEST(Log, TheFileIsForItsOwnerAndDated) {
+    const test::TemporaryFolder folder;
+    {
+        const auto sink = log::addFileSink(folder / "velto.log");
+        log::line("first");
+    }
+    const std::string text = test::readFile(folder / "velto.log");
+    EXPECT_NE(text.find("Z first\n"), std::string::npos);
+    using std::filesystem::perms;
+    EXPECT_EQ(std::filesystem::status(folder / "velto.log").permissions() & perms::all,
+              perms::owner_read | perms::owner_write);
+}
+
+TEST(Dates, ReadBackWhatWasWritten) {
+    const Date date = dateFromMicroseconds(1'778'000'123'456'000);
+    EXPECT_EQ(dateFromIso8601(iso8601(date)), date);
+    for (const char* wrong : {"", "2026-13-01T00:00:00Z", "2026-05-01T00:00:00", "2026-05-01 00:00:00Z",
+                              "2026-05-01T00:00:00.Z", "2026-05-01T00:00:00.1x3Z"})
+        EXPECT_FALSE(dateFromIso8601(wrong)) << wrong;
+}
+
+} // namespace
+} // namespace velto
