@@ -48,6 +48,8 @@ void ManualClock::wakeDue() {
     std::erase_if(sleepers_, [&](const Sleeper& sleeper) { return sleeper.due <= current; });
 }
 
-std::vector<double> ManualClock::slept() const { return slept_; }
+std::vector<double> ManualClock::slept() const {
+    return slept_;
+}
 
 } // namespace velto::test

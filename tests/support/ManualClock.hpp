@@ -25,6 +25,7 @@ class ManualClock final : public Clock {
 
     /// Every duration asked for so far, in seconds.
     [[nodiscard]] std::vector<double> slept() const;
+
     [[nodiscard]] std::size_t sleepers() const { return sleepers_.size(); }
 
   private:
@@ -32,6 +33,7 @@ class ManualClock final : public Clock {
         Date due;
         std::shared_ptr<Event> event;
     };
+
     void wakeDue();
 
     Executor main_;

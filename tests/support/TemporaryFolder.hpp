@@ -16,6 +16,7 @@ class TemporaryFolder {
     TemporaryFolder& operator=(const TemporaryFolder&) = delete;
 
     [[nodiscard]] const std::filesystem::path& path() const { return path_; }
+
     [[nodiscard]] std::filesystem::path operator/(std::string_view name) const { return path_ / name; }
 
     /// Writes a file below the folder, making its folders; its path.

@@ -26,7 +26,8 @@ void TestRuntime::run(Task<void> task) {
 void TestRuntime::runUntil(const std::function<bool()>& condition) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
     while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) throw std::runtime_error("the condition never came true");
+        if (std::chrono::steady_clock::now() > deadline)
+            throw std::runtime_error("the condition never came true");
         context_.restart();
         context_.run_one_for(std::chrono::milliseconds(20));
     }

@@ -18,6 +18,7 @@ class TestRuntime {
     ~TestRuntime();
 
     [[nodiscard]] Executors executors() { return {context_.get_executor(), pool_.get_executor()}; }
+
     [[nodiscard]] Executor main() { return context_.get_executor(); }
 
     /// Runs the main actor until `task` has ended; its value or exception.
@@ -33,6 +34,7 @@ class TestRuntime {
         if (*outcome) std::rethrow_exception(*outcome);
         return std::move(*value);
     }
+
     void run(Task<void> task);
 
     /// Runs the main actor until `condition` holds; fails the test (throws) after 60 s.

@@ -24,12 +24,13 @@ class ServiceError : public Error {
         scanCancelled,
     };
 
-    /// `payload` is the path, extension or pattern that the case's text ends with; `underlying` is the text of
-    /// the failure behind it, for the cases that can have one.
+    /// `payload` is the path, extension or pattern that the case's text ends with; `underlying` is the text
+    /// of the failure behind it, for the cases that can have one.
     explicit ServiceError(Case kind, const std::string& payload = {},
                           const std::optional<std::string>& underlying = std::nullopt);
 
     [[nodiscard]] Case kind() const { return kind_; }
+
     [[nodiscard]] const std::string& payload() const { return payload_; }
 
   private:

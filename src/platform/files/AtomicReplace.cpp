@@ -1,0 +1,48 @@
+#include "platform/files/AtomicReplace.hpp"
+
+#include "platform/core/Error.hpp"
+#include "platform/files/Descriptor.hpp"
+
+#include <fcntl.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <string>
+
+namespace velto::files {
+
+namespace {
+
+void writeAndSync(const std::string& path, std::string_view content) {
+    (void)::unlink(path.c_str()); // a left-over, or something else in its place
+    const Descriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
+    if (!file) throw SystemError(errno, "Cannot write", path);
+    while (!content.empty()) {
+        const ssize_t written = ::write(file.get(), content.data(), content.size());
+        if (written < 0 && errno == EINTR) continue;
+        if (written < 0) throw SystemError(errno, "Cannot write", path);
+        content.remove_prefix(static_cast<std::size_t>(written));
+    }
+    if (::fsync(file.get()) != 0) throw SystemError(errno, "Cannot write", path);
+}
+
+} // namespace
+
+void replaceFile(const std::filesystem::path& file, std::string_view content) {
+    const std::string fresh = file.string() + ".new";
+    try {
+        writeAndSync(fresh, content);
+        if (::rename(fresh.c_str(), file.c_str()) != 0)
+            throw SystemError(errno, "Cannot replace", file.string());
+    } catch (const SystemError&) {
+        (void)::unlink(fresh.c_str());
+        throw;
+    }
+    const std::filesystem::path parent = file.has_parent_path() ? file.parent_path() : ".";
+    const Descriptor folder(::open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    // Some file systems cannot sync a folder (EINVAL); the rename itself has happened by now.
+    if (!folder || (::fsync(folder.get()) != 0 && errno != EINVAL))
+        throw SystemError(errno, "Cannot write", parent.string());
+}
+
+} // namespace velto::files

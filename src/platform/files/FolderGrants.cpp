@@ -1,0 +1,129 @@
+#include "platform/files/FolderGrants.hpp"
+
+#include "platform/files/FileAttributes.hpp"
+#include "platform/log/Log.hpp"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <numeric>
+#include <optional>
+#include <string_view>
+
+namespace velto {
+
+namespace {
+
+/// A bookmark: this mark, device and inode (8 bytes each, most significant first), the absolute path. Kept on
+/// users' disks: do not change, make a new mark.
+constexpr std::array<std::uint8_t, 4> bookmarkMark = {'V', 'F', 'G', '1'};
+constexpr std::size_t headerBytes = bookmarkMark.size() + 16;
+
+struct Identity {
+    std::uint64_t device;
+    std::uint64_t inode;
+    bool operator==(const Identity&) const = default;
+};
+
+std::string_view text(FolderGrantError::Case kind) {
+    switch (kind) {
+    case FolderGrantError::Case::folderNotFound:
+        return "Folder not found: ";
+    case FolderGrantError::Case::notAFolder:
+        return "Not a folder: ";
+    case FolderGrantError::Case::folderNotReadable:
+        return "Folder not readable: ";
+    case FolderGrantError::Case::invalidBookmark:
+        return "The stored folder access is not valid";
+    }
+    return "";
+}
+
+Identity identityOf(const std::filesystem::path& folder) {
+    using Case = FolderGrantError::Case;
+
+    struct ::stat info {};
+
+    if (::stat(folder.c_str(), &info) != 0)
+        throw FolderGrantError(errno == EACCES ? Case::folderNotReadable : Case::folderNotFound, folder);
+    if (!S_ISDIR(info.st_mode)) throw FolderGrantError(Case::notAFolder, folder);
+    return {info.st_dev, info.st_ino};
+}
+
+void append(FolderGrants::Bookmark& bookmark, std::uint64_t number) {
+    for (int shift = 56; shift >= 0; shift -= 8)
+        bookmark.push_back(static_cast<std::uint8_t>(number >> shift));
+}
+
+std::uint64_t numberAt(const FolderGrants::Bookmark& bookmark, std::size_t at) {
+    std::uint64_t number = 0;
+    for (std::size_t i = at; i < at + 8; ++i)
+        number = number << 8 | bookmark[i];
+    return number;
+}
+
+std::string key(const std::filesystem::path& folder) {
+    std::string normal = std::filesystem::absolute(folder).lexically_normal().string();
+    while (normal.size() > 1 && normal.ends_with('/'))
+        normal.pop_back();
+    return normal;
+}
+
+} // namespace
+
+FolderGrantError::FolderGrantError(Case kind, const std::filesystem::path& path)
+    : Error(std::string(text(kind)) + path.string())
+    , kind_(kind) {}
+
+FolderGrants::Bookmark FolderGrants::makeBookmark(const std::filesystem::path& folder) {
+    const std::string path = key(folder);
+    const Identity identity = identityOf(path);
+    if (!files::isReadable(path)) throw FolderGrantError(FolderGrantError::Case::folderNotReadable, path);
+    Bookmark bookmark(bookmarkMark.begin(), bookmarkMark.end());
+    append(bookmark, identity.device);
+    append(bookmark, identity.inode);
+    bookmark.insert(bookmark.end(), path.begin(), path.end());
+    return bookmark;
+}
+
+FolderGrants::Resolved FolderGrants::resolve(const Bookmark& bookmark) {
+    const bool isBookmark = bookmark.size() > headerBytes &&
+                            std::equal(bookmarkMark.begin(), bookmarkMark.end(), bookmark.begin()) &&
+                            bookmark[headerBytes] == '/' &&
+                            std::find(bookmark.begin() + headerBytes, bookmark.end(), 0) == bookmark.end();
+    if (!isBookmark) throw FolderGrantError(FolderGrantError::Case::invalidBookmark);
+    const std::string path(bookmark.begin() + headerBytes, bookmark.end());
+    const Identity granted{numberAt(bookmark, bookmarkMark.size()),
+                           numberAt(bookmark, bookmarkMark.size() + 8)};
+    return {path, identityOf(path) != granted};
+}
+
+bool FolderGrants::startAccessing(const std::filesystem::path& folder) {
+    if (!files::isDirectory(folder) || !files::isReadable(folder)) return false;
+    ++active_[key(folder)];
+    return true;
+}
+
+void FolderGrants::stopAccessing(const std::filesystem::path& folder) {
+    const auto found = active_.find(key(folder));
+    if (found == active_.end()) {
+        log::line("⚠️ [ACCESS] Access to a folder was stopped that had not been started: {}",
+                  folder.string());
+        return;
+    }
+    if (--found->second == 0) active_.erase(found);
+}
+
+int FolderGrants::activeCount(const std::filesystem::path& folder) const {
+    const auto found = active_.find(key(folder));
+    return found == active_.end() ? 0 : found->second;
+}
+
+int FolderGrants::activeCount() const {
+    return std::accumulate(active_.begin(), active_.end(), 0,
+                           [](int sum, const auto& entry) { return sum + entry.second; });
+}
+
+} // namespace velto

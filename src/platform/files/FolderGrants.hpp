@@ -1,0 +1,63 @@
+#pragma once
+
+#include "platform/core/Error.hpp"
+
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace velto {
+
+/// A folder that cannot be granted or reached, or a grant that is no grant.
+class FolderGrantError : public Error {
+  public:
+    enum class Case {
+        folderNotFound,
+        notAFolder,
+        folderNotReadable,
+        invalidBookmark,
+    };
+
+    explicit FolderGrantError(Case kind, const std::filesystem::path& path = {});
+
+    [[nodiscard]] Case kind() const { return kind_; }
+
+  private:
+    Case kind_;
+};
+
+/// The user's leave to use a folder, as a durable token (a bookmark), and the bracket of a folder's use.
+/// Plain folder access stands behind it: a grant opens nothing, but it tells when the folder at its path is
+/// no longer the one that was granted. Confined to the main actor.
+class FolderGrants {
+  public:
+    using Bookmark = std::vector<std::uint8_t>;
+
+    struct Resolved {
+        std::filesystem::path path;
+        bool isStale; ///< another device or inode is at the path now; make a new bookmark
+    };
+
+    /// A token for an existing readable folder. Throws FolderGrantError.
+    [[nodiscard]] static Bookmark makeBookmark(const std::filesystem::path& folder);
+
+    /// Throws FolderGrantError: the bytes are no bookmark, or no folder is at its path.
+    [[nodiscard]] static Resolved resolve(const Bookmark& bookmark);
+
+    /// Begins a use of the folder; false (and nothing to stop) where it is missing, no folder or unreadable.
+    /// Each success needs one stopAccessing of the same path.
+    [[nodiscard]] bool startAccessing(const std::filesystem::path& folder);
+    /// Ends one use; of a folder that is not in use, a bug that is logged and otherwise ignored.
+    void stopAccessing(const std::filesystem::path& folder);
+
+    /// Uses begun and not ended yet, of one folder and of all.
+    [[nodiscard]] int activeCount(const std::filesystem::path& folder) const;
+    [[nodiscard]] int activeCount() const;
+
+  private:
+    std::map<std::string, int> active_;
+};
+
+} // namespace velto

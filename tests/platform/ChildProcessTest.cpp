@@ -1,0 +1,100 @@
+#include "platform/files/ChildProcess.hpp"
+#include "platform/core/Error.hpp"
+#include "support/TemporaryFolder.hpp"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <set>
+
+namespace velto::files {
+namespace {
+
+std::vector<std::string> shell(const std::string& script) {
+    return {"/bin/sh", "-c", script};
+}
+
+TEST(RunProcess, ArgumentsReachTheProgramAsTheyAre) {
+    const ProcessOutput output =
+        runProcess({"/usr/bin/printf", "%s|", "two words", "$HOME `id`; *", "", "line\nbreak", "\xFF"});
+    EXPECT_EQ(output.status, 0);
+    EXPECT_EQ(output.standardOutput, "two words|$HOME `id`; *||line\nbreak|\xFF|");
+}
+
+TEST(RunProcess, StatusesAndSignalsAreTold) {
+    const ProcessOutput failed = runProcess(shell("echo why >&2; exit 3"));
+    EXPECT_EQ(failed.status, 3);
+    EXPECT_EQ(failed.standardError, "why\n");
+    EXPECT_EQ(runProcess(shell("kill -KILL $$")).status, 128 + SIGKILL);
+    EXPECT_EQ(runProcess(shell("read line; echo got:$line")).standardOutput, "got:\n"); // input is empty
+    EXPECT_THROW(static_cast<void>(runProcess({"/nonexistent/program"})), SystemError);
+}
+
+TEST(RunProcess, FullPipesOnBothStreamsDoNotHang) {
+    const ProcessOutput output = runProcess(
+        shell("head -c 1000000 /dev/zero >&2; head -c 3000000 /dev/zero; head -c 1000000 /dev/zero >&2"));
+    EXPECT_EQ(output.standardOutput.size(), 3'000'000U);
+    EXPECT_EQ(output.standardError.size(), 2'000'000U);
+}
+
+TEST(RunProcess, AnEndlessOutputIsCutOff) {
+    try {
+        static_cast<void>(runProcess(shell("exec cat /dev/zero"), 1 << 20));
+        FAIL();
+    } catch (const SystemError& error) {
+        EXPECT_EQ(error.errorNumber(), EFBIG);
+    }
+}
+
+TEST(RunProcess, NoDescriptorIsInherited) {
+    const test::TemporaryFolder folder;
+    const int leaked = ::open(folder.path().c_str(), O_RDONLY); // without O_CLOEXEC
+    ASSERT_GE(leaked, 0);
+    const ProcessOutput output =
+        runProcess(shell("for n in 3 4 5 6 7 8 9; do [ -e /proc/self/fd/$n ] && echo $n; "
+                         "[ -e /proc/$$/fd/" +
+                         std::to_string(leaked) + " ] && echo leaked; done; true"));
+    ::close(leaked);
+    EXPECT_EQ(output.standardOutput.find("leaked"), std::string::npos) << output.standardOutput;
+}
+
+TEST(ChildProcess, ItsFirstLineIsReadAndItEndsWithItsOwner) {
+    pid_t identifier = -1;
+    {
+        ChildProcess child = ChildProcess::start(shell("echo http://127.0.0.1:1; echo more; cat >/dev/null"));
+        identifier = child.identifier();
+        EXPECT_EQ(child.readFirstLine(Seconds(30)), "http://127.0.0.1:1");
+        EXPECT_TRUE(child.isRunning());
+        ChildProcess moved = std::move(child);
+        EXPECT_FALSE(child.isRunning()); // NOLINT(bugprone-use-after-move): a moved-from child owns none
+        EXPECT_TRUE(moved.isRunning());
+    }
+    EXPECT_EQ(::kill(identifier, 0), -1);
+    EXPECT_EQ(errno, ESRCH); // ended and reaped
+}
+
+TEST(ChildProcess, ASilentOrDeadChildGivesNoLine) {
+    ChildProcess silent = ChildProcess::start({"/bin/cat"});
+    EXPECT_FALSE(silent.readFirstLine(Seconds(0.01)));
+    ChildProcess dead = ChildProcess::start(shell("printf partial"));
+    EXPECT_FALSE(dead.readFirstLine(Seconds(30)));
+    ChildProcess chatty = ChildProcess::start(shell("cat /dev/zero"));
+    EXPECT_FALSE(chatty.readFirstLine(Seconds(30)));
+}
+
+TEST(ChildProcess, OneThatIgnoresItsTermIsKilled) {
+    ChildProcess stubborn = ChildProcess::start(shell("trap '' TERM; echo ready; while :; do :; done"));
+    ASSERT_EQ(stubborn.readFirstLine(Seconds(30)), "ready");
+    const pid_t identifier = stubborn.identifier();
+    stubborn.terminate();
+    EXPECT_FALSE(stubborn.isRunning());
+    EXPECT_EQ(::kill(identifier, 0), -1);
+}
+
+} // namespace
+} // namespace velto::files

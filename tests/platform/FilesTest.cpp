@@ -1,0 +1,137 @@
+#include "platform/files/AtomicReplace.hpp"
+#include "platform/files/Base64.hpp"
+#include "platform/files/FileAttributes.hpp"
+#include "platform/files/FolderGrants.hpp"
+#include "platform/files/ServiceError.hpp"
+#include "platform/files/Sha256.hpp"
+#include "support/TemporaryFolder.hpp"
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <array>
+#include <filesystem>
+#include <stdexcept>
+
+namespace velto {
+namespace {
+
+namespace fs = std::filesystem;
+using test::TemporaryFolder;
+
+TEST(Sha256, AgreesWithThePublishedVectors) {
+    EXPECT_EQ(files::hexadecimal(files::sha256("abc"), 32),
+              "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+    EXPECT_EQ(files::hexadecimal(files::sha256(""), 8), "e3b0c44298fc1c14"); // the context is used again
+    EXPECT_EQ(files::hexadecimal(files::sha256(std::string(1'000'000, 'a')), 4), "cdc76e5c");
+}
+
+TEST(Base64, RoundTripsAndRefusesOtherTexts) {
+    for (const std::string& bytes : {std::string(), std::string("\0", 1), std::string("\xFF\x00", 2),
+                                     std::string("abc"), std::string(1'000, '\x80')}) {
+        const std::vector<std::uint8_t> raw(bytes.begin(), bytes.end());
+        EXPECT_EQ(files::fromBase64(files::base64(raw)), raw);
+    }
+    EXPECT_EQ(files::base64({'f', 'o', 'o', 'b'}), "Zm9vYg==");
+    for (const char* broken : {"Zg=", "Z===", "????", "=", "===="})
+        EXPECT_THROW(static_cast<void>(files::fromBase64(broken)), std::runtime_error) << broken;
+}
+
+TEST(ReplaceFile, ReplacesWholeAndLeavesNothingBeside) {
+    const TemporaryFolder folder;
+    const fs::path file = folder.write("defaults", std::string(10'000, 'x'));
+    folder.write("defaults.new", "left over from a crash");
+    files::replaceFile(file, "short");
+    EXPECT_EQ(test::readFile(file), "short");
+    EXPECT_FALSE(files::exists(folder / "defaults.new"));
+    EXPECT_EQ(fs::status(file).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+
+    fs::create_directories(folder / "taken" / "inside"); // a folder that is not empty cannot be replaced
+    EXPECT_THROW(files::replaceFile(folder / "taken", "x"), SystemError);
+    EXPECT_FALSE(files::exists(folder / "taken.new"));
+}
+
+TEST(FileAttributes, WhatCannotBeAskedIsAbsentOrFalse) {
+    const TemporaryFolder folder;
+    const fs::path file = folder.write("a", "x");
+    fs::create_symlink(folder / "nowhere", folder / "dangling");
+    EXPECT_TRUE(files::exists(file) && files::isRegularFile(file) && !files::isDirectory(file));
+    EXPECT_TRUE(files::isDirectory(folder.path()) && files::isReadable(folder.path()));
+    EXPECT_FALSE(files::exists(folder / "dangling"));
+    EXPECT_FALSE(files::isReadable(folder / "nothing"));
+    EXPECT_FALSE(files::creationDate(folder / "nothing"));
+    if (const auto made = files::creationDate(file)) { // not every file system keeps it
+        fs::last_write_time(file, fs::file_time_type::clock::now() - std::chrono::hours(1'000));
+        EXPECT_EQ(files::creationDate(file), made);
+    }
+}
+
+TEST(FolderGrants, ABookmarkKnowsItsFolder) {
+    const TemporaryFolder folder;
+    const fs::path music = folder / "Music \xFF";
+    fs::create_directory(music);
+    const auto bookmark = FolderGrants::makeBookmark(music / "");
+    EXPECT_EQ(FolderGrants::resolve(bookmark).path, music);
+    EXPECT_FALSE(FolderGrants::resolve(bookmark).isStale);
+
+    fs::rename(music, folder / "old"); // keeps the old inode in use
+    fs::create_directory(music);
+    EXPECT_TRUE(FolderGrants::resolve(bookmark).isStale);
+}
+
+FolderGrantError::Case failureOf(const FolderGrants::Bookmark& bookmark) {
+    try {
+        static_cast<void>(FolderGrants::resolve(bookmark));
+    } catch (const FolderGrantError& error) {
+        return error.kind();
+    }
+    throw std::logic_error("it resolved");
+}
+
+TEST(FolderGrants, MissingFoldersAndForeignBytesAreTypedErrors) {
+    using Case = FolderGrantError::Case;
+    const TemporaryFolder folder;
+    fs::create_directory(folder / "music");
+    const auto bookmark = FolderGrants::makeBookmark(folder / "music");
+    fs::remove(folder / "music");
+    EXPECT_EQ(failureOf(bookmark), Case::folderNotFound);
+    folder.write("music", "now a file");
+    EXPECT_EQ(failureOf(bookmark), Case::notAFolder);
+    EXPECT_THROW(static_cast<void>(FolderGrants::makeBookmark(folder / "music")), FolderGrantError);
+
+    auto withNul = bookmark, otherVersion = bookmark, relative = bookmark;
+    withNul.push_back(0);
+    otherVersion[3] = '2';
+    relative[20] = 'x';
+    const FolderGrants::Bookmark header(bookmark.begin(), bookmark.begin() + 20);
+    for (const auto& foreign : {FolderGrants::Bookmark{}, header, withNul, otherVersion, relative})
+        EXPECT_EQ(failureOf(foreign), Case::invalidBookmark);
+}
+
+TEST(FolderGrants, StartsAndStopsBalance) {
+    const TemporaryFolder folder;
+    const fs::path file = folder.write("file", "x");
+    FolderGrants grants;
+    EXPECT_FALSE(grants.startAccessing(folder / "nothing"));
+    EXPECT_FALSE(grants.startAccessing(file));
+    EXPECT_TRUE(grants.startAccessing(folder.path()));
+    EXPECT_TRUE(grants.startAccessing(folder.path() / ""));
+    EXPECT_EQ(grants.activeCount(folder.path()), 2);
+    grants.stopAccessing(folder.path());
+    grants.stopAccessing(folder.path());
+    grants.stopAccessing(folder.path()); // one too many is only logged
+    EXPECT_EQ(grants.activeCount(), 0);
+}
+
+TEST(ServiceError, TextsEndWithPayloadAndCause) {
+    using Case = ServiceError::Case;
+    EXPECT_EQ(ServiceError(Case::directoryAccessFailed, "/m").errorDescription(),
+              "Failed to access directory: /m");
+    EXPECT_EQ(ServiceError(Case::metadataWriteFailed, "/m/a.mp3", "disk full").errorDescription(),
+              "Failed to write metadata to: /m/a.mp3 - disk full");
+    EXPECT_EQ(ServiceError(Case::scanCancelled).errorDescription(), "Scan was cancelled");
+}
+
+} // namespace
+} // namespace velto

@@ -1,0 +1,4 @@
+velto_test(files_test
+  SOURCES ChildProcessTest.cpp FilesTest.cpp UserDefaultsTest.cpp
+  USES platform_files
+  LABELS concurrency)

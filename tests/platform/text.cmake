@@ -1,0 +1,3 @@
+velto_test(text_test
+  SOURCES TextTest.cpp
+  USES platform_text)
