@@ -1,0 +1,185 @@
+#include "platform/model/BackgroundSave.hpp"
+
+#include "platform/model/ContextState.hpp"
+#include "platform/model/ObjectAccess.hpp"
+
+#include <algorithm>
+#include <tuple>
+
+namespace velto::model {
+
+namespace {
+
+using ObjectState = ObjectAccess::State;
+
+constexpr std::size_t rowsPerTurn = 500; // about a millisecond of the main actor
+constexpr int turnsBeforeLast =
+    10'000; // whoever changes more than is captured does not hold a save up for ever
+
+} // namespace
+
+/// Puts the capture back when the coroutine goes before it could launch.
+struct BackgroundSave::Abort {
+    std::shared_ptr<BackgroundSave> save;
+
+    explicit Abort(std::shared_ptr<BackgroundSave> started)
+        : save(std::move(started)) {}
+
+    Abort(const Abort&) = delete;
+    Abort& operator=(const Abort&) = delete;
+
+    ~Abort() {
+        if (save->isLaunched_ || save->context_ == nullptr) return;
+        save->putBack();
+        save->end();
+    }
+};
+
+BackgroundSave::BackgroundSave(ModelContext& context, Executor main)
+    : context_(&context)
+    , writer_(context.state_->writer)
+    , ended_(std::move(main))
+    , deleted_(context.state_->codecs.size())
+    , promise_(std::make_shared<std::promise<void>>())
+    , written_(promise_->get_future()) {}
+
+Task<void> BackgroundSave::run(ModelContext& context, Executors executors) {
+    while (context.state_->backgroundSave) {
+        const auto running = context.state_->backgroundSave;
+        co_await running->ended_.wait();
+    }
+    const auto save = std::make_shared<BackgroundSave>(context, executors.main);
+    context.state_->backgroundSave = save;
+    const Abort abort(save);
+    for (int turn = 0; !save->capture(turn >= turnsBeforeLast); ++turn) {
+        co_await yieldNow();
+        if (save->context_ == nullptr) co_return;
+    }
+    save->launch();
+    // The promise is the job's alone: a job that is dropped unrun breaks it, and nobody waits for ever.
+    const auto job = [save, outcome = std::exchange(save->promise_, nullptr)] { save->write(*outcome); };
+    co_await offload(executors, job);
+    save->settle();
+    if (save->failure_) std::rethrow_exception(save->failure_);
+}
+
+bool BackgroundSave::capture(bool isLastTurn) {
+    auto& changed = context_->state_->pending.changed;
+    std::size_t room = rowsPerTurn;
+    for (std::size_t place = 0; place < changed.size(); ++place)
+        while (!changed[place].empty()) {
+            if (room == 0 && !isLastTurn) return false;
+            if (room > 0) --room;
+            const Ref<Object> object = std::move(changed[place].back());
+            changed[place].pop_back();
+            captureRow(object, place);
+        }
+    return true;
+}
+
+void BackgroundSave::captureRow(const Ref<Object>& object, std::size_t place) {
+    if (object->isDeleted()) return;
+    auto& changing = const_cast<Object&>(*object);
+    auto kind = ObjectAccess::isMarked(changing, ObjectAccess::relinked) ? RowChange::Kind::relink
+                                                                         : RowChange::Kind::update;
+    if (ObjectAccess::state(changing) == ObjectState::inserted) kind = RowChange::Kind::insert;
+    const auto [known, isNew] = places_.try_emplace(object.get(), captured_.size());
+    if (isNew) captured_.push_back({object, {kind, place, ObjectAccess::row(changing), nullptr, {}}});
+    RowChange& change = captured_[known->second].change;
+    change.kind = std::max(change.kind, kind); // the later capture holds what the earlier one was for
+    CaptureSink sink;
+    context_->state_->codecs[place].encode(changing, change.kind != RowChange::Kind::update, sink);
+    change.values = sink.take();
+    ObjectAccess::unmark(changing, ObjectAccess::dirty | ObjectAccess::relinked);
+}
+
+void BackgroundSave::launch() {
+    auto& state = *context_->state_;
+    isLaunched_ = true;
+    deleted_.swap(state.pending.deleted);
+    for (auto place = state.writeOrder.rbegin(); place != state.writeOrder.rend(); ++place)
+        for (const auto& object : deleted_[*place])
+            changes_.push_back({RowChange::Kind::remove, *place, ObjectAccess::row(*object), nullptr, {}});
+    const auto firstWritten = static_cast<std::ptrdiff_t>(changes_.size());
+    for (Captured& captured : captured_) {
+        if (captured.object->isDeleted()) continue;
+        changes_.push_back(std::move(captured.change));
+        captured.change = {changes_.back().kind, changes_.back().entity, changes_.back().row, nullptr, {}};
+        if (captured.change.kind == RowChange::Kind::insert)
+            ObjectAccess::setState(const_cast<Object&>(*captured.object), ObjectState::saved);
+    }
+    std::vector<std::size_t> rank(state.writeOrder.size());
+    for (std::size_t i = 0; i < rank.size(); ++i)
+        rank[state.writeOrder[i]] = i;
+    const auto key = [&](const RowChange& change) {
+        return std::tuple(change.kind == RowChange::Kind::insert, rank[change.entity], change.row);
+    };
+    std::sort(changes_.begin() + firstWritten, changes_.end(),
+              [&](const RowChange& left, const RowChange& right) { return key(left) < key(right); });
+}
+
+void BackgroundSave::write(std::promise<void>& outcome) {
+    try {
+        if (!changes_.empty()) writer_.write(changes_);
+        outcome.set_value();
+    } catch (...) {
+        outcome.set_exception(std::current_exception());
+    }
+}
+
+void BackgroundSave::settle() {
+    if (context_ == nullptr) return;
+    try {
+        written_.get();
+    } catch (...) {
+        failure_ = std::current_exception();
+        putBack();
+    }
+    end();
+}
+
+void BackgroundSave::giveWay() {
+    isLaunched_ ? settle() : putBack();
+}
+
+void BackgroundSave::abandon() {
+    if (isLaunched_) written_.wait();
+    context_ = nullptr;
+    ended_.set();
+}
+
+/// What was captured is pending again, on top of what was changed since.
+void BackgroundSave::putBack() {
+    auto& pending = context_->state_->pending;
+    for (const Captured& captured : captured_) {
+        if (captured.object->isDeleted()) continue;
+        auto& object = const_cast<Object&>(*captured.object);
+        if (captured.change.kind == RowChange::Kind::insert)
+            ObjectAccess::setState(object, ObjectState::inserted);
+        if (captured.change.kind != RowChange::Kind::update)
+            ObjectAccess::mark(object, ObjectAccess::relinked);
+        if (ObjectAccess::isMarked(object, ObjectAccess::dirty)) continue;
+        ObjectAccess::mark(object, ObjectAccess::dirty);
+        pending.changed[captured.change.entity].push_back(captured.object);
+    }
+    captured_.clear();
+    places_.clear();
+    for (std::size_t place = 0; place < deleted_.size(); ++place) {
+        for (auto& object : deleted_[place])
+            pending.deleted[place].push_back(std::move(object));
+        deleted_[place].clear();
+    }
+}
+
+void BackgroundSave::end() {
+    ModelContext* const context = std::exchange(context_, nullptr);
+    captured_.clear();
+    places_.clear();
+    deleted_.clear();
+    ended_.set();
+    for (auto& table : context->state_->tables)
+        table.tidy();
+    context->state_->backgroundSave.reset(); // may be the last that holds this
+}
+
+} // namespace velto::model

@@ -1,0 +1,147 @@
+#pragma once
+
+#include "platform/concurrency/Published.hpp"
+#include "platform/model/Entity.hpp"
+#include "platform/model/StoreError.hpp"
+
+#include <algorithm>
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+namespace velto::model {
+
+/// The objects that changed in one turn of the main actor, each once and in one of the lists. An object whose
+/// relationship list gained or lost a member counts as updated.
+struct ChangeSet {
+    std::vector<Ref<Object>> inserted;
+    std::vector<Ref<Object>> updated;
+    std::vector<Ref<Object>> deleted;
+
+    /// Whether any object of T is among them.
+    template <typename T>
+    [[nodiscard]] bool concerns() const {
+        return concerns(entityDescription<T>());
+    }
+
+    [[nodiscard]] bool concerns(const EntityDescription& entity) const;
+};
+
+/// The handle as one of T; null where the object is of another entity.
+template <typename T>
+[[nodiscard]] Ref<T> cast(const Ref<Object>& object) {
+    if (!object || &object->entity() != &entityDescription<T>()) return nullptr;
+    return Ref<T>(static_cast<const T*>(object.get()));
+}
+
+/// The objects of a store: one object per row, read whole on first need, changed in memory and written by
+/// save(). Confined to the main actor: every operation ends the program when it is called elsewhere. Failures
+/// are StoreErrors.
+class ModelContext {
+  public:
+    ~ModelContext();
+    ModelContext(const ModelContext&) = delete;
+    ModelContext& operator=(const ModelContext&) = delete;
+
+    /// All objects of T, pending ones included, in the order of their insertion. Linear in their number.
+    template <typename T>
+    [[nodiscard]] std::vector<Ref<T>> fetch() {
+        return fetch<T>([](const T&) { return true; });
+    }
+
+    /// Those of which `predicate(const T&)` holds.
+    template <typename T, typename Predicate>
+    [[nodiscard]] std::vector<Ref<T>> fetch(Predicate predicate) {
+        std::vector<Ref<T>> found;
+        forEach(entityDescription<T>(), [&](const Object& object) {
+            const T& candidate = static_cast<const T&>(object);
+            if (predicate(candidate)) found.push_back(Ref<T>(candidate));
+        });
+        return found;
+    }
+
+    /// The same in the order of `less(const T&, const T&)`; equal ones in the order of their insertion.
+    template <typename T, typename Predicate, typename Less>
+    [[nodiscard]] std::vector<Ref<T>> fetch(Predicate predicate, Less less) {
+        std::vector<Ref<T>> found = fetch<T>(std::move(predicate));
+        std::stable_sort(found.begin(), found.end(),
+                         [&](const Ref<T>& left, const Ref<T>& right) { return less(*left, *right); });
+        return found;
+    }
+
+    template <typename T>
+    [[nodiscard]] std::size_t count() {
+        return count(entityDescription<T>());
+    }
+
+    /// The object whose unique attribute has this value, pending ones included; null where there is none.
+    /// Constant time.
+    template <typename T>
+    [[nodiscard]] Ref<T> findUnique(std::string_view attribute, std::string_view value) {
+        return Ref<T>(static_cast<const T*>(findUnique(entityDescription<T>(), attribute, value)));
+    }
+
+    template <typename T>
+    [[nodiscard]] Ref<T> findUnique(std::string_view attribute, const Uuid& value) {
+        return findUnique<T>(attribute, std::string_view(reinterpret_cast<const char*>(value.bytes.data()),
+                                                         value.bytes.size()));
+    }
+
+    /// The object of this identity; null where it is none of T or is gone. Logarithmic at worst.
+    template <typename T>
+    [[nodiscard]] Ref<T> find(PersistentIdentifier identifier) {
+        return Ref<T>(static_cast<const T*>(find(entityDescription<T>(), identifier)));
+    }
+
+    /// Registers the object and all that it is related to. Once inserted it stays where it is.
+    void insert(const Ref<Object>& object);
+
+    /// Deletes the object by the delete rules, in memory at once and in the store with the next save.
+    void remove(const Ref<Object>& object);
+
+    /// True while a save would write something.
+    [[nodiscard]] bool hasChanges() const;
+
+    /// Writes all pending changes in one transaction. On failure nothing is written, the objects keep their
+    /// changes, and a later save writes them.
+    void save();
+
+    /// Reads the whole store now rather than at the first fetch.
+    void load();
+
+    /// Calls `observer` on the main actor with what changed, coalesced, at the end of a turn.
+    [[nodiscard]] Subscription observe(std::function<void(const ChangeSet&)> observer);
+
+    /// Says how to run something later on the main actor (posting to its executor). Without it changes are
+    /// delivered by deliverChanges() alone.
+    void deliverChangesThrough(std::function<void(std::function<void()>)> post);
+
+    /// Delivers what has changed so far, now.
+    void deliverChanges();
+
+  private:
+    friend class ModelContainer;
+    friend class Object;
+    friend class ToOneBase;
+    friend class BackgroundSave;
+    friend struct BackgroundLoad;
+    class State;
+
+    explicit ModelContext(std::unique_ptr<State> state);
+
+    void forEach(const EntityDescription& entity, const std::function<void(const Object&)>& visit);
+    [[nodiscard]] std::size_t count(const EntityDescription& entity);
+    [[nodiscard]] const Object* findUnique(const EntityDescription& entity, std::string_view attribute,
+                                           std::string_view value);
+    [[nodiscard]] const Object* find(const EntityDescription& entity, PersistentIdentifier identifier);
+    void adopt(Object& object);
+    void noteWrite(const Object& object);
+    void noteView(const Object& object);
+    [[nodiscard]] Subscription observe(const Object& object, std::function<void()> observer);
+
+    std::unique_ptr<State> state_;
+};
+
+} // namespace velto::model

@@ -1,0 +1,56 @@
+#pragma once
+
+#include "platform/model/Object.hpp"
+
+#include <cstdint>
+#include <vector>
+
+namespace velto::model {
+
+/// Owns the objects of one entity, in the order of their row ids, which is that of their insertion.
+class ObjectTable {
+  public:
+    ObjectTable() = default;
+    ObjectTable(ObjectTable&& other) noexcept = default;
+    ObjectTable& operator=(ObjectTable&& other) = delete;
+    /// Takes all objects out of their context and their relationships apart, and drops them.
+    ~ObjectTable();
+
+    /// Appends and retains; the object gets the next row id.
+    void insert(Object& object);
+    /// Appends an object that carries its row id already, and takes the maker's reference over.
+    void adopt(Object& object);
+    /// Takes the object out; the caller gets the table's reference.
+    void remove(const Object& object);
+
+    [[nodiscard]] Object* find(std::int64_t row) const;
+
+    [[nodiscard]] std::size_t size() const { return entries_.size() - holes_; }
+
+    /// `visit(Object&)` for each object that is there at the start and still there at its turn.
+    template <typename F>
+    void forEach(F visit) const {
+        const std::size_t end = entries_.size();
+        for (std::size_t i = 0; i < end && i < entries_.size(); ++i)
+            if (entries_[i].object != nullptr) visit(*entries_[i].object);
+    }
+
+    void swap(ObjectTable& other) noexcept;
+
+    /// Closes the gaps where they are many. Not while iterating.
+    void tidy();
+
+  private:
+    struct Entry {
+        std::int64_t row;
+        Object* object; ///< null: was removed
+    };
+
+    [[nodiscard]] const Entry* entry(std::int64_t row) const;
+
+    std::vector<Entry> entries_;
+    std::size_t holes_ = 0;
+    std::int64_t nextRow_ = 1;
+};
+
+} // namespace velto::model

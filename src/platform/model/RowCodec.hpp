@@ -1,0 +1,98 @@
+#pragma once
+
+#include "platform/model/Entity.hpp"
+#include "platform/model/Sqlite.hpp"
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+namespace velto::model {
+
+/// A row's values apart from its object, so that they can be written on another thread.
+using CapturedRow = std::vector<std::variant<std::monostate, std::int64_t, double, std::string>>;
+
+/// Takes an object's values, one parameter after the other.
+class RowSink {
+  public:
+    virtual ~RowSink() = default;
+    virtual void null(int parameter) = 0;
+    virtual void integer(int parameter, std::int64_t value) = 0;
+    virtual void real(int parameter, double value) = 0;
+    /// `isLasting`: the text lives as long as the object stays as it is.
+    virtual void text(int parameter, std::string_view value, bool isLasting) = 0;
+};
+
+/// An entity's SQL and the way between its objects and rows. Parameter 1 of each statement is the row's id;
+/// the attributes follow in their order, then the single-valued relationships.
+class RowCodec {
+  public:
+    explicit RowCodec(const EntityDescription& entity)
+        : entity_(entity) {}
+
+    [[nodiscard]] const EntityDescription& entity() const { return entity_; }
+
+    [[nodiscard]] std::vector<std::string> createStatements() const;
+    [[nodiscard]] std::string selectAll() const;
+    [[nodiscard]] std::string insertRow() const;
+    [[nodiscard]] std::string updateRow(bool withRelationships) const;
+    [[nodiscard]] std::string deleteRow() const;
+
+    void encode(Object& object, bool withRelationships, RowSink& sink) const;
+
+    /// Fills an empty object from the statement's row. `targets` gets the row ids of its single-valued
+    /// relationships, 0 where none. Throws StoreError (damaged) at a value that breaks the rules.
+    void decode(const Statement& row, const Database& database, Object& object,
+                std::vector<std::int64_t>& targets) const;
+
+  private:
+    [[nodiscard]] std::vector<std::string> columns() const;
+
+    const EntityDescription& entity_;
+};
+
+/// Binds values to a statement; lasting texts are not copied.
+class StatementSink final : public RowSink {
+  public:
+    explicit StatementSink(Statement& statement)
+        : statement_(statement) {}
+
+    void null(int parameter) override { statement_.bindNull(parameter); }
+
+    void integer(int parameter, std::int64_t value) override { statement_.bind(parameter, value); }
+
+    void real(int parameter, double value) override { statement_.bind(parameter, value); }
+
+    void text(int parameter, std::string_view value, bool isLasting) override {
+        isLasting ? statement_.bindBorrowed(parameter, value) : statement_.bindCopied(parameter, value);
+    }
+
+  private:
+    Statement& statement_;
+};
+
+class CaptureSink final : public RowSink {
+  public:
+    void null(int parameter) override { put(parameter, std::monostate()); }
+
+    void integer(int parameter, std::int64_t value) override { put(parameter, value); }
+
+    void real(int parameter, double value) override { put(parameter, value); }
+
+    void text(int parameter, std::string_view value, bool) override { put(parameter, std::string(value)); }
+
+    [[nodiscard]] CapturedRow take() { return std::move(row_); }
+
+  private:
+    template <typename V>
+    void put(int parameter, V value) {
+        row_.resize(static_cast<std::size_t>(parameter));
+        row_.back() = std::move(value);
+    }
+
+    CapturedRow row_;
+};
+
+} // namespace velto::model

@@ -1,0 +1,160 @@
+#include "platform/model/StoreFile.hpp"
+
+#include <fmt/format.h>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+
+namespace velto::model {
+
+namespace {
+
+namespace fs = std::filesystem;
+using Case = StoreError::Case;
+
+constexpr std::int64_t applicationId = 0x566C746F; // "Vlto": marks the file as ours, do not change
+constexpr std::string_view magic("SQLite format 3\0", 16);
+constexpr int busyMilliseconds = 2'000; // for a backup program that reads the store; the main actor waits
+
+[[noreturn]] void fail(const fs::path& store, int errorNumber) {
+    char buffer[256];
+    const std::string reason = strerror_r(errorNumber, buffer, sizeof buffer);
+    if (errorNumber == ENOSPC || errorNumber == EDQUOT) throw StoreError(Case::diskFull, store, reason);
+    if (errorNumber == EROFS) throw StoreError(Case::readOnly, store, reason);
+    throw StoreError(Case::cannotOpen, store, reason);
+}
+
+files::Descriptor openFile(const fs::path& path, int flags) {
+    return files::Descriptor(::open(path.c_str(), flags | O_CLOEXEC, 0600));
+}
+
+std::uint32_t bigEndian32(const unsigned char* bytes) {
+    return (std::uint32_t{bytes[0]} << 24U) | (std::uint32_t{bytes[1]} << 16U) |
+           (std::uint32_t{bytes[2]} << 8U) | bytes[3];
+}
+
+void checkIdentity(const fs::path& store, std::int64_t identity, std::int64_t version, const Schema& schema) {
+    if (identity != applicationId) throw StoreError(Case::notAStore, store, "another program's database");
+    const std::int64_t own = schema.version.encoded();
+    if (version == own) return;
+    const auto text = fmt::format("{}.{}.{}", version / 1'000'000, version / 1'000 % 1'000, version % 1'000);
+    throw StoreError(version > own ? Case::newerVersion : Case::olderVersion, store, "version " + text);
+}
+
+/// Refuses by the file's first bytes what is no store of ours, before SQLite gets to touch it. False where
+/// there is no file, or an empty one.
+bool isStoreThere(const fs::path& store, const Schema& schema) {
+    const auto file = openFile(store, O_RDONLY);
+    if (!file) {
+        if (errno == ENOENT) return false;
+        fail(store, errno);
+    }
+
+    struct stat attributes {};
+
+    if (::fstat(file.get(), &attributes) != 0) fail(store, errno);
+    if (!S_ISREG(attributes.st_mode)) throw StoreError(Case::cannotOpen, store, "it is not a regular file");
+    if (attributes.st_size == 0) return false;
+    std::array<unsigned char, 100> header{};
+    const auto count = ::pread(file.get(), header.data(), header.size(), 0);
+    if (count < 0) fail(store, errno);
+    if (count < static_cast<ssize_t>(header.size()) ||
+        std::memcmp(header.data(), magic.data(), magic.size()) != 0)
+        throw StoreError(Case::notAStore, store, "its first bytes are not a database's");
+    checkIdentity(store, bigEndian32(header.data() + 68), bigEndian32(header.data() + 60), schema);
+    ::fchmod(file.get(), 0600); // holds the user's playlists; what SQLite puts beside it takes the same mode
+    return true;
+}
+
+void createTables(Database& database, const Schema& schema) {
+    Transaction transaction(database);
+    for (const auto* entity : schema.entities)
+        for (const auto& statement : RowCodec(*entity).createStatements())
+            database.execute(statement);
+    database.execute(fmt::format("PRAGMA application_id = {}", applicationId));
+    database.execute(fmt::format("PRAGMA user_version = {}", schema.version.encoded()));
+    transaction.commit();
+}
+
+/// Makes the store beside its place and moves it there whole: whoever is killed meanwhile leaves no half
+/// store.
+void createStore(const fs::path& store, const Schema& schema) {
+    const fs::path draft = store.string() + ".new";
+    for (const char* rest : {"", "-journal", "-wal", "-shm"})
+        ::unlink((draft.string() + rest).c_str());
+    {
+        const auto file = openFile(draft, O_RDWR | O_CREAT | O_EXCL);
+        if (!file) fail(store, errno);
+    }
+    {
+        Database database(draft.string(), store, SQLITE_OPEN_READWRITE);
+        createTables(database, schema);
+        database.execute("PRAGMA journal_mode = WAL");
+    }
+    if (::rename(draft.c_str(), store.c_str()) != 0) fail(store, errno);
+    const auto folder =
+        openFile(store.parent_path().empty() ? "." : store.parent_path(), O_RDONLY | O_DIRECTORY);
+    if (folder) ::fsync(folder.get());
+}
+
+void configure(Database& database) {
+    sqlite3_busy_timeout(database.handle(), busyMilliseconds);
+    database.execute("PRAGMA foreign_keys = ON");
+    database.execute("PRAGMA synchronous = FULL");
+    database.execute("PRAGMA trusted_schema = OFF");
+    database.execute("PRAGMA journal_size_limit = 67108864"); // a large scan's log does not stay on the disk
+}
+
+void checkTables(Database& database, const Schema& schema) {
+    for (const auto* entity : schema.entities) {
+        try {
+            const Statement probe(database, RowCodec(*entity).selectAll());
+        } catch (const StoreError& error) {
+            if (error.errorCase() != Case::failed) throw;
+            throw database.damaged("the table " + entity->name() + " is not as it should be");
+        }
+    }
+}
+
+} // namespace
+
+StoreLock::StoreLock(const fs::path& store) {
+    const fs::path path = store.string() + ".lock";
+    descriptor_ = openFile(path, O_RDWR | O_CREAT | O_NOFOLLOW);
+    if (!descriptor_) fail(store, errno);
+    if (::flock(descriptor_.get(), LOCK_EX | LOCK_NB) == 0) return;
+    if (errno == EWOULDBLOCK) throw StoreError(Case::inUse, store, "");
+    fail(store, errno);
+}
+
+std::unique_ptr<Database> openStore(const Schema& schema, const ModelConfiguration& configuration) {
+    const fs::path& store = configuration.storePath;
+    if (configuration.isMemoryOnly) {
+        auto database =
+            std::make_unique<Database>(":memory:", store, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+        configure(*database);
+        createTables(*database, schema);
+        return database;
+    }
+    if (!isStoreThere(store, schema)) createStore(store, schema);
+    auto database = std::make_unique<Database>(store.string(), store, SQLITE_OPEN_READWRITE);
+    // Until it is known to be ours nothing may be folded into the file, not even when it is closed again.
+    sqlite3_db_config(database->handle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+    sqlite3_busy_timeout(database->handle(), busyMilliseconds);
+    checkIdentity(store, database->integer("PRAGMA application_id"), database->integer("PRAGMA user_version"),
+                  schema);
+    checkTables(*database, schema);
+    if (sqlite3_db_readonly(database->handle(), "main") == 1)
+        throw StoreError(Case::readOnly, store, "its file or its folder is read-only");
+    configure(*database);
+    sqlite3_db_config(database->handle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr);
+    return database;
+}
+
+} // namespace velto::model

@@ -1,0 +1,43 @@
+#include "store/CanonicalSignature.hpp"
+
+#include "platform/text/Text.hpp"
+
+#include <array>
+#include <charconv>
+#include <cmath>
+
+namespace velto {
+
+namespace {
+
+void appendNormalised(std::string& signature, const std::optional<std::string>& text) {
+    if (text) signature += text::trimmedView(text::lowercased(*text));
+    signature += '|';
+}
+
+} // namespace
+
+std::string shortestDecimal(double value) {
+    const double magnitude = std::abs(value);
+    const bool isPlain = magnitude == 0 || (magnitude >= 1e-4 && magnitude <= 0x1p53);
+    std::array<char, 40> buffer{};
+    const auto format = isPlain ? std::chars_format::fixed : std::chars_format::scientific;
+    const auto [end, error] = std::to_chars(buffer.data(), buffer.data() + buffer.size(), value, format);
+    std::string text(buffer.data(), end);
+    if (isPlain && text.find('.') == std::string::npos) text += ".0";
+    return text;
+}
+
+std::string canonicalSig(const std::optional<std::string>& artist, const std::optional<std::string>& title,
+                         const std::optional<std::string>& album, std::optional<double> durationSec) {
+    std::string signature;
+    signature.reserve((artist ? artist->size() : 0) + (title ? title->size() : 0) +
+                      (album ? album->size() : 0) + 12);
+    appendNormalised(signature, artist);
+    appendNormalised(signature, title);
+    appendNormalised(signature, album);
+    signature += shortestDecimal(durationSec ? std::round(*durationSec * 10.0) / 10.0 : 0.0);
+    return signature;
+}
+
+} // namespace velto

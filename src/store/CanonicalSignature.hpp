@@ -1,0 +1,21 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace velto {
+
+/// Names a song independently of file and machine: artist, title and album lower-cased and trimmed, and the
+/// duration to a tenth of a second, joined by "|" ("a|b|c|215.3"). Absent texts are empty, an absent duration
+/// is 0.0. The backend and stored tracks hold this text: its form must not change. Any thread.
+[[nodiscard]] std::string canonicalSig(const std::optional<std::string>& artist,
+                                       const std::optional<std::string>& title,
+                                       const std::optional<std::string>& album,
+                                       std::optional<double> durationSec);
+
+/// The shortest decimal form that reads back as the same double, with a fractional part ("0.0", "215.3",
+/// "1234.0"); above 2^53 and below 1e-4 with an exponent ("1e+16", "5e-05").
+[[nodiscard]] std::string shortestDecimal(double value);
+
+} // namespace velto

@@ -1,0 +1,24 @@
+#pragma once
+
+#include "platform/core/Date.hpp"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace velto {
+
+/// One discovered file.
+struct FileSystemInfo {
+    std::string absPath;
+    std::string relPath; ///< below the library's root, without a leading slash: names the file in its library
+    std::string filename; ///< last component of absPath, with its extension
+    std::string ext;      ///< lower case, without the dot
+    std::int64_t sizeBytes = 0;
+    Date mtime;
+    std::optional<std::uint64_t> inode;
+
+    bool operator==(const FileSystemInfo&) const = default;
+};
+
+} // namespace velto

@@ -1,0 +1,46 @@
+#include "store/Library.hpp"
+
+#include "platform/text/RelativeDate.hpp"
+#include "store/FileItem.hpp"
+#include "store/ScanRun.hpp"
+
+#include <fmt/format.h>
+
+namespace velto {
+
+Library::Library(std::string itsName, std::string itsRootPath, std::optional<std::string> itsIncludeGlob,
+                 std::optional<std::string> itsExcludeGlob, bool itsIsEnabled) {
+    auto& fields = edit();
+    fields.name = std::move(itsName);
+    fields.rootPath = std::move(itsRootPath);
+    fields.includeGlob = std::move(itsIncludeGlob);
+    fields.excludeGlob = std::move(itsExcludeGlob);
+    fields.isEnabled = itsIsEnabled;
+}
+
+model::EntityDescription Library::describe() {
+    using model::DeleteRule;
+    return model::EntityBuilder<Library>("Library")
+        .uniqueAttribute<&LibraryFields::name>("name")
+        .attribute<&LibraryFields::rootPath>("rootPath")
+        .attribute<&LibraryFields::includeGlob>("includeGlob")
+        .attribute<&LibraryFields::excludeGlob>("excludeGlob")
+        .attribute<&LibraryFields::isEnabled>("isEnabled")
+        .attribute<&LibraryFields::lastScanStartedAt>("lastScanStartedAt")
+        .attribute<&LibraryFields::lastScanFinishedAt>("lastScanFinishedAt")
+        .attribute<&LibraryFields::lastSyncedAt>("lastSyncedAt")
+        .toMany<&LibraryFields::files, &FileItemFields::library>("files", DeleteRule::cascade)
+        .toMany<&LibraryFields::scanRuns, &ScanRunFields::library>("scanRuns", DeleteRule::cascade)
+        .build();
+}
+
+std::string Library::trackCountText() const {
+    return files.size() == 1 ? "1 track" : fmt::format("{} tracks", files.size());
+}
+
+std::string Library::lastImportText(Date now) const {
+    if (!lastScanFinishedAt) return "Never imported";
+    return "Last import: " + text::relativeDate(*lastScanFinishedAt, now);
+}
+
+} // namespace velto

@@ -1,0 +1,179 @@
+#include "ModelLibrary.hpp"
+
+#include <sys/stat.h>
+
+#include <csignal>
+#include <fstream>
+
+namespace velto::model::test {
+namespace {
+
+class ModelStoreFile : public ModelTest {
+  protected:
+    /// A store with a shelf, two books and a loan, closed again.
+    void makeStore() {
+        open();
+        const auto shelf = addShelf("shelf");
+        make<Book>(shelf)->edit().title = "one";
+        const auto second = make<Book>(shelf);
+        second->edit().title = "two";
+        second->edit().tags = std::vector<std::string>{"tag"};
+        make<Loan>("ann", second);
+        context().save();
+        container.reset();
+    }
+
+    void overwrite(std::streamoff offset, const std::string& bytes) const {
+        std::fstream file(storePath(), std::ios::in | std::ios::out | std::ios::binary);
+        file.seekp(offset);
+        file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    }
+
+    /// SQL on tables that take any value, as a damaged file would hold it.
+    void corrupt(const std::string& statement) const {
+        sql("PRAGMA writable_schema = ON; PRAGMA foreign_keys = OFF; "
+            "UPDATE sqlite_schema SET sql = replace(replace(sql, ' STRICT', ''), ' NOT NULL', '') "
+            "WHERE type = 'table'");
+        sql("PRAGMA foreign_keys = OFF; " + statement);
+    }
+};
+
+TEST_F(ModelStoreFile, WhatIsNoUsableStoreIsRefusedAndLeftAsItWas) {
+    struct Refusal {
+        const char* name;
+        StoreError::Case expected;
+        std::function<void()> prepare;
+    };
+
+    const std::vector<Refusal> refusals{
+        {"garbage", StoreError::Case::notAStore,
+         [&] { folder.write("library.store", std::string(5000, 'g')); }},
+        {"short garbage", StoreError::Case::notAStore, [&] { folder.write("library.store", "x"); }},
+        {"another program's database", StoreError::Case::notAStore,
+         [&] { sql("CREATE TABLE theirs (a); INSERT INTO theirs VALUES (1)"); }},
+        {"a newer version", StoreError::Case::newerVersion,
+         [&] {
+             makeStore();
+             sql("PRAGMA user_version = 1000001");
+         }},
+        {"a store without one of its tables", StoreError::Case::damaged,
+         [&] {
+             makeStore();
+             sql("DROP TABLE Loan");
+         }},
+        {"a header with nothing behind it", StoreError::Case::damaged,
+         [&] {
+             makeStore();
+             std::filesystem::resize_file(storePath(), 4096);
+             overwrite(100, std::string(3996, '\x5A'));
+         }},
+    };
+    for (const auto& refusal : refusals) {
+        SCOPED_TRACE(refusal.name);
+        refusal.prepare();
+        const std::string before = velto::test::readFile(storePath());
+        EXPECT_EQ(failureOf([&] { open(); }), refusal.expected);
+        EXPECT_EQ(velto::test::readFile(storePath()), before);
+        for (const char* rest : {"", "-wal", "-shm"})
+            std::filesystem::remove(storePath().string() + rest);
+    }
+}
+
+TEST_F(ModelStoreFile, PlacesThatCannotHoldAStoreAreNamed) {
+    std::filesystem::create_directory(storePath());
+    EXPECT_EQ(failureOf([&] { open(); }), StoreError::Case::cannotOpen);
+    EXPECT_EQ(failureOf([&] {
+                  folder.write("file", "");
+                  ModelContainer::create(librarySchema(), {folder / "file" / "library.store"});
+              }),
+              StoreError::Case::cannotOpen);
+}
+
+TEST_F(ModelStoreFile, RowsThatBreakTheRulesAreAnErrorAndNoCrash) {
+    const std::vector<std::pair<const char*, const char*>> damages{
+        {"NULL where a value must be", "UPDATE Book SET cover = NULL WHERE _id = 1"},
+        {"an unknown case", "UPDATE Book SET cover = 'paper' WHERE _id = 1"},
+        {"text for a number", "UPDATE Book SET pages = 'many' WHERE _id = 1"},
+        {"a number for a date", "UPDATE Book SET bought = 1.5 WHERE _id = 1"},
+        {"a blob for text", "UPDATE Book SET title = x'00FF' WHERE _id = 1"},
+        {"a list that is none", "UPDATE Book SET tags = '{\"a\": [' WHERE _id = 1"},
+        {"a list of other things", "UPDATE Book SET tags = '[1, null]' WHERE _id = 1"},
+        {"no UUID", "UPDATE Book SET id = 'E621E1F8-C36C-495A-93FC' WHERE _id = 1"},
+        {"a row id below 1", "UPDATE Loan SET _id = -5"},
+        {"the last of all row ids", "UPDATE Loan SET _id = 9223372036854775807"},
+    };
+    for (const auto& [name, statement] : damages) {
+        SCOPED_TRACE(name);
+        makeStore();
+        corrupt(statement);
+        open();
+        EXPECT_EQ(failureOf([&] { context().load(); }), StoreError::Case::damaged);
+        container.reset();
+        std::filesystem::remove(storePath());
+    }
+}
+
+TEST_F(ModelStoreFile, ARelationshipToNothingReadsAsNoneAndIsRepairedByItsNextSave) {
+    makeStore();
+    sql("PRAGMA foreign_keys = OFF; UPDATE Book SET shelf = 77 WHERE _id = 1");
+    open();
+    const auto book = context().fetch<Book>().front();
+    EXPECT_EQ(book->shelf, nullptr);
+    EXPECT_EQ(context().fetch<Shelf>().front()->books.size(), 1U);
+    book->edit().shelf = context().fetch<Shelf>().front();
+    context().save();
+    EXPECT_EQ(sql("PRAGMA foreign_key_check"), "");
+}
+
+TEST_F(ModelStoreFile, DamageInTheMiddleOfTheFileIsAnErrorOfTheLoad) {
+    open();
+    const auto shelf = addShelf("shelf");
+    for (int i = 0; i < 3000; ++i)
+        make<Book>(shelf)->edit().title = std::string(100, 'x');
+    context().save();
+    container.reset();
+    overwrite(static_cast<std::streamoff>(std::filesystem::file_size(storePath()) / 8192 * 4096),
+              std::string(8192, '\xA5'));
+    try {
+        open();
+        context().load();
+        FAIL() << "the damage was not seen";
+    } catch (const StoreError& error) {
+        EXPECT_EQ(error.errorCase(), StoreError::Case::damaged) << error.errorDescription();
+    }
+}
+
+TEST_F(ModelStoreFile, OnlyOneHasTheStoreOpen) {
+    open();
+    EXPECT_EQ(failureOf([&] { ModelContainer::create(librarySchema(), {storePath()}); }),
+              StoreError::Case::inUse);
+    addShelf("shelf");
+    context().save();
+    reopen();
+    EXPECT_EQ(context().count<Shelf>(), 1U);
+}
+
+TEST_F(ModelStoreFile, NobodyElseMayReadTheStoreOrWhatLiesBesideIt) {
+    open();
+    addShelf("shelf");
+    context().save();
+    for (const auto& entry : std::filesystem::directory_iterator(folder.path())) {
+        struct stat attributes {};
+
+        ASSERT_EQ(::stat(entry.path().c_str(), &attributes), 0);
+        EXPECT_EQ(attributes.st_mode & 0777U, 0600U) << entry.path();
+    }
+    EXPECT_TRUE(std::filesystem::exists(storePath().string() + "-wal"));
+}
+
+TEST_F(ModelStoreFile, ALeftOverDraftOfAStoreIsNoObstacle) {
+    folder.write("library.store.new", "half a store");
+    folder.write("library.store", "");
+    open();
+    addShelf("shelf");
+    context().save();
+    EXPECT_FALSE(std::filesystem::exists(folder / "library.store.new"));
+}
+
+} // namespace
+} // namespace velto::model::test

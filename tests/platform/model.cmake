@@ -1,0 +1,3 @@
+velto_test(model_test
+  SOURCES ModelObjectsTest.cpp ModelSaveTest.cpp ModelStoreFileTest.cpp ModelBackgroundSaveTest.cpp
+  USES platform_model SQLite::SQLite3)
