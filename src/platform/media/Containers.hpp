@@ -1,0 +1,25 @@
+#pragma once
+
+#include "platform/media/FileReader.hpp"
+
+namespace velto::media {
+
+/// One function a kind of file. `begin` is where the container's own signature stands: behind any ID3v2 tags,
+/// which FLAC, MP3 and raw AAC may have in front. Each throws MediaError where the file is no sound of its
+/// kind.
+enum class MpegKind { layers, adts };
+[[nodiscard]] Asset openMpeg(FileReader& reader, MpegKind kind);
+[[nodiscard]] Asset openFlac(FileReader& reader);
+[[nodiscard]] Asset openWave(FileReader& reader);
+[[nodiscard]] Asset openAiff(FileReader& reader);
+[[nodiscard]] Asset openMp4(FileReader& reader);
+
+/// Where the ID3v2 tags at the head of a file end; several may stand one behind the other.
+struct LeadingId3 {
+    std::string view; ///< of the first tag that has frames; empty without one
+    std::uint64_t end = 0;
+};
+
+[[nodiscard]] LeadingId3 leadingId3(FileReader& reader);
+
+} // namespace velto::media

@@ -1,0 +1,186 @@
+#include "platform/media/Export.hpp"
+
+#include "platform/files/Descriptor.hpp"
+#include "platform/media/AiffEditor.hpp"
+#include "platform/media/FileReader.hpp"
+#include "platform/media/Mp4Atoms.hpp"
+#include "platform/media/TagItems.hpp"
+
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <mp4file.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <map>
+#include <vector>
+
+namespace velto::media {
+
+namespace {
+
+using Drop = std::function<bool(const MetadataItem&)>;
+
+[[noreturn]] void failWriting(const std::filesystem::path& path, int errorNumber) {
+    char buffer[256];
+    throw MediaError(MediaError::Case::cannotWrite, path, strerror_r(errorNumber, buffer, sizeof buffer));
+}
+
+bool writeAll(int target, const char* bytes, std::size_t count) {
+    while (count > 0) {
+        const ssize_t written = ::write(target, bytes, count);
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0) return false;
+        bytes += written;
+        count -= static_cast<std::size_t>(written);
+    }
+    return true;
+}
+
+bool copyByHand(int from, int to) {
+    std::vector<char> buffer(256 * 1024);
+    while (true) {
+        const ssize_t got = ::read(from, buffer.data(), buffer.size());
+        if (got < 0 && errno == EINTR) continue;
+        if (got <= 0) return got == 0;
+        if (!writeAll(to, buffer.data(), static_cast<std::size_t>(got))) return false;
+    }
+}
+
+/// Shares the blocks where the file system can, else copies inside the kernel, else by hand.
+bool copyContent(int from, int to, std::uint64_t size) {
+    if (::ioctl(to, FICLONE, from) == 0) return true;
+    for (std::uint64_t left = size; left > 0;) {
+        const ssize_t copied =
+            ::copy_file_range(from, nullptr, to, nullptr, static_cast<std::size_t>(left), 0);
+        if (copied < 0 && errno == EINTR) continue;
+        if (copied < 0 && left == size) return copyByHand(from, to);
+        if (copied < 0) return false;
+        if (copied == 0) return left == size ? copyByHand(from, to) : true;
+        left -= static_cast<std::uint64_t>(copied);
+    }
+    return true;
+}
+
+void copyFile(const std::filesystem::path& source, const std::filesystem::path& output) {
+    const files::Descriptor from(::open(source.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+
+    struct stat status {};
+
+    if (from.get() < 0 || ::fstat(from.get(), &status) != 0 || !S_ISREG(status.st_mode))
+        throw MediaError(MediaError::Case::cannotOpen, source);
+    ::unlink(output.c_str());
+    files::Descriptor to(::open(output.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    if (to.get() < 0) failWriting(output, errno);
+    if (!copyContent(from.get(), to.get(), static_cast<std::uint64_t>(status.st_size)) ||
+        ::close(to.release()) != 0)
+        failWriting(output, errno);
+}
+
+TagLib::String asTagLibString(const std::string& text) {
+    return {text, TagLib::String::UTF8};
+}
+
+/// The entries of the tag list by TagLib's names for them, with how often each occurs.
+std::map<std::string, int> listEntries(FileReader& reader, const AtomTree& tree) {
+    std::map<std::string, int> entries;
+    for (const Atom& atom : tree.atoms) {
+        if (atom.parent < 0 ||
+            !tree.isAt(tree.atoms[static_cast<std::size_t>(atom.parent)], {"moov", "udta", "meta", "ilst"}))
+            continue;
+        std::string name = utf8(TagLib::String(std::string(reader.at(atom.offset + 4, 4))));
+        if (name == "gnre") name = "©gen"; // read as its name
+        if (name == "----") {
+            // "mean" and "name", each a size, its own name, a version and the text.
+            std::uint64_t position = atom.content;
+            for (int i = 0; i < 2; ++i) {
+                const std::string header(reader.at(position, 8));
+                const std::uint64_t size = bigEndian32(header);
+                if (size < 12 || position + size > atom.end) break;
+                name += ":" + reader.copy(position + 12,
+                                          static_cast<std::size_t>(std::min<std::uint64_t>(size - 12, 1024)));
+                position += size;
+            }
+        }
+        ++entries[name];
+    }
+    return entries;
+}
+
+std::map<std::string, int> checkedEntries(const std::filesystem::path& path) {
+    FileReader reader(path);
+    const AtomTree tree = atomsOf(reader);
+    if (!tree.consistent || tree.find({"moov"}) < 0)
+        reader.fail(MediaError::Case::damaged, "its atoms contradict each other");
+    return listEntries(reader, tree);
+}
+
+void editMp4(const std::filesystem::path& output, const Drop& drop, const std::optional<MetadataItem>& add) {
+    std::map<std::string, int> expected = checkedEntries(output);
+    {
+        TagLib::MP4::File file(output.c_str(), false);
+        if (!file.isValid() || file.tag() == nullptr) throw MediaError(MediaError::Case::damaged, output);
+        const TagLib::MP4::ItemMap items = file.tag()->itemMap();
+        for (const auto& [name, atom] : items) {
+            if (!drop(itemOfAtom(name, atom))) continue;
+            file.tag()->removeItem(name);
+            expected.erase(utf8(name));
+        }
+        if (add) {
+            file.tag()->setItem("\251gen",
+                                TagLib::MP4::Item(TagLib::StringList(asTagLibString(*add->text()))));
+            expected["©gen"] = 1;
+        }
+        if (!file.save()) throw MediaError(MediaError::Case::cannotWrite, output);
+    }
+    // TagLib drops entries that it does not understand, and does not look at what its writes return.
+    if (checkedEntries(output) != expected)
+        throw MediaError(MediaError::Case::cannotWrite, output, "a tag of another kind would be lost");
+}
+
+void checkAdded(const std::filesystem::path& output, const MetadataItem& added) {
+    for (const MetadataItem& item : openAsset(output).items)
+        if (item.commonKey == common_key::type && item.text() != nullptr && *item.text() == *added.text())
+            return;
+    if (added.text()->empty()) return;
+    throw MediaError(MediaError::Case::cannotWrite, output, "the genre did not read back");
+}
+
+enum class Container { mp4, aiff };
+
+Container containerOf(const std::filesystem::path& source) {
+    FileReader reader(source);
+    const std::string head(reader.at(0, 12));
+    if (head.starts_with("FORM") && (head.ends_with("AIFF") || head.ends_with("AIFC")))
+        return Container::aiff;
+    if (atomsOf(reader).find({"moov"}) >= 0) return Container::mp4;
+    reader.fail(MediaError::Case::unsupportedContainer, "only MP4 and AIFF files can be rewritten");
+}
+
+} // namespace
+
+void exportPassthrough(const std::filesystem::path& source, const std::filesystem::path& output,
+                       const Drop& drop, const std::optional<MetadataItem>& add) {
+    const Container container = containerOf(source);
+    if (add && add->text() == nullptr)
+        throw MediaError(MediaError::Case::cannotWrite, output, "the value to add is no text");
+    try {
+        copyFile(source, output);
+        if (container == Container::mp4)
+            editMp4(output, drop, add);
+        else
+            editAiff(output, drop, add);
+        if (add) checkAdded(output, *add);
+    } catch (const MediaError&) {
+        ::unlink(output.c_str());
+        throw;
+    } catch (const std::exception& error) {
+        ::unlink(output.c_str());
+        throw MediaError(MediaError::Case::cannotWrite, output, error.what());
+    }
+}
+
+} // namespace velto::media

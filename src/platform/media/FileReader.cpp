@@ -1,0 +1,81 @@
+#include "platform/media/FileReader.hpp"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+namespace velto::media {
+
+namespace {
+
+std::string systemReason(int errorNumber) {
+    char buffer[256];
+    return strerror_r(errorNumber, buffer, sizeof buffer);
+}
+
+} // namespace
+
+// Not blocking, so that a named pipe among the music cannot hold a scan.
+FileReader::FileReader(const std::filesystem::path& path)
+    : path_(path)
+    , descriptor_(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {
+    if (descriptor_ < 0) fail(MediaError::Case::cannotOpen, systemReason(errno));
+
+    struct stat status {};
+
+    if (::fstat(descriptor_, &status) != 0 || !S_ISREG(status.st_mode)) {
+        ::close(descriptor_);
+        fail(MediaError::Case::cannotOpen, "not a regular file");
+    }
+    size_ = static_cast<std::uint64_t>(status.st_size);
+    buffer_.reset(new char[maximumView]);
+}
+
+FileReader::~FileReader() {
+    ::close(descriptor_);
+}
+
+void FileReader::fail(MediaError::Case kind, std::string_view detail) const {
+    throw MediaError(kind, path_, detail);
+}
+
+std::string_view FileReader::load(std::uint64_t offset, std::size_t length) {
+    length = std::min(length, maximumView);
+    if (offset >= size_) return {};
+    // Starting a little earlier keeps a walk that looks ahead and comes back from reading everything twice.
+    const auto margin =
+        static_cast<std::size_t>(std::min<std::uint64_t>({block_ / 16, offset, maximumView - length}));
+    const std::size_t needed = margin + length;
+    const std::size_t wanted = std::min(std::max(needed, block_), maximumView);
+    start_ = offset - margin;
+    filled_ = 0;
+    while (filled_ < needed) {
+        const ssize_t got = ::pread(descriptor_, buffer_.get() + filled_, wanted - filled_,
+                                    static_cast<off_t>(start_ + filled_));
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) fail(MediaError::Case::damaged, systemReason(errno));
+        if (got == 0) break;
+        filled_ += static_cast<std::size_t>(got);
+    }
+    if (filled_ <= margin) return {};
+    return {buffer_.get() + margin, std::min(length, filled_ - margin)};
+}
+
+std::string FileReader::copy(std::uint64_t offset, std::size_t length) {
+    std::string bytes;
+    bytes.reserve(
+        static_cast<std::size_t>(std::min<std::uint64_t>(length, offset < size_ ? size_ - offset : 0)));
+    while (bytes.size() < length) {
+        const std::string_view piece =
+            at(offset + bytes.size(), std::min(length - bytes.size(), maximumView));
+        if (piece.empty()) break;
+        bytes += piece;
+    }
+    return bytes;
+}
+
+} // namespace velto::media

@@ -1,0 +1,70 @@
+#pragma once
+
+#include "platform/media/Asset.hpp"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace velto::media {
+
+/// A regular file read by position through one small buffer, so that many small looks at it cost few system
+/// calls. Throws MediaError where it cannot be opened or read.
+class FileReader {
+  public:
+    /// The most that one view can span, in bytes.
+    static constexpr std::size_t maximumView = 64 * 1024;
+
+    explicit FileReader(const std::filesystem::path& path);
+    ~FileReader();
+    FileReader(const FileReader&) = delete;
+    FileReader& operator=(const FileReader&) = delete;
+
+    [[nodiscard]] const std::filesystem::path& path() const { return path_; }
+
+    [[nodiscard]] std::uint64_t size() const { return size_; }
+
+    /// Up to `length` bytes (at most maximumView) from `offset`, fewer only at the file's end. Valid until
+    /// the next call.
+    [[nodiscard]] std::string_view at(std::uint64_t offset, std::size_t length) {
+        if (offset >= start_ && offset - start_ + length <= filled_)
+            return {buffer_.get() + (offset - start_), length};
+        return load(offset, length);
+    }
+
+    /// A copy of up to `length` bytes, without maximumView's limit.
+    [[nodiscard]] std::string copy(std::uint64_t offset, std::size_t length);
+
+    /// How many bytes a read takes at least: small for single looks, large for walking through a file.
+    void setBlock(std::size_t bytes) { block_ = bytes; }
+
+    [[noreturn]] void fail(MediaError::Case kind, std::string_view detail) const;
+
+  private:
+    std::string_view load(std::uint64_t offset, std::size_t length);
+
+    const std::filesystem::path& path_;
+    int descriptor_;
+    std::uint64_t size_ = 0;
+    std::uint64_t start_ = 0;
+    std::size_t filled_ = 0;
+    std::size_t block_ = 8 * 1024;
+    std::unique_ptr<char[]> buffer_;
+};
+
+/// Numbers as the containers store them; bytes that are not there count as 0.
+[[nodiscard]] inline std::uint64_t bigEndian(std::string_view bytes, std::size_t position,
+                                             std::size_t count) {
+    std::uint64_t value = 0;
+    for (std::size_t i = 0; i < count; ++i)
+        value =
+            value << 8 | (position + i < bytes.size() ? static_cast<unsigned char>(bytes[position + i]) : 0U);
+    return value;
+}
+
+[[nodiscard]] inline std::uint32_t bigEndian32(std::string_view bytes, std::size_t position = 0) {
+    return static_cast<std::uint32_t>(bigEndian(bytes, position, 4));
+}
+
+} // namespace velto::media

@@ -1,0 +1,96 @@
+#include "platform/media/Containers.hpp"
+#include "platform/media/Id3View.hpp"
+#include "platform/media/MpegDuration.hpp"
+#include "platform/media/TagItems.hpp"
+#include "platform/media/TagLibStreams.hpp"
+
+#include <apetag.h>
+#include <id3v1tag.h>
+#include <id3v2framefactory.h>
+#include <id3v2tag.h>
+#include <mpegfile.h>
+
+namespace velto::media {
+
+namespace {
+
+constexpr std::uint64_t id3v1Size = 128;
+constexpr std::uint64_t apeFooterSize = 32;
+constexpr std::uint64_t maximumApe = 1024 * 1024;
+
+/// The tags behind the sound.
+struct Trailer {
+    std::uint64_t begin; ///< where the sound ends
+    std::string bytes;   ///< an APE tag that is small enough to be read, and an ID3v1 tag
+};
+
+Trailer trailerOf(FileReader& reader, std::uint64_t soundBegin) {
+    Trailer trailer{reader.size(), {}};
+    if (reader.size() < soundBegin + apeFooterSize) return trailer;
+    const std::uint64_t looked = std::min(reader.size() - soundBegin, id3v1Size + apeFooterSize);
+    const std::string tail = reader.copy(reader.size() - looked, static_cast<std::size_t>(looked));
+    std::size_t footerEnd = tail.size();
+    if (tail.size() >= id3v1Size && tail.compare(tail.size() - id3v1Size, 3, "TAG") == 0)
+        footerEnd -= id3v1Size;
+    trailer.begin -= tail.size() - footerEnd;
+    trailer.bytes = tail.substr(footerEnd);
+    if (footerEnd < apeFooterSize || tail.compare(footerEnd - apeFooterSize, 8, "APETAGEX") != 0)
+        return trailer;
+
+    const auto littleEndian = [&](std::size_t position) {
+        const std::string_view bytes = std::string_view(tail).substr(footerEnd - apeFooterSize + position, 4);
+        return std::uint64_t{__builtin_bswap32(bigEndian32(bytes))};
+    };
+    constexpr std::uint64_t hasHeader = 0x80000000;
+    const std::uint64_t size = littleEndian(12) + ((littleEndian(20) & hasHeader) != 0 ? apeFooterSize : 0);
+    if (size < apeFooterSize || size > trailer.begin - soundBegin) return trailer;
+    const std::uint64_t apeEnd = trailer.begin;
+    trailer.begin -= size;
+    if (size <= maximumApe)
+        trailer.bytes.insert(0, reader.copy(trailer.begin, static_cast<std::size_t>(apeEnd - trailer.begin)));
+    return trailer;
+}
+
+std::vector<MetadataItem> itemsOf(const std::string& id3, const std::string& trailer) {
+    std::vector<MetadataItem> items;
+    if (id3.empty() && trailer.empty()) return items;
+    // TagLib looks for an ID3v2 tag in all of the sound unless one stands in front; this one is empty.
+    const std::string_view emptyTag("ID3\x03\0\0\0\0\0\0", 10);
+    ViewStream view;
+    view.append(id3.empty() ? emptyTag : std::string_view(id3));
+    view.appendHole(1024);
+    view.append(trailer);
+    TagLib::MPEG::File file(&view, TagLib::ID3v2::FrameFactory::instance(), false);
+    const bool hasApe = file.hasAPETag();
+    const bool hasId3 = !id3.empty() && file.hasID3v2Tag();
+    if (file.hasID3v1Tag())
+        appendItems(items, *file.ID3v1Tag(), hasApe || hasId3 ? Genre::leftOut : Genre::included);
+    if (hasApe) appendItems(items, *file.APETag(), hasId3 ? Genre::leftOut : Genre::included);
+    if (hasId3) appendItems(items, *file.ID3v2Tag());
+    return items;
+}
+
+} // namespace
+
+LeadingId3 leadingId3(FileReader& reader) {
+    constexpr int maximumTags = 8;
+    LeadingId3 leading;
+    for (int i = 0; i < maximumTags; ++i) {
+        auto tag = id3ViewAt(reader, leading.end, reader.size());
+        if (!tag) break;
+        if (leading.view.empty()) leading.view = std::move(tag->bytes);
+        leading.end += tag->sizeInFile;
+    }
+    return leading;
+}
+
+Asset openMpeg(FileReader& reader, MpegKind kind) {
+    const LeadingId3 id3 = leadingId3(reader);
+    const Trailer trailer = trailerOf(reader, id3.end);
+    const auto duration = kind == MpegKind::layers ? mpegDuration(reader, id3.end, trailer.begin)
+                                                   : adtsDuration(reader, id3.end, trailer.begin);
+    if (!duration) reader.fail(MediaError::Case::notAudio, "no sound was found in it");
+    return {itemsOf(id3.view, trailer.bytes), *duration};
+}
+
+} // namespace velto::media

@@ -1,0 +1,153 @@
+#include "platform/media/Containers.hpp"
+#include "platform/media/Id3View.hpp"
+#include "platform/media/RiffChunks.hpp"
+#include "platform/media/TagItems.hpp"
+#include "platform/media/TagLibStreams.hpp"
+
+#include <aifffile.h>
+#include <id3v2tag.h>
+#include <infotag.h>
+#include <wavfile.h>
+
+#include <algorithm>
+#include <limits>
+
+namespace velto::media {
+
+namespace {
+
+constexpr std::size_t maximumChunks = 4096;
+constexpr std::uint64_t fileHeader = 12;
+constexpr std::uint64_t chunkHeader = 8;
+constexpr std::uint64_t maximumText = 256 * 1024;
+constexpr std::uint64_t maximumSize = 0xFFFFFFFF;
+
+void appendNumber(std::string& bytes, std::uint64_t value, ByteOrder order) {
+    const auto number = static_cast<std::uint32_t>(std::min(value, maximumSize));
+    for (int i = 0; i < 4; ++i)
+        bytes += static_cast<char>(number >> (order == ByteOrder::big ? 24 - 8 * i : 8 * i) & 0xFF);
+}
+
+/// Builds a file of the same kind out of some of its chunks.
+class ChunkView {
+  public:
+    ChunkView(FileReader& reader, ByteOrder order)
+        : reader_(reader)
+        , order_(order) {
+        std::string header = order == ByteOrder::big ? "FORM" : "RIFF";
+        appendNumber(header, reader.size(), order);
+        header += reader.at(8, 4);
+        stream_.append(header);
+    }
+
+    void append(const Chunk& chunk) {
+        appendContent(chunk, reader_.copy(chunk.offset, static_cast<std::size_t>(chunk.size)));
+    }
+
+    void appendContent(const Chunk& chunk, std::string content) {
+        appendHeader(chunk.name, content.size());
+        if (content.size() % 2 != 0) content += '\0';
+        stream_.append(content);
+    }
+
+    void appendSound(const Chunk& chunk) {
+        appendHeader(chunk.name, chunk.size);
+        stream_.appendHole(chunk.size + chunk.size % 2);
+    }
+
+    TagLib::IOStream* stream() { return &stream_; }
+
+  private:
+    void appendHeader(const std::string& name, std::uint64_t size) {
+        std::string header = name;
+        appendNumber(header, size, order_);
+        stream_.append(header);
+    }
+
+    FileReader& reader_;
+    ByteOrder order_;
+    ViewStream stream_;
+};
+
+bool isId3(const Chunk& chunk) {
+    return chunk.name == "ID3 " || chunk.name == "id3 ";
+}
+
+void appendId3(ChunkView& view, FileReader& reader, const Chunk& chunk) {
+    auto id3 = id3ViewAt(reader, chunk.offset, chunk.offset + chunk.size);
+    if (id3 && !id3->bytes.empty()) view.appendContent(chunk, std::move(id3->bytes));
+}
+
+double seconds(unsigned long long frames, int sampleRate) {
+    return sampleRate > 0 && frames > 0 ? static_cast<double>(frames) / sampleRate
+                                        : std::numeric_limits<double>::quiet_NaN();
+}
+
+} // namespace
+
+std::vector<Chunk> chunksOf(FileReader& reader, ByteOrder order) {
+    std::vector<Chunk> chunks;
+    std::uint64_t position = fileHeader;
+    while (position + chunkHeader <= reader.size() && chunks.size() < maximumChunks) {
+        const std::string header(reader.at(position, chunkHeader));
+        std::uint32_t size = bigEndian32(header, 4);
+        if (order == ByteOrder::little) size = __builtin_bswap32(size);
+        const std::uint64_t offset = position + chunkHeader;
+        chunks.push_back({header.substr(0, 4), offset, std::min<std::uint64_t>(size, reader.size() - offset),
+                          size > reader.size() - offset});
+        position = offset + size;
+        // An odd size is padded; some writers forget it.
+        if (size % 2 != 0 && reader.at(position, 1) == std::string_view("\0", 1)) ++position;
+    }
+    return chunks;
+}
+
+Asset openWave(FileReader& reader) {
+    ChunkView view(reader, ByteOrder::little);
+    bool hasSound = false;
+    for (const Chunk& chunk : chunksOf(reader, ByteOrder::little)) {
+        if (chunk.name == "data" && !hasSound) {
+            hasSound = true;
+            view.appendSound(chunk);
+        } else if ((chunk.name == "fmt " || chunk.name == "fact" || chunk.name == "LIST") &&
+                   chunk.size <= maximumText) {
+            view.append(chunk);
+        } else if (isId3(chunk)) {
+            appendId3(view, reader, chunk);
+        }
+    }
+    TagLib::RIFF::WAV::File file(view.stream(), true);
+    const auto* properties = file.audioProperties();
+    if (!hasSound || properties == nullptr || properties->sampleRate() <= 0)
+        reader.fail(MediaError::Case::damaged, "no format or no sound data");
+    Asset asset{{}, seconds(properties->sampleFrames(), properties->sampleRate())};
+    if (file.hasInfoTag())
+        appendItems(asset.items, *file.InfoTag(), file.hasID3v2Tag() ? Genre::leftOut : Genre::included);
+    if (file.hasID3v2Tag()) appendItems(asset.items, *file.ID3v2Tag());
+    return asset;
+}
+
+Asset openAiff(FileReader& reader) {
+    ChunkView view(reader, ByteOrder::big);
+    Asset asset{};
+    for (const Chunk& chunk : chunksOf(reader, ByteOrder::big)) {
+        if (chunk.name == "SSND")
+            view.appendSound(chunk);
+        else if (chunk.name == "COMM" && chunk.size <= maximumText)
+            view.append(chunk);
+        else if (isId3(chunk))
+            appendId3(view, reader, chunk);
+        else if ((chunk.name == "NAME" || chunk.name == "AUTH") && chunk.size <= maximumText)
+            appendAiffText(asset.items, chunk.name,
+                           reader.copy(chunk.offset, static_cast<std::size_t>(chunk.size)));
+    }
+    TagLib::RIFF::AIFF::File file(view.stream(), true);
+    const auto* properties = file.audioProperties();
+    if (properties == nullptr || properties->sampleRate() <= 0)
+        reader.fail(MediaError::Case::damaged, "no format");
+    asset.durationSeconds = seconds(properties->sampleFrames(), properties->sampleRate());
+    if (file.hasID3v2Tag()) appendItems(asset.items, *file.tag());
+    return asset;
+}
+
+} // namespace velto::media

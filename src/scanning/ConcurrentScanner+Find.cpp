@@ -1,0 +1,71 @@
+#include "platform/log/Log.hpp"
+#include "scanning/ConcurrentScanner.hpp"
+#include "scanning/FileFinder.hpp"
+#include "scanning/Glob.hpp"
+
+#include <algorithm>
+#include <string_view>
+#include <unordered_set>
+
+namespace velto {
+
+namespace {
+
+/// Named in the log line that lists a library's paths, which may have a million of them.
+constexpr std::size_t pathsInLogLine = 20;
+
+std::string description(const std::vector<std::string>& paths) {
+    std::string text;
+    const std::size_t shown = std::min(paths.size(), pathsInLogLine);
+    for (std::size_t i = 0; i < shown; ++i)
+        text.append(i == 0 ? "\"" : ", \"").append(paths[i]).append("\"");
+    if (shown < paths.size()) text += fmt::format(", and {} more", paths.size() - shown);
+    return "[" + text + "]";
+}
+
+std::vector<std::string> relativePaths(const LibraryRef& library) {
+    std::vector<std::string> paths;
+    paths.reserve(library->files.size());
+    for (auto file = library->files.begin(); file != library->files.end(); ++file)
+        paths.push_back(file->relPath);
+    return paths;
+}
+
+std::vector<std::filesystem::path> unknownFiles(const std::string& rootPath,
+                                                const std::vector<std::string>& found,
+                                                const std::vector<std::string>& known) {
+    const std::string prefix = rootPath + "/";
+    const std::unordered_set<std::string_view> existing(known.begin(), known.end());
+    std::vector<std::filesystem::path> missing;
+    for (const std::string& path : found) {
+        std::string_view relative = path;
+        std::string replaced;
+        if (relative.starts_with(prefix)) relative.remove_prefix(prefix.size());
+        if (relative.find(prefix) != std::string_view::npos)
+            relative = replaced = replaceAll(path, prefix, "");
+        if (existing.contains(relative)) continue;
+        log::line("🔍 [REFRESH] Missing file: {}", relative);
+        missing.emplace_back(path);
+    }
+    return missing;
+}
+
+} // namespace
+
+Task<std::vector<std::filesystem::path>> ConcurrentScanner::findUnindexedFiles(LibraryRef library) {
+    assertMainActor();
+    const FindSettings settings{library->rootPath, library->includeGlob, library->excludeGlob};
+    const std::string name = library->name;
+    const auto find = [&settings] { return findFiles(settings); };
+    const auto found = co_await offload(executors_, find);
+    log::line("🔍 [REFRESH] Found {} files in filesystem for library: {}", found.size(), name);
+    const std::vector<std::string> known = relativePaths(library);
+    log::line("🔍 [REFRESH] Found {} files in database", known.size());
+    log::line("🔍 [REFRESH] Existing paths: {}", description(known));
+    auto missing =
+        co_await offload(executors_, [&] { return unknownFiles(settings.rootPath, found, known); });
+    log::line("🔍 [REFRESH] Found {} missing files", missing.size());
+    co_return missing;
+}
+
+} // namespace velto

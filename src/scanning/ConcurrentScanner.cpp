@@ -1,0 +1,289 @@
+#include "scanning/ConcurrentScanner.hpp"
+
+#include "platform/core/Error.hpp"
+#include "platform/files/FileAttributes.hpp"
+#include "platform/log/Log.hpp"
+#include "platform/media/ReadAhead.hpp"
+#include "scanning/DeferredSave.hpp"
+#include "scanning/FileSignatureGenerator.hpp"
+#include "scanning/FilesystemScanner.hpp"
+#include "scanning/MetadataExtractor.hpp"
+
+#include <algorithm>
+#include <thread>
+#include <unordered_set>
+#include <utility>
+
+namespace velto {
+
+namespace {
+
+constexpr std::size_t filesPerProgress = 50;
+constexpr std::size_t filesPerLogLine = 100;
+
+double rate(std::size_t count, double seconds) {
+    return seconds > 0 ? static_cast<double>(count) / seconds : 0;
+}
+
+} // namespace
+
+/// One scan under way: made on the main actor, then worked on by one coroutine, on one thread at a time.
+struct ConcurrentScanner::Scan {
+    LibraryRef library; ///< its fields are read on the main actor only
+    std::string name;
+    std::string rootPath;
+    std::optional<std::string> includeGlob;
+    std::optional<std::string> excludeGlob;
+    CancellationToken token;
+    std::optional<TaskHandle<ScanRunRef>> predecessor; ///< a cancelled scan that may still wind down
+    Date startTime;
+    ScanRunRef run;
+    ScanStats stats;
+    std::vector<FileSystemInfo> discovered;
+    std::vector<ProcessResult> results;
+    std::optional<ScanRepositories> repositories;
+};
+
+ConcurrentScanner::ConcurrentScanner(ScannerDependencies dependencies, ModelContext& modelContext,
+                                     const GenreTextParser* genreTextParser, Executors executors,
+                                     const Clock& clock, CrashReporter& crashReporter)
+    : dependencies_(std::move(dependencies))
+    , modelContext_(modelContext)
+    , genreTextParser_(genreTextParser)
+    , executors_(std::move(executors))
+    , clock_(clock)
+    , crashReporter_(crashReporter)
+    , progressActor_(clock) {}
+
+Task<ScanRunRef> ConcurrentScanner::scanLibrary(LibraryRef library) {
+    assertMainActor();
+    if (currentScanTask_) throw ScannerError(ScannerError::Case::scanAlreadyInProgress);
+    if (!files::isDirectory(library->rootPath))
+        throw ScannerError(ScannerError::Case::libraryNotAccessible, library->rootPath);
+    crashReporter_.log("Starting library scan: " + library->name);
+
+    auto scan = std::make_shared<Scan>();
+    scan->library = library;
+    scan->name = library->name;
+    scan->rootPath = library->rootPath;
+    scan->includeGlob = library->includeGlob;
+    scan->excludeGlob = library->excludeGlob;
+    scan->predecessor = latestScanTask_;
+    const std::uint64_t number = ++scansStarted_;
+    const auto handle =
+        TaskHandle<ScanRunRef>::start(executors_, executors_.pool, scanBody(scan), scan->token);
+    currentScanTask_ = handle;
+    latestScanTask_ = handle;
+
+    co_await handle.finished();
+    // After a cancellation the handle may be a later scan's already.
+    if (number == scansStarted_) {
+        currentScanTask_.reset();
+        latestScanTask_.reset();
+    }
+    try {
+        co_return co_await handle.value();
+    } catch (const CancellationError&) {
+        throw ScannerError(ScannerError::Case::scanCancelled);
+    }
+}
+
+Task<void> ConcurrentScanner::cancelScan() {
+    assertMainActor();
+    if (currentScanTask_) currentScanTask_->cancel();
+    currentScanTask_.reset();
+    progressActor_.clear();
+    co_return;
+}
+
+Task<std::optional<ScanProgress>> ConcurrentScanner::scanProgress() {
+    co_return progressActor_.current().get();
+}
+
+Published<std::optional<ScanProgress>>& ConcurrentScanner::observableProgress() {
+    return progressActor_.current();
+}
+
+Task<ScanRunRef> ConcurrentScanner::scanBody(std::shared_ptr<Scan> scan) {
+    co_await runOn(executors_.main, openRun(scan));
+    std::exception_ptr failure;
+    try {
+        co_await scanFiles(scan);
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    if (failure) {
+        co_await runOn(executors_.main, recordFailure(scan, failure));
+        std::rethrow_exception(failure);
+    }
+    co_return scan->run;
+}
+
+Task<void> ConcurrentScanner::openRun(std::shared_ptr<Scan> scan) {
+    if (scan->predecessor) co_await scan->predecessor->finished();
+    scan->predecessor.reset();
+    scan->startTime = clock_.now();
+    lastScanOrphanedTracks_.clear();
+    co_await setProgress(scan, ImportPhase::discovering, 0, "Starting scan...", scan->startTime);
+    scan->repositories.emplace(modelContext_, executors_, clock_, genreTextParser_);
+    scan->run = co_await dependencies_.scanRunRepository->startScanRun(scan->library);
+    co_await dependencies_.libraryRepository->updateScanTimes(scan->library, scan->startTime, std::nullopt);
+}
+
+Task<void> ConcurrentScanner::scanFiles(std::shared_ptr<Scan> scan) {
+    co_await discover(scan);
+    co_await processFiles(scan);
+    co_await runOn(executors_.main, markMissing(scan));
+    co_await runOn(executors_.main, findOrphanedTracks(scan));
+    co_await runOn(executors_.main, closeRun(scan));
+}
+
+Task<void> ConcurrentScanner::recordFailure(std::shared_ptr<Scan> scan, std::exception_ptr failure) {
+    try {
+        std::rethrow_exception(failure);
+    } catch (const std::exception& error) {
+        crashReporter_.recordError(error);
+    }
+    ScanStats& stats = scan->stats;
+    ++stats.errorCount;
+    scan->repositories.reset();
+    try {
+        co_await dependencies_.scanRunRepository->finishScanRun(
+            scan->run, stats.totalSeen, stats.newCount, stats.changedCount, stats.missingCount,
+            stats.errorCount, "Scan failed: " + describe(failure));
+    } catch (const std::exception&) { // the failure that ended the scan is the one to tell
+    }
+}
+
+Task<void> ConcurrentScanner::closeRun(std::shared_ptr<Scan> scan) {
+    const ScanStats& stats = scan->stats;
+    scan->repositories.reset();
+    co_await dependencies_.scanRunRepository->finishScanRun(
+        scan->run, stats.totalSeen, stats.newCount, stats.changedCount, stats.missingCount, stats.errorCount,
+        "High-performance concurrent scan completed");
+    co_await dependencies_.libraryRepository->updateScanTimes(scan->library, std::nullopt, clock_.now());
+    progressActor_.clear();
+}
+
+Task<void> ConcurrentScanner::discover(std::shared_ptr<Scan> scan) {
+    co_await runOn(executors_.main,
+                   setProgress(scan, ImportPhase::discovering, 0, "Discovering files...", scan->startTime));
+    FileStream stream = co_await dependencies_.filesystemScanner->scanDirectory(
+        scan->rootPath, scan->includeGlob, scan->excludeGlob);
+    while (true) {
+        scan->token.check();
+        std::optional<FileSystemInfo> file = stream.next();
+        if (!file) break;
+        scan->discovered.push_back(std::move(*file));
+    }
+    crashReporter_.log(fmt::format("Discovered {} files in library", scan->discovered.size()));
+    co_await runOn(executors_.main, setProgress(scan, ImportPhase::processing,
+                                                static_cast<std::int64_t>(scan->discovered.size()),
+                                                "Starting concurrent processing...", std::nullopt));
+}
+
+Task<void> ConcurrentScanner::processFiles(std::shared_ptr<Scan> scan) {
+    const std::size_t count = scan->discovered.size();
+    const auto total = static_cast<std::int64_t>(count);
+    scan->stats.totalSeen = total;
+    log::line("🚀 [DEFERRED] Processing ALL {} files concurrently, saving at END", count);
+    log::line("⚡ [DEFERRED] Using {} concurrent workers", std::min(std::thread::hardware_concurrency(), 8U));
+    const Date start = clock_.now();
+    co_await runOn(executors_.main,
+                   setProgress(scan, ImportPhase::processing, total, "Starting processing...", start));
+    co_await readFiles(scan, start);
+    const double readSeconds = clock_.secondsSince(start);
+    log::line("🎯 [DEFERRED] File processing completed: {} files in {:.2f}s ({:.1f} files/sec)", count,
+              readSeconds, rate(count, readSeconds));
+    log::line("💾 [DEFERRED] Starting SINGLE database transaction for {} results", count);
+    const Date saveStart = clock_.now();
+    co_await runOn(executors_.main,
+                   setProgress(scan, ImportPhase::saving, total, "Saving to database...", saveStart));
+    co_await runOn(executors_.main, saveResults(scan));
+    const double seconds = clock_.secondsSince(start);
+    log::line("✅ [DEFERRED] Database transaction completed in {:.2f}s", clock_.secondsSince(saveStart));
+    log::line("🏆 [DEFERRED] TOTAL TIME: {:.2f}s ({:.1f} files/sec)", seconds, rate(count, seconds));
+    crashReporter_.log(fmt::format("Scan completed: {} files processed in {:.2f}s", count, seconds));
+}
+
+Task<void> ConcurrentScanner::readFiles(std::shared_ptr<Scan> scan, Date stageStart) {
+    const std::size_t count = scan->discovered.size();
+    log::line("⚡ [SEQUENTIAL] Processing {} files sequentially for optimal performance", count);
+    std::vector<std::string> paths;
+    paths.reserve(count);
+    for (const FileSystemInfo& file : scan->discovered)
+        paths.push_back(file.absPath);
+    media::ReadAhead readAhead(std::move(paths));
+    scan->results.reserve(count);
+    for (std::size_t i = 0; i < count; ++i) {
+        scan->token.check();
+        readAhead.reached(i);
+        ProcessResult result;
+        result.fileInfo = std::move(scan->discovered[i]);
+        try {
+            result.metadata =
+                co_await dependencies_.metadataExtractor->extractMetadata(result.fileInfo.absPath);
+        } catch (...) {
+            result.error = std::current_exception();
+        }
+        result.quickSig = dependencies_.signatureGenerator->quickSig(result.fileInfo);
+        scan->results.push_back(std::move(result));
+        const std::size_t processed = i + 1;
+        if (processed % filesPerProgress == 0 || processed == count)
+            co_await runOn(executors_.main, updateProgress(static_cast<std::int64_t>(processed),
+                                                           scan->results.back().fileInfo.relPath));
+        if (processed % filesPerLogLine == 0)
+            log::line("📊 [SEQUENTIAL] Processed {}/{} files ({:.1f} files/sec)", processed, count,
+                      rate(processed, clock_.secondsSince(stageStart)));
+    }
+    scan->discovered = {};
+}
+
+Task<void> ConcurrentScanner::saveResults(std::shared_ptr<Scan> scan) {
+    DeferredSave save(*scan->repositories, progressActor_, clock_, scan->library, scan->results, scan->stats);
+    co_await save.run();
+}
+
+Task<void> ConcurrentScanner::markMissing(std::shared_ptr<Scan> scan) {
+    std::unordered_set<std::string> seen;
+    seen.reserve(scan->results.size());
+    for (ProcessResult& result : scan->results)
+        seen.insert(std::move(result.fileInfo.relPath));
+    scan->results = {};
+    co_await scan->repositories->files.markMissing(scan->library, std::move(seen));
+    for (const FileItemRef& file : scan->library->files)
+        if (file->status == FileStatus::missing) ++scan->stats.missingCount;
+    co_await scan->repositories->saveIfDirty();
+}
+
+Task<void> ConcurrentScanner::findOrphanedTracks(std::shared_ptr<Scan> scan) {
+    std::unordered_set<TrackRef> orphans;
+    for (const FileItemRef& file : scan->library->files)
+        if (file->track && file->track->files.empty()) orphans.insert(file->track);
+    lastScanOrphanedTracks_.clear();
+    for (const TrackRef& track : orphans)
+        lastScanOrphanedTracks_.push_back(track->canonicalSig);
+    if (!orphans.empty())
+        log::line("🗑️ [SCAN] Found {} orphaned track(s) with no files remaining", orphans.size());
+    co_return;
+}
+
+Task<void> ConcurrentScanner::setProgress(std::shared_ptr<Scan> scan, ImportPhase phase, std::int64_t total,
+                                          const char* status, std::optional<Date> start) {
+    if (scan->token.isCancelled()) co_return; // cancelling has cleared the progress for good
+    const auto& stored = progressActor_.current().get();
+    ScanProgress progress;
+    progress.phase = phase;
+    progress.totalFiles = total;
+    progress.currentFile = status;
+    progress.startTime = start ? *start : (stored ? stored->startTime : clock_.now());
+    progressActor_.set(std::move(progress));
+    co_return;
+}
+
+Task<void> ConcurrentScanner::updateProgress(std::int64_t processed, std::string currentFile) {
+    progressActor_.update(processed, std::move(currentFile));
+    co_return;
+}
+
+} // namespace velto

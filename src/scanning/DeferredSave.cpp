@@ -1,0 +1,318 @@
+#include "scanning/DeferredSave.hpp"
+
+#include "platform/concurrency/Executors.hpp"
+#include "platform/core/Error.hpp"
+#include "platform/files/FileAttributes.hpp"
+#include "platform/log/Log.hpp"
+#include "platform/model/InBackground.hpp"
+#include "scanning/PathParts.hpp"
+#include "store/CanonicalSignature.hpp"
+
+#include <algorithm>
+#include <exception>
+#include <utility>
+
+namespace velto {
+
+namespace {
+
+constexpr std::size_t trackBatchSize = 6;
+constexpr std::size_t filesPerSave = 1'000;
+/// Some 2 ms of work: the main actor draws the window as well.
+constexpr std::size_t filesPerTurn = 200;
+
+std::string orNil(const std::optional<std::string>& text) {
+    return text.value_or("nil");
+}
+
+double rate(std::size_t count, double seconds) {
+    return seconds > 0 ? static_cast<double>(count) / seconds : 0;
+}
+
+/// The first characters of a signature, no character cut in two.
+std::string_view beginning(std::string_view signature) {
+    std::size_t length = std::min<std::size_t>(signature.size(), 40);
+    while (length > 0 && length < signature.size() && (signature[length] & 0xC0) == 0x80)
+        --length;
+    return signature.substr(0, length);
+}
+
+TrackMetadata trackMetadata(const AudioMetadata& metadata) {
+    TrackMetadata track;
+    track.artist = metadata.artist;
+    track.title = metadata.title;
+    track.album = metadata.album;
+    track.trackNumber = metadata.trackNumber;
+    track.genre = metadata.genre;
+    track.bpm = metadata.bpm;
+    track.durationSec = metadata.durationSec;
+    track.year = metadata.year;
+    return track;
+}
+
+void fillCreationDate(const FileItemRef& file) {
+    if (!file->creationDate) file->edit().creationDate = files::creationDate(file->absPath);
+}
+
+std::pair<std::string, std::string> textAndType(const std::exception_ptr& failure) {
+    try {
+        std::rethrow_exception(failure);
+    } catch (const std::exception& error) {
+        return {describe(error), typeName(error)};
+    } catch (...) {
+        return {describe(failure), "unknown"};
+    }
+}
+
+} // namespace
+
+Task<void> ScanRepositories::saveIfDirty() {
+    if (!files.pendingSaves && !tracks.pendingSaves) co_return;
+    files.pendingSaves = false;
+    tracks.pendingSaves = false;
+    try {
+        co_await model::saveInBackground(modelContext_, executors_);
+    } catch (...) {
+        files.pendingSaves = true;
+        throw;
+    }
+}
+
+DeferredSave::DeferredSave(ScanRepositories& repositories, ProgressActor& progress, const Clock& clock,
+                           LibraryRef library, std::vector<ProcessResult>& results, ScanStats& stats)
+    : repositories_(repositories)
+    , progress_(progress)
+    , clock_(clock)
+    , library_(std::move(library))
+    , results_(results)
+    , stats_(stats) {}
+
+Task<void> DeferredSave::run() {
+    const Date start = clock_.now();
+    co_await prepare();
+    co_await recordFiles();
+    co_await upsertTracks();
+    co_await attachFiles();
+    log::line("💽 [SAVE] Saving all changes...");
+    const Date saveStart = clock_.now();
+    co_await repositories_.saveIfDirty();
+    log::line("🎉 [SAVE] Database saved in {:.2f}s", clock_.secondsSince(saveStart));
+    log::line("🏆 [DEFERRED] Single-transaction save completed in {:.2f}s", clock_.secondsSince(start));
+}
+
+Task<void> DeferredSave::prepare() {
+    log::line("🏗️ [DEFERRED] Starting optimized single-transaction save for {} results",
+              results_.size());
+    co_await repositories_.tracks.preloadCache();
+    log::line("✅ [CACHE] Pre-loaded track cache");
+    log::line("📋 [DEFERRED] Pre-loading existing files for comparison...");
+    existingFiles_.reserve(library_->files.size());
+    const std::vector<FileItemRef> files = library_->files.all();
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        existingFiles_.emplace(files[i]->relPath, files[i]);
+        co_await giveWay(i);
+    }
+    log::line("📋 [DEFERRED] Found {} existing files in library", existingFiles_.size());
+    log::line("⚙️ [DEFERRED] Processing {} results in single transaction...", results_.size());
+}
+
+Task<void> DeferredSave::giveWay(std::size_t index) {
+    if ((index + 1) % filesPerTurn != 0) co_return;
+    co_await yieldNow();
+    // Others had the main actor meanwhile; a library that they deleted has nothing to be brought into line.
+    if (library_->isDeleted())
+        throw ScannerError(ScannerError::Case::libraryNotAccessible, library_->rootPath);
+}
+
+Task<void> DeferredSave::recordFiles() {
+    const Date start = clock_.now();
+    for (std::size_t i = 0; i < results_.size(); ++i) {
+        if (i % 50 == 0) {
+            const double seconds = clock_.secondsSince(start);
+            log::line("⚙️ [DEFERRED] Database processing: {}/{} | Avg: {:.4f}s/file | Total: {:.2f}s", i,
+                      results_.size(), seconds / static_cast<double>(std::max<std::size_t>(i, 1)), seconds);
+            progress_.update(static_cast<std::int64_t>(i), "Saving " + results_[i].fileInfo.relPath);
+        }
+        co_await recordFile(i);
+        if ((i + 1) % filesPerSave == 0) {
+            log::line("🧹 [BATCH SAVE] Saving batch after {} files to prevent memory bloat", i + 1);
+            co_await repositories_.saveIfDirty();
+        }
+        co_await giveWay(i);
+    }
+    existingFiles_.clear();
+}
+
+void DeferredSave::logFailure(const ProcessResult& result) {
+    const std::string& relPath = result.fileInfo.relPath;
+    if (result.error) {
+        ++stats_.errorCount;
+        log::line("❌ [DEFERRED] File has error: {}", relPath);
+        log::line("❌ [DEFERRED]   Error: {}", describe(result.error));
+    } else {
+        log::line("⚠️ [DEFERRED] File has no metadata: {}", relPath);
+        log::line(
+            "⚠️ [DEFERRED]   This shouldn't happen - error should be set if metadata extraction failed");
+    }
+}
+
+FileItemRef DeferredSave::makeFile(const FileSystemInfo& info) {
+    const std::string name(lastPathComponent(info.absPath));
+    const auto file =
+        model::make<FileItem>(info.absPath, info.relPath, name, std::string(pathExtension(name)),
+                              info.sizeBytes, info.mtime, FileStatus::new_, clock_.now());
+    fillCreationDate(file);
+    file->edit().library = library_; // the library's list follows
+    return file;
+}
+
+void DeferredSave::refreshFile(const FileItemRef& file, const FileSystemInfo& info, bool isUnchanged) {
+    FileItemFields& fields = file->edit();
+    fields.lastSeen = clock_.now();
+    if (!isUnchanged) {
+        ++stats_.changedCount;
+        fields.absPath = info.absPath;
+        fields.sizeBytes = info.sizeBytes;
+        fields.mtime = info.mtime;
+    }
+    fillCreationDate(file);
+    repositories_.files.pendingSaves = true;
+}
+
+Task<void> DeferredSave::recordFile(std::size_t index) {
+    ProcessResult& result = results_[index];
+    const Date start = clock_.now();
+    if (result.error || !result.metadata) {
+        logFailure(result);
+        co_return;
+    }
+    Timing timing;
+    const auto existing = existingFiles_.find(result.fileInfo.relPath);
+    const bool isNew = existing == existingFiles_.end();
+    timing.lookup = clock_.secondsSince(start);
+    const bool isUnchanged = !isNew && existing->second->quickSig == result.quickSig;
+    if (isNew) {
+        ++stats_.newCount;
+        co_await prepareAttachment(makeFile(result.fileInfo), index, timing);
+    } else {
+        refreshFile(existing->second, result.fileInfo, isUnchanged);
+        if (!isUnchanged) co_await prepareAttachment(existing->second, index, timing);
+    }
+    if (isUnchanged) result.metadata.reset();
+    result.fileInfo.absPath = std::string(); // the record has its own
+    logDetail(index, start, timing);
+}
+
+Task<void> DeferredSave::prepareAttachment(FileItemRef file, std::size_t index, Timing& timing) {
+    const Date start = clock_.now();
+    file->edit().quickSig = std::move(results_[index].quickSig);
+    file->edit().fileHash = std::nullopt;
+    repositories_.files.pendingSaves = true;
+    const Date audioStart = clock_.now();
+    const bool isWritten = co_await writeAudioProperties(file, index);
+    timing.fileRepository = clock_.secondsSince(start);
+    if (!isWritten) co_return;
+    attachments_.push_back({file, index, nullptr});
+    if (index % 500 == 0)
+        log::line("🔍 [PHASE 1] Collected file {}: sig={:.4f}s audio={:.4f}s", index,
+                  Seconds(audioStart - start).count(), clock_.secondsSince(audioStart));
+}
+
+Task<bool> DeferredSave::writeAudioProperties(FileItemRef file, std::size_t index) {
+    ProcessResult& result = results_[index];
+    const AudioMetadata& metadata = *result.metadata;
+    try {
+        co_await repositories_.files.updateAudioProperties(file, metadata.durationSec, metadata.bitrateKbps,
+                                                           metadata.samplerateHz, metadata.channels);
+        co_return true;
+    } catch (const std::exception& failure) {
+        log::line("❌ [PHASE 1] Failed to update file info for {}: {}", result.fileInfo.relPath,
+                  describe(failure));
+        log::line("❌ [PHASE 1]   File will be skipped for track processing!");
+        ++stats_.errorCount;
+        co_return false;
+    }
+}
+
+void DeferredSave::logDetail(std::size_t index, Date start, const Timing& timing) const {
+    const double total = clock_.secondsSince(start);
+    if (total <= 0.1 && index % 100 != 0) return;
+    log::line("📊 [DETAIL] File {} ({}): lookup {:.4f}s fileRepo={:.4f}s total={:.4f}s", index,
+              results_[index].fileInfo.filename, timing.lookup, timing.fileRepository, total);
+}
+
+Task<void> DeferredSave::upsertTracks() {
+    const Date start = clock_.now();
+    const std::size_t count = attachments_.size();
+    const std::size_t batches = (count + trackBatchSize - 1) / trackBatchSize;
+    log::line("🚀 [CONCURRENT] Processing {} tracks with {} concurrent threads...", count, trackBatchSize);
+    for (std::size_t batch = 0; batch < batches; ++batch) {
+        const std::size_t first = batch * trackBatchSize;
+        const std::size_t end = std::min(first + trackBatchSize, count);
+        log::line("🔄 [CONCURRENT] Processing batch {}/{} ({} tracks)", batch + 1, batches, end - first);
+        // The children of a batch share the main actor and never suspend: one after the other is the same.
+        for (std::size_t i = first; i < end; ++i) {
+            co_await upsertTrack(i);
+            co_await giveWay(i);
+        }
+    }
+    const double seconds = clock_.secondsSince(start);
+    log::line("✅ [CONCURRENT] Track processing completed in {:.2f}s ({:.1f} tracks/sec)", seconds,
+              rate(count, seconds));
+}
+
+Task<void> DeferredSave::upsertTrack(std::size_t index) {
+    std::optional<AudioMetadata>& metadata = results_[attachments_[index].result].metadata;
+    log::line("🔍 [TRACK CREATE] Attempting to create track {}: artist={} title={}", index,
+              orNil(metadata->artist), orNil(metadata->title));
+    try {
+        TrackMetadata track = trackMetadata(*metadata);
+        attachments_[index].track = co_await repositories_.tracks.upsertTrack(std::move(track));
+        log::line("✅ [TRACK CREATE] Successfully created track {}: {}", index,
+                  metadata->title.value_or("Unknown Title"));
+    } catch (const std::exception&) {
+        logUpsertFailure(index, *metadata);
+    }
+    metadata.reset();
+}
+
+void DeferredSave::logUpsertFailure(std::size_t index, const AudioMetadata& metadata) const {
+    const auto [text, type] = textAndType(std::current_exception());
+    const std::string signature =
+        canonicalSig(metadata.artist, metadata.title, metadata.album, metadata.durationSec);
+    log::line("❌ [TRACK CREATE] Failed to upsert track {}: {}", index, text);
+    log::line("❌ [TRACK CREATE]   Error type: {}", type);
+    log::line("❌ [TRACK CREATE]   Metadata: artist={} title={} canonicalSig={}...", orNil(metadata.artist),
+              orNil(metadata.title), beginning(signature));
+}
+
+Task<void> DeferredSave::attachFiles() {
+    const Date start = clock_.now();
+    const auto delivered = std::count_if(attachments_.begin(), attachments_.end(),
+                                         [](const Attachment& attachment) { return bool(attachment.track); });
+    log::line("🔗 [ATTACHMENT] Attaching {} files to tracks...", attachments_.size());
+    log::line("🔗 [ATTACHMENT] Track results count: {}", delivered);
+    std::size_t failures = 0;
+    for (std::size_t i = 0; i < attachments_.size(); ++i) {
+        const FileItemRef file = attachments_[i].file;
+        const TrackRef track = attachments_[i].track;
+        // A track may have been deleted since, while this save gave way.
+        const bool hasTrack = track && !track->isDeleted();
+        if (hasTrack) {
+            co_await repositories_.tracks.linkFile(file, track);
+        } else {
+            log::line("⚠️ [ATTACHMENT] No track in results for file: {} (index: {})",
+                      results_[attachments_[i].result].fileInfo.relPath, i);
+            ++failures;
+        }
+        FileItemFields& fields = file->edit();
+        fields.status = hasTrack ? FileStatus::ready : FileStatus::error;
+        fields.errorMsg = hasTrack ? std::nullopt : std::optional<std::string>("Failed to create/find track");
+        repositories_.files.pendingSaves = true;
+        co_await giveWay(i);
+    }
+    if (failures > 0) log::line("⚠️ [ATTACHMENT] Failed to attach {} files", failures);
+    log::line("✅ [ATTACHMENT] File attachment completed in {:.2f}s", clock_.secondsSince(start));
+}
+
+} // namespace velto

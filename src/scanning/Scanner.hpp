@@ -1,0 +1,72 @@
+#pragma once
+
+#include "platform/concurrency/Published.hpp"
+#include "platform/concurrency/Task.hpp"
+#include "scanning/AudioMetadata.hpp"
+#include "scanning/ScanProgress.hpp"
+#include "scanning/ScannerError.hpp"
+#include "store/FileSystemInfo.hpp"
+#include "store/Repositories.hpp"
+
+#include <cstdint>
+#include <exception>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace velto {
+
+class AudioMetadataExtractor;
+class FileSignatureGenerator;
+class FilesystemScanner;
+
+/// What a scanner is built from.
+struct ScannerDependencies {
+    std::shared_ptr<AudioMetadataExtractor> metadataExtractor;
+    std::shared_ptr<FileSignatureGenerator> signatureGenerator;
+    std::shared_ptr<FilesystemScanner> filesystemScanner;
+    std::shared_ptr<LibraryRepository> libraryRepository;
+    std::shared_ptr<TrackRepository> trackRepository;
+    std::shared_ptr<FileRepository> fileRepository;
+    std::shared_ptr<ScanRunRepository> scanRunRepository;
+};
+
+/// Reads a library's folder into the store, one scan at a time. Bound to the main actor.
+class Scanner {
+  public:
+    virtual ~Scanner() = default;
+
+    /// Scans to the end and gives the finished run. Throws ScannerError: scanAlreadyInProgress,
+    /// libraryNotAccessible, scanCancelled, and whatever else ended the scan (the store's errors).
+    virtual Task<ScanRunRef> scanLibrary(LibraryRef library) = 0;
+
+    /// Asks the running scan to stop at its next checkpoint and clears the progress. The scan's own task ends
+    /// with scanCancelled. Without a running scan it only clears the progress.
+    virtual Task<void> cancelScan() = 0;
+
+    /// Absent while no scan runs.
+    virtual Task<std::optional<ScanProgress>> scanProgress() = 0;
+
+    /// The same value as an observable field, for who would rather be told than ask.
+    [[nodiscard]] virtual Published<std::optional<ScanProgress>>& observableProgress() = 0;
+};
+
+/// One file's outcome of the read stage, held until the save.
+struct ProcessResult {
+    FileSystemInfo fileInfo;
+    std::optional<AudioMetadata> metadata;
+    std::string quickSig;
+    std::exception_ptr error;
+};
+
+/// The counts of a run, in the order of its fields.
+struct ScanStats {
+    std::int64_t totalSeen = 0;
+    std::int64_t newCount = 0;
+    std::int64_t changedCount = 0;
+    std::int64_t missingCount = 0;
+    std::int64_t errorCount = 0;
+};
+
+} // namespace velto

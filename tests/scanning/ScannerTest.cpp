@@ -1,0 +1,347 @@
+#include "platform/core/Error.hpp"
+#include "scanning/ScannerFixture.hpp"
+#include "store/GenreTextParser.hpp"
+
+#include <gmock/gmock.h>
+
+#include <stdexcept>
+
+namespace velto {
+namespace {
+
+namespace fs = std::filesystem;
+using test::counts;
+using test::linesWith;
+using test::ScannerTest;
+using testing::ElementsAre;
+
+AudioMetadata song(const std::optional<std::string>& genre) {
+    AudioMetadata metadata;
+    metadata.artist = "A";
+    metadata.title = "T";
+    metadata.genre = genre;
+    metadata.durationSec = 1;
+    return metadata;
+}
+
+TEST_F(ScannerTest, AFolderAsFoundInTheWild) {
+    const std::string broken = "Bad \xFF\xFE - Bytes.wav", newline = "New\nLine - Name.wav";
+    addSong("A - One.wav");
+    addSong("deep/er/B - Two.WAV");
+    addSong(broken);
+    addSong(newline);
+    addSong(".hidden/C - No.wav");
+    addSong(".D - No.wav");
+    folder.write("music/notes.txt", "no music");
+    folder.write("music/E - Other.ogg", "a type that is listed and not read");
+    folder.write("music/F - Empty.wav", "");
+    fs::create_directory_symlink(music, music / "deep" / "loop");
+    fs::create_symlink(music / "A - One.wav", music / "Link - One.wav");
+
+    const ScanRunRef run = scan();
+    EXPECT_THAT(counts(run), ElementsAre(6, 4, 0, 0, 2));
+    EXPECT_EQ(run->notes, "High-performance concurrent scan completed");
+    EXPECT_EQ(run->finishedAt, clock.now());
+    EXPECT_EQ(library->lastScanStartedAt, clock.now());
+    EXPECT_EQ(library->lastScanFinishedAt, clock.now());
+    EXPECT_FALSE(runtime.run(scanner->scanProgress()));
+
+    const auto files = filesByPath();
+    ASSERT_EQ(files.size(), 4U);
+    for (const std::string& relPath : {std::string("A - One.wav"), broken, newline}) {
+        ASSERT_TRUE(files.contains(relPath)) << relPath;
+        EXPECT_EQ(files.at(relPath)->status, FileStatus::ready);
+        EXPECT_EQ(files.at(relPath)->absPath, (music / relPath).string());
+    }
+    const FileItemRef two = files.at("deep/er/B - Two.WAV");
+    EXPECT_EQ(two->filename, "B - Two.WAV");
+    EXPECT_EQ(two->ext, "WAV"); // in the case that the path has
+    EXPECT_EQ(two->track->artist, "B");
+    EXPECT_EQ(two->track->title, "Two");
+    EXPECT_EQ(two->quickSig->size(), 16U);
+    EXPECT_EQ(two->firstSeen, clock.now());
+    EXPECT_FALSE(context().hasChanges());
+}
+
+TEST_F(ScannerTest, AnUnchangedRescanWritesNothingButLastSeen) {
+    addSongs(3);
+    scan();
+    context().deliverChanges();
+    model::ChangeSet changes;
+    const Subscription observer = context().observe([&](const model::ChangeSet& set) {
+        changes.inserted.insert(changes.inserted.end(), set.inserted.begin(), set.inserted.end());
+        changes.updated.insert(changes.updated.end(), set.updated.begin(), set.updated.end());
+    });
+    const FileItemRef file = library->files.front();
+    const auto scannedAt = file->lastScannedAt;
+    const log::Capture log;
+    EXPECT_THAT(counts(scan()), ElementsAre(3, 0, 0, 0, 0));
+    context().deliverChanges();
+    EXPECT_FALSE(changes.concerns<Track>());
+    EXPECT_TRUE(changes.concerns<FileItem>());
+    EXPECT_EQ(file->lastSeen, clock.now());
+    EXPECT_EQ(file->lastScannedAt, scannedAt);
+    EXPECT_FALSE(context().hasChanges());
+    EXPECT_TRUE(log.contains("🚀 [CONCURRENT] Processing 0 tracks with 6 concurrent threads..."));
+}
+
+TEST_F(ScannerTest, ChangedMissingAndReappearingFiles) {
+    addSongs(3);
+    scan();
+    const auto files = filesByPath();
+    const FileItemRef changed = files.at("Artist - Song 1.wav"), lost = files.at("Artist - Song 2.wav"),
+                      unsigned_ = files.at("Artist - Song 3.wav");
+    const auto oldSignature = changed->quickSig;
+    folder.write("music/Artist - Song 1.wav", test::smallWav() + "longer");
+    fs::rename(music / "Artist - Song 2.wav", folder / "aside");
+    unsigned_->edit().quickSig = std::nullopt; // counts as changed
+    EXPECT_THAT(counts(scan()), ElementsAre(2, 0, 2, 1, 0));
+    EXPECT_NE(changed->quickSig, oldSignature);
+    EXPECT_EQ(lost->status, FileStatus::missing);
+    EXPECT_TRUE(lost->track);
+
+    EXPECT_THAT(counts(scan()), ElementsAre(2, 0, 0, 1, 0)); // earlier losses count again
+    fs::rename(folder / "aside", music / "Artist - Song 2.wav");
+    EXPECT_THAT(counts(scan()), ElementsAre(3, 0, 0, 1, 0));
+    EXPECT_EQ(lost->status, FileStatus::missing); // until it is seen as changed
+}
+
+TEST_F(ScannerTest, AFileThatCannotBeReadAnyMoreKeepsItsRecord) {
+    addSongs(1);
+    scan();
+    const FileItemRef file = library->files.front();
+    const auto signature = file->quickSig;
+    folder.write("music/Artist - Song 1.wav", "");
+    EXPECT_THAT(counts(scan()), ElementsAre(1, 0, 0, 0, 1));
+    EXPECT_EQ(file->quickSig, signature);
+    EXPECT_EQ(file->status, FileStatus::ready);
+    EXPECT_THAT(counts(scan()), ElementsAre(1, 0, 0, 0, 1)); // and is read again
+}
+
+TEST_F(ScannerTest, OneSongInTwoFilesIsOneTrackThatKeepsItsTags) {
+    addSong("a/Same - Song.wav");
+    scan();
+    const TrackRef track = library->files.front()->track;
+    track->edit().genres = {"House"};
+    track->edit().lastTagged = clock.now();
+    addSong("b/SAME - song.wav");
+    addSong("c/Other - Song.wav");
+    scan();
+    EXPECT_EQ(context().fetch<Track>().size(), 2U);
+    EXPECT_EQ(track->files.size(), 2U);
+    EXPECT_EQ(track->genres, (std::vector<std::string>{"House"}));
+    EXPECT_TRUE(scanner->lastScanOrphanedTracks().empty());
+}
+
+TEST_F(ScannerTest, ProgressMovesEveryFiftyFilesAndSavesEveryThousand) {
+    extractor->instead = song(std::nullopt);
+
+    struct Case {
+        int files;
+        std::vector<std::int64_t> progress;
+        int logLines;
+        int batchSaves;
+    };
+
+    int present = 0;
+    for (const Case& each :
+         {Case{49, {49}, 0, 0}, Case{100, {50, 100}, 1, 0}, Case{999, {}, 9, 0}, Case{1'000, {}, 10, 1}}) {
+        while (present < each.files)
+            folder.write("music/" + std::to_string(++present) + ".wav", "x");
+        std::vector<std::int64_t> steps;
+        const Subscription observer = scanner->observableProgress().subscribe([&](const auto& progress) {
+            if (progress && progress->phase == ImportPhase::processing && progress->processedFiles > 0)
+                steps.push_back(progress->processedFiles);
+        });
+        const log::Capture log;
+        scan();
+        if (!each.progress.empty()) {
+            EXPECT_EQ(steps, each.progress);
+        }
+        EXPECT_EQ(linesWith(log, "📊 [SEQUENTIAL] Processed "), each.logLines);
+        EXPECT_EQ(linesWith(log, "🧹 [BATCH SAVE] Saving batch after 1000 files"), each.batchSaves);
+        EXPECT_EQ(linesWith(log, "💽 [SAVE] Saving all changes..."), 1);
+    }
+}
+
+TEST_F(ScannerTest, ProgressTellsEveryStageInOrder) {
+    addSongs(2);
+    std::vector<std::string> stages;
+    const Subscription observer = scanner->observableProgress().subscribe([&](const auto& progress) {
+        stages.push_back(progress ? std::string(rawValue(progress->phase)) + " " + *progress->currentFile
+                                  : "none");
+    });
+    scan();
+    ASSERT_EQ(stages.size(), 8U);
+    stages.erase(stages.begin() + 4); // the last file's name, then the first one's: the walk's order is free
+    stages.erase(stages.begin() + 5);
+    EXPECT_THAT(stages, ElementsAre("Scanning for tracks... Starting scan...",
+                                    "Scanning for tracks... Discovering files...",
+                                    "Processing tracks... Starting concurrent processing...",
+                                    "Processing tracks... Starting processing...",
+                                    "Adding to library... Saving to database...", "none"));
+}
+
+Task<void> cancelAt(Executors executors, ConcurrentScanner& scanner, int at, int number) {
+    if (number == at) co_await runOn(executors.main, scanner.cancelScan());
+}
+
+TEST_F(ScannerTest, ACancelledScanStoresNothingAndClosesItsRun) {
+    addSongs(5);
+    extractor->before = [this](int number, const std::string&) {
+        return cancelAt(runtime.executors(), *scanner, 3, number);
+    };
+    EXPECT_EQ(failureOfScan(), "Scan was cancelled");
+    EXPECT_EQ(extractor->count(), 3); // the file under way is the last one
+    EXPECT_TRUE(library->files.empty());
+    ASSERT_EQ(library->scanRuns.size(), 1U);
+    const ScanRunRef run = library->scanRuns.front();
+    EXPECT_TRUE(run->finishedAt);
+    EXPECT_EQ(run->notes, "Scan failed: The operation was cancelled");
+    EXPECT_THAT(counts(run), ElementsAre(5, 0, 0, 0, 1));
+    EXPECT_FALSE(library->lastScanFinishedAt);
+    EXPECT_FALSE(runtime.run(scanner->scanProgress()));
+    extractor->before = nullptr;
+    EXPECT_THAT(counts(scan()), ElementsAre(5, 5, 0, 0, 0));
+}
+
+TEST_F(ScannerTest, CancellationDuringDiscoveryReadsNoFile) {
+    addSongs(2);
+    const Subscription observer = scanner->observableProgress().subscribe([this](const auto& progress) {
+        if (progress && progress->currentFile == "Discovering files...")
+            spawn(runtime.main(), scanner->cancelScan());
+    });
+    EXPECT_EQ(failureOfScan(), "Scan was cancelled"); // at whichever checkpoint comes first
+    EXPECT_EQ(extractor->count(), 0);
+    EXPECT_FALSE(runtime.run(scanner->scanProgress()));
+}
+
+Task<void> rememberFailure(Task<ScanRunRef> scan, std::string& text, bool& done) {
+    try {
+        co_await std::move(scan);
+        text = "finished";
+    } catch (const Error& error) {
+        text = error.errorDescription();
+    }
+    done = true;
+}
+
+TEST_F(ScannerTest, ASecondStartFailsAndDisturbsNothing) {
+    addSongs(3);
+    std::string first, second;
+    bool firstDone = false, secondDone = false;
+    spawn(runtime.main(), rememberFailure(scanner->scanLibrary(library), first, firstDone));
+    spawn(runtime.main(), rememberFailure(scanner->scanLibrary(library), second, secondDone));
+    runtime.runUntil([&] { return firstDone && secondDone; });
+    EXPECT_EQ(second, "A scan is already in progress");
+    EXPECT_EQ(first, "finished");
+    EXPECT_EQ(library->files.size(), 3U);
+}
+
+TEST_F(ScannerTest, AScanStartedRightAfterACancellationWaitsForTheOldOne) {
+    addSongs(3);
+    std::string first, second;
+    bool firstDone = false, secondDone = false;
+    extractor->before = [&](int number, const std::string&) -> Task<void> {
+        return cancelAt(runtime.executors(), *scanner, 2, number);
+    };
+    const Subscription observer = scanner->observableProgress().subscribe([&](const auto& progress) {
+        if (progress || secondDone || !second.empty()) return;
+        second = "started";
+        spawn(runtime.main(), rememberFailure(scanner->scanLibrary(library), second, secondDone));
+    });
+    spawn(runtime.main(), rememberFailure(scanner->scanLibrary(library), first, firstDone));
+    runtime.runUntil([&] { return firstDone && secondDone; });
+    EXPECT_EQ(first, "Scan was cancelled");
+    EXPECT_EQ(second, "finished");
+    EXPECT_EQ(library->files.size(), 3U);
+    EXPECT_EQ(library->scanRuns.size(), 2U);
+}
+
+TEST_F(ScannerTest, ARootThatIsGoneOrAFileLeavesNoRun) {
+    fs::remove(music);
+    EXPECT_EQ(failureOfScan(), "Library directory not accessible: " + music.string());
+    folder.write("music", "a file");
+    EXPECT_EQ(failureOfScan(), "Library directory not accessible: " + music.string());
+    EXPECT_TRUE(library->scanRuns.empty());
+}
+
+Task<void> removeFolder(fs::path root) {
+    fs::remove_all(root);
+    co_return;
+}
+
+TEST_F(ScannerTest, AFolderThatVanishesDuringAScanLosesNoRecord) {
+    addSongs(4);
+    scan();
+    extractor->before = [this](int, const std::string&) { return removeFolder(music); };
+    EXPECT_THAT(counts(scan()), ElementsAre(4, 0, 0, 0, 4));
+    EXPECT_EQ(library->files.size(), 4U);
+    fs::create_directory(music); // an empty folder: all is missing, nothing is deleted
+    EXPECT_THAT(counts(scan()), ElementsAre(0, 0, 0, 4, 0));
+    EXPECT_EQ(context().fetch<Track>().size(), 4U);
+}
+
+Task<void> insertSecondLibrary(ModelContext& context) {
+    context.insert(model::make<Library>("Music", "/elsewhere", std::nullopt, std::nullopt, true));
+    co_return;
+}
+
+TEST_F(ScannerTest, AStoreThatCannotSaveFailsTheScanAndTheNextOneCatchesUp) {
+    addSongs(2);
+    extractor->before = [this](int number, const std::string&) -> Task<void> {
+        if (number == 1) return runOn(runtime.main(), insertSecondLibrary(context()));
+        return removeFolder(folder / "nothing");
+    };
+    EXPECT_THROW(scan(), StoreError);
+    EXPECT_TRUE(runtime.run(scanner->scanProgress())); // the caller clears its own copy
+    for (const LibraryRef& each : context().fetch<Library>())
+        if (each != library) context().remove(each);
+    extractor->before = nullptr;
+    EXPECT_EQ(counts(scan())[0], 2);
+    EXPECT_EQ(library->files.size(), 2U);
+    for (const FileItemRef& file : library->files)
+        EXPECT_TRUE(file->track);
+}
+
+class FailingParser final : public GenreTextParser {
+  public:
+    [[nodiscard]] RecognisedTags parse(const std::string& genreText) const override {
+        if (genreText == "bad") throw std::runtime_error("no vocabulary");
+        return {};
+    }
+};
+
+TEST_F(ScannerTest, ATrackThatCannotBeMadeMarksItsFileAlone) {
+    const FailingParser parser;
+    scanner = makeScanner(&parser);
+    addSongs(1);
+    extractor->instead = song("bad");
+    const log::Capture log;
+    EXPECT_THAT(counts(scan()), ElementsAre(1, 1, 0, 0, 0));
+    const FileItemRef file = library->files.front();
+    EXPECT_EQ(file->status, FileStatus::error);
+    EXPECT_EQ(file->errorMsg, "Failed to create/find track");
+    EXPECT_FALSE(file->track);
+    EXPECT_TRUE(log.contains("❌ [TRACK CREATE]   Error type: runtime_error"));
+    EXPECT_TRUE(log.contains("❌ [TRACK CREATE]   Metadata: artist=A title=T canonicalSig=a|t||1.0..."));
+    EXPECT_TRUE(log.contains("⚠️ [ATTACHMENT] Failed to attach 1 files"));
+}
+
+Task<void> deleteLibrary(LibraryRepository& libraries, LibraryRef library) {
+    co_await libraries.deleteLibrary(library);
+}
+
+TEST_F(ScannerTest, ALibraryDeletedDuringItsScanEndsTheScan) {
+    addSongs(300);
+    extractor->before = [this](int number, const std::string&) -> Task<void> {
+        if (number == 1) return runOn(runtime.main(), deleteLibrary(*libraries, library));
+        return removeFolder(folder / "nothing");
+    };
+    EXPECT_EQ(failureOfScan(), "Library directory not accessible: " + music.string());
+    EXPECT_TRUE(context().fetch<FileItem>().empty());
+    EXPECT_TRUE(context().fetch<Track>().empty());
+}
+
+} // namespace
+} // namespace velto
