@@ -1,0 +1,103 @@
+#include "tagwriting/FileCopy.hpp"
+
+#include "platform/core/Error.hpp"
+#include "platform/files/Descriptor.hpp"
+#include "tagwriting/id3/FileBytes.hpp"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <string>
+
+namespace velto {
+
+namespace {
+
+using id3::FileBytes;
+
+constexpr const char* lengthAttribute = "user.velto.backup-length"; // files hold it: do not change
+
+void copyExtendedAttributes(int from, int to) {
+    const ssize_t listLength = ::flistxattr(from, nullptr, 0);
+    if (listLength <= 0) return;
+    std::string names(static_cast<std::size_t>(listLength), '\0');
+    const ssize_t filled = ::flistxattr(from, names.data(), names.size());
+    if (filled <= 0) return;
+    names.resize(static_cast<std::size_t>(filled));
+    for (const char* name = names.data(); name < names.data() + names.size(); name += std::strlen(name) + 1) {
+        const ssize_t length = ::fgetxattr(from, name, nullptr, 0);
+        if (length < 0 || std::strcmp(name, lengthAttribute) == 0) continue;
+        std::string value(static_cast<std::size_t>(length), '\0');
+        const ssize_t read = ::fgetxattr(from, name, value.data(), value.size());
+        if (read >= 0) (void)::fsetxattr(to, name, value.data(), static_cast<std::size_t>(read), 0);
+    }
+}
+
+struct ::stat copyAttributes(int from, int to) {
+    struct ::stat info {};
+
+    if (::fstat(from, &info) != 0) return info;
+    (void)!::fchown(to, info.st_uid, info.st_gid);
+    (void)::fchmod(to, info.st_mode & 07777); // behind the owner, whose change clears bits of it
+    copyExtendedAttributes(from, to);
+    return info;
+}
+
+} // namespace
+
+void copyAttributes(const std::filesystem::path& from, const std::filesystem::path& to) {
+    copyAttributes(FileBytes(from, FileBytes::Mode::read).descriptor(),
+                   FileBytes(to, FileBytes::Mode::read).descriptor());
+}
+
+void copyFile(const std::filesystem::path& from, const std::filesystem::path& to) {
+    const FileBytes source(from, FileBytes::Mode::read);
+    FileBytes copy(to, FileBytes::Mode::createNew);
+    try {
+        const struct ::stat info = copyAttributes(source.descriptor(), copy.descriptor());
+        const std::string length = std::to_string(info.st_size);
+        const bool isMarked =
+            ::fsetxattr(copy.descriptor(), lengthAttribute, length.data(), length.size(), 0) == 0;
+        copy.copyContent(source);
+        if (copy.size() != info.st_size) throw SystemError(EIO, "Cannot copy", from.string());
+        // Where the file system keeps no mark, the copy has to be on the disk before it may be relied upon.
+        if (!isMarked) copy.sync();
+        const std::array<timespec, 2> times{info.st_atim, info.st_mtim};
+        (void)::futimens(copy.descriptor(), times.data());
+    } catch (...) {
+        (void)::unlink(to.c_str());
+        throw;
+    }
+}
+
+bool isCompleteCopy(const std::filesystem::path& copy) {
+    std::array<char, 24> text{};
+    const ssize_t length = ::getxattr(copy.c_str(), lengthAttribute, text.data(), text.size());
+
+    struct ::stat info {};
+
+    if (length <= 0 || ::stat(copy.c_str(), &info) != 0) return true;
+    long long expected = 0;
+    const auto [stop, error] = std::from_chars(text.data(), text.data() + length, expected);
+    return error != std::errc() || info.st_size == expected;
+}
+
+void forgetCopyMark(const std::filesystem::path& copy) {
+    (void)::removexattr(copy.c_str(), lengthAttribute);
+}
+
+void syncFolder(const std::filesystem::path& folder) {
+    const files::Descriptor descriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!descriptor) throw SystemError(errno, "Cannot open", folder.string());
+    // Some network file systems know no sync of a folder and say so with EINVAL.
+    if (::fsync(descriptor.get()) != 0 && errno != EINVAL)
+        throw SystemError(errno, "Cannot sync", folder.string());
+}
+
+} // namespace velto

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+
+namespace velto {
+
+/// Everything about a file but its content and its times: mode, owner, extended attributes with access lists.
+/// What this user may not set is left out silently. Throws SystemError where a file cannot be opened.
+void copyAttributes(const std::filesystem::path& from, const std::filesystem::path& to);
+
+/// Makes `to`, which must not exist, a copy of `from` with its attributes and times. On failure `to` is gone.
+/// Not synced. The copy carries the length that it is to have, so that a power cut that cut it short shows.
+void copyFile(const std::filesystem::path& from, const std::filesystem::path& to);
+
+/// False for a copy by copyFile of which the disk holds a part only.
+[[nodiscard]] bool isCompleteCopy(const std::filesystem::path& copy);
+
+/// Takes the mark of copyFile off: the copy becomes the file itself.
+void forgetCopyMark(const std::filesystem::path& copy);
+
+/// Puts the names of a folder on the disk.
+void syncFolder(const std::filesystem::path& folder);
+
+} // namespace velto

@@ -1,0 +1,152 @@
+#include "tagwriting/GuardedRewrite.hpp"
+
+#include "platform/core/Error.hpp"
+#include "platform/log/Log.hpp"
+#include "tagwriting/FileCopy.hpp"
+#include "tagwriting/id3/FileBytes.hpp"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <exception>
+
+namespace velto {
+
+namespace {
+
+using id3::FileBytes;
+
+std::filesystem::path hidden(const std::filesystem::path& file, const char* extension) {
+    return file.parent_path() / ("." + file.filename().string() + extension);
+}
+
+bool stands(const std::filesystem::path& path) {
+    struct ::stat info {};
+
+    return ::lstat(path.c_str(), &info) == 0;
+}
+
+void move(const std::filesystem::path& from, const std::filesystem::path& to) {
+    if (::rename(from.c_str(), to.c_str()) != 0) throw SystemError(errno, "Cannot move", from.string());
+}
+
+void removeIfThere(const std::filesystem::path& path) {
+    if (::unlink(path.c_str()) != 0 && errno != ENOENT)
+        throw SystemError(errno, "Cannot remove", path.string());
+}
+
+/// One rename does both halves of "remove what stands there, move the backup back": at no moment is neither.
+void putBack(const RewritePaths& paths) {
+    forgetCopyMark(paths.backup);
+    move(paths.backup, paths.file);
+    syncFolder(paths.file.parent_path());
+}
+
+} // namespace
+
+RewritePaths::RewritePaths(std::filesystem::path target)
+    : file(std::move(target))
+    , backup(hidden(file, ".backup"))
+    , making(hidden(file, ".making"))
+    , temporary(hidden(file, ".tmp")) {}
+
+LeftOver settleLeftOver(const RewritePaths& paths, WholeCheck isWhole) {
+    if (stands(paths.making)) removeIfThere(paths.making);
+    if (!stands(paths.backup)) return LeftOver::none;
+    const auto name = paths.file.filename().string();
+    const bool isThere = stands(paths.file);
+    // A backup that a power cut cut short was never relied upon: the audio of the file was not touched then.
+    if (isThere && (!isCompleteCopy(paths.backup) || isWhole(paths.file, paths.backup))) {
+        if (isCompleteCopy(paths.backup)) copyAttributes(paths.backup, paths.file);
+        FileBytes(paths.file, FileBytes::Mode::read).sync();
+        removeIfThere(paths.backup);
+        log::line("🧹 [METADATA] Removed the backup of {}: the file is whole", name);
+        return LeftOver::removed;
+    }
+    putBack(paths);
+    log::line("♻️ [METADATA] Restored {} from its backup after an interrupted write", name);
+    return LeftOver::restored;
+}
+
+GuardedRewrite::GuardedRewrite(const std::filesystem::path& file, RewriteJournal& journal, WholeCheck isWhole)
+    : paths_(file)
+    , journal_(journal) {
+    journal_.note(file);
+    settleLeftOver(paths_, isWhole);
+    isSettled_ = true;
+}
+
+GuardedRewrite::~GuardedRewrite() {
+    try {
+        if (hasBackup_) restore();
+    } catch (const std::exception& error) {
+        log::line("⚠️ [METADATA] {} could not be restored, its backup stays in the folder: {}",
+                  paths_.file.filename().string(), describe(error));
+    }
+    if (isSettled_) journal_.strike(paths_.file);
+}
+
+void GuardedRewrite::copyToBackup() {
+    isSettled_ = false;
+    try {
+        copyFile(paths_.file, paths_.making);
+        move(paths_.making, paths_.backup);
+    } catch (...) {
+        (void)::unlink(paths_.making.c_str());
+        isSettled_ = true;
+        throw;
+    }
+    hasBackup_ = true;
+}
+
+void GuardedRewrite::syncBackup() {
+    FileBytes(paths_.backup, FileBytes::Mode::read).sync();
+    syncFolder(paths_.file.parent_path());
+}
+
+void GuardedRewrite::moveToBackup() {
+    move(paths_.file, paths_.backup);
+    isSettled_ = false;
+    wasMoved_ = true;
+    hasBackup_ = true;
+}
+
+void GuardedRewrite::takePlace(const std::filesystem::path& replacement) {
+    wasMoved_ = true;
+    copyAttributes(paths_.backup, replacement);
+    FileBytes(replacement, FileBytes::Mode::read).sync();
+    if (::rename(replacement.c_str(), paths_.file.c_str()) == 0) return;
+    if (errno != EXDEV) throw SystemError(errno, "Cannot move", replacement.string());
+    removeIfThere(paths_.temporary);
+    try {
+        copyFile(replacement, paths_.temporary);
+        forgetCopyMark(paths_.temporary);
+        FileBytes(paths_.temporary, FileBytes::Mode::read).sync();
+        move(paths_.temporary, paths_.file);
+    } catch (...) {
+        (void)::unlink(paths_.temporary.c_str());
+        throw;
+    }
+    removeIfThere(replacement);
+}
+
+void GuardedRewrite::sync() {
+    FileBytes(paths_.file, FileBytes::Mode::read).sync();
+    if (wasMoved_) syncFolder(paths_.file.parent_path());
+}
+
+void GuardedRewrite::finish() {
+    hasBackup_ = false;
+    isSettled_ = ::unlink(paths_.backup.c_str()) == 0;
+    if (!isSettled_) log::line("⚠️ [METADATA] {} cannot be removed", paths_.backup.string());
+}
+
+void GuardedRewrite::restore() {
+    hasBackup_ = false;
+    putBack(paths_);
+    isSettled_ = true;
+}
+
+} // namespace velto

@@ -1,0 +1,76 @@
+#pragma once
+
+#include "tagwriting/RewriteJournal.hpp"
+
+#include <filesystem>
+
+namespace velto {
+
+/// Whether `file` is a whole song again: its tag reads and its audio is that of `backup`. Does not throw.
+using WholeCheck = bool (*)(const std::filesystem::path& file, const std::filesystem::path& backup);
+
+/// Where the hidden copies of a file lie while it is rewritten: all in its folder.
+struct RewritePaths {
+    std::filesystem::path file;
+    std::filesystem::path backup;    ///< "." + name + ".backup"; under this name a backup is complete
+    std::filesystem::path making;    ///< a backup that is being copied; worth nothing
+    std::filesystem::path temporary; ///< "." + name + ".tmp": a new file that will take the place
+
+    explicit RewritePaths(std::filesystem::path target);
+};
+
+/// Keeps the user's file safe through one rewrite. Whatever happens between the constructor and `finish` (an
+/// exception, a killed process, a full disk), the file or its complete backup is there, and whoever looks
+/// next can tell which of the two to take:
+///
+///   killed while              the folder then holds               the next look does
+///   copying the backup        file, part under `making`           removes the part
+///   backup stands             file, backup                        file is whole: removes the backup
+///   file is being written     damaged file, backup                puts the backup back
+///   file was set aside        backup                              puts the backup back
+///   new file stands           new file, backup                    file is whole: removes the backup
+///   backup is gone            new file                            strikes it off the journal
+///
+/// Not thread-safe; one rewrite of a file at a time. Everything throws SystemError.
+class GuardedRewrite {
+  public:
+    /// `file` is absolute and no link. Notes it in the journal and settles what an earlier rewrite left.
+    GuardedRewrite(const std::filesystem::path& file, RewriteJournal& journal, WholeCheck isWhole);
+    /// Puts the backup back where the rewrite has not been finished.
+    ~GuardedRewrite();
+    GuardedRewrite(const GuardedRewrite&) = delete;
+    GuardedRewrite& operator=(const GuardedRewrite&) = delete;
+
+    [[nodiscard]] const RewritePaths& paths() const { return paths_; }
+
+    /// Copies the file, its mode, owner, times and extended attributes to the backup name.
+    void copyToBackup();
+    /// Puts a copied backup on the disk before the audio of the file itself is moved.
+    void syncBackup();
+    /// Moves the file itself to the backup name.
+    void moveToBackup();
+    /// Moves `replacement` (any file system) to the file's name, with the mode, owner and extended attributes
+    /// of the backup and its content on the disk first.
+    void takePlace(const std::filesystem::path& replacement);
+    /// Syncs what was written. Then `prove` whatever must hold, then `finish`.
+    void sync();
+    /// The file is proven: removes the backup and strikes the file off.
+    void finish();
+
+  private:
+    void restore();
+
+    RewritePaths paths_;
+    RewriteJournal& journal_;
+    bool hasBackup_ = false;
+    bool isSettled_ = false; ///< nothing is left in the folder, the journal may forget the file
+    bool wasMoved_ = false;  ///< names of the folder changed, not only the file's content
+};
+
+enum class LeftOver { none, restored, removed };
+
+/// Settles what an interrupted rewrite of a file left: see the table above. A log line where a backup is
+/// found.
+LeftOver settleLeftOver(const RewritePaths& paths, WholeCheck isWhole);
+
+} // namespace velto

@@ -1,0 +1,61 @@
+#pragma once
+
+#include "tagwriting/id3/ID3Types.hpp"
+
+#include <sys/types.h>
+
+#include <filesystem>
+#include <string>
+#include <utility>
+
+namespace velto::id3 {
+
+/// An open regular file; closed with its owner. Every operation throws SystemError with the path in its text.
+class FileBytes {
+  public:
+    enum class Mode { read, readWrite, createNew };
+
+    /// createNew is for reading and writing, fails where the name is taken and gives mode 0600.
+    FileBytes(const std::filesystem::path& path, Mode mode);
+    ~FileBytes();
+
+    FileBytes(FileBytes&& other) noexcept
+        : path_(std::move(other.path_))
+        , descriptor_(std::exchange(other.descriptor_, -1)) {}
+
+    FileBytes& operator=(FileBytes&&) = delete;
+
+    [[nodiscard]] off_t size() const;
+
+    [[nodiscard]] int descriptor() const { return descriptor_; }
+
+    [[nodiscard]] const std::filesystem::path& path() const { return path_; }
+
+    /// Reads until the buffer is full or the file ends; how many bytes came.
+    std::size_t read(std::span<std::uint8_t> into, off_t at) const;
+    void write(ByteView bytes, off_t at);
+    void truncate(off_t length);
+    void sync() const;
+
+    /// Puts zero bytes in front of the content without copying it. False where the file system cannot, or not
+    /// by that length; the content is then as it was.
+    [[nodiscard]] bool insertInFront(off_t length);
+    /// Unit of insertInFront.
+    [[nodiscard]] off_t blockSize() const;
+
+    /// Moves everything from `from` on to `to` and sets the file's end behind it.
+    void shiftTail(off_t from, off_t to);
+    /// Makes this empty file a copy of `source`'s content, shared or copied by the kernel where it can.
+    void copyContent(const FileBytes& source);
+
+  private:
+    [[noreturn]] void fail(const char* operation) const;
+
+    std::filesystem::path path_;
+    int descriptor_;
+};
+
+/// Whether two files hold the same bytes from the given places to their ends.
+[[nodiscard]] bool sameBytes(const FileBytes& left, off_t leftFrom, const FileBytes& right, off_t rightFrom);
+
+} // namespace velto::id3

@@ -1,0 +1,44 @@
+#pragma once
+
+#include "tagwriting/id3/ID3Tag.hpp"
+
+#include <optional>
+#include <string_view>
+
+namespace velto::id3 {
+
+/// How a frame's content is laid out.
+enum class FrameContent : std::uint8_t {
+    text,
+    integer,
+    localized,
+    genre,
+    partOfTotal,
+    picture,
+    dateTime,
+    dayMonth,
+    hourMinute,
+};
+
+struct FrameDescription {
+    FrameName::Kind kind;
+    FrameContent content;
+    std::string_view identifier2; ///< empty where the version has no such frame
+    std::string_view identifier3;
+    std::string_view identifier4;
+
+    [[nodiscard]] std::string_view identifier(ID3Version version) const {
+        return version == ID3Version::version2   ? identifier2
+               : version == ID3Version::version3 ? identifier3
+                                                 : identifier4;
+    }
+};
+
+/// The one list that reading and writing share.
+[[nodiscard]] const FrameDescription& frameDescription(FrameName::Kind kind);
+
+/// What a frame read from a tag is; nothing for a frame that we do not know. Identifiers that the standards
+/// gave to another version are understood as well: taggers mix them.
+[[nodiscard]] const FrameDescription* frameDescription(std::string_view identifier);
+
+} // namespace velto::id3

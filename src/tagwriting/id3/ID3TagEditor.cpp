@@ -1,0 +1,64 @@
+#include "tagwriting/id3/ID3TagEditor.hpp"
+
+#include "tagwriting/id3/ID3TagCreator.hpp"
+#include "tagwriting/id3/ID3TagParser.hpp"
+#include "tagwriting/id3/Mp3File.hpp"
+
+#include <algorithm>
+
+namespace velto::id3 {
+
+namespace {
+
+const char* text(ID3TagEditorError::Case kind) {
+    switch (kind) {
+    case ID3TagEditorError::Case::invalidFileFormat:
+        return "Not an MP3 file";
+    case ID3TagEditorError::Case::tagTooBig:
+        return "The tag is too big";
+    case ID3TagEditorError::Case::invalidTagData:
+        return "Invalid tag data";
+    case ID3TagEditorError::Case::corruptedFile:
+        return "The tag declares more bytes than the file has";
+    }
+    return "";
+}
+
+} // namespace
+
+ID3TagEditorError::ID3TagEditorError(Case kind)
+    : Error(text(kind))
+    , kind_(kind) {}
+
+std::optional<ID3Tag> ID3TagEditor::read(const std::filesystem::path& from) {
+    const auto data = Mp3FileReader::read(from);
+    return data ? ID3TagParser::parse(*data) : std::nullopt;
+}
+
+void ID3TagEditor::write(const ID3Tag& tag, const std::filesystem::path& to,
+                         const std::optional<std::filesystem::path>& andSaveTo,
+                         const std::function<void()>& beforeAudioMoves) {
+    Bytes bytes = ID3TagCreator::create(tag);
+    std::optional<FileBytes> copy;
+    if (andSaveTo) {
+        std::filesystem::remove(*andSaveTo);
+        copy.emplace(*andSaveTo, FileBytes::Mode::createNew);
+        copy->copyContent(FileBytes(to, FileBytes::Mode::read));
+    }
+    FileBytes file = copy ? std::move(*copy) : FileBytes(to, FileBytes::Mode::readWrite);
+    const auto plan = Mp3WithID3TagBuilder::plan(file, bytes.size());
+    const std::size_t total = static_cast<std::size_t>(plan.newLength);
+    const Bytes header = ID3TagHeaderCreator::create(tag.properties.version,
+                                                     total - ID3TagConfiguration::tagHeaderSizeInBytes);
+    bytes.resize(total, 0);
+    std::copy(header.begin(), header.end(), bytes.begin());
+    Mp3FileWriter::write(file, plan, bytes, beforeAudioMoves);
+}
+
+bool ID3TagEditor::sameAudio(const std::filesystem::path& left, const std::filesystem::path& right) {
+    const FileBytes leftFile(left, FileBytes::Mode::read);
+    const FileBytes rightFile(right, FileBytes::Mode::read);
+    return sameBytes(leftFile, tagLength(leftFile), rightFile, tagLength(rightFile));
+}
+
+} // namespace velto::id3

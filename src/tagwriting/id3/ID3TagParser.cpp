@@ -1,0 +1,152 @@
+#include "tagwriting/id3/ID3TagParser.hpp"
+
+#include "tagwriting/id3/FrameIdentifiers.hpp"
+
+#include <algorithm>
+
+namespace velto::id3 {
+
+namespace {
+
+constexpr std::size_t headerSize = ID3TagConfiguration::tagHeaderSizeInBytes;
+constexpr std::size_t flagsOffset = 5;
+
+namespace tag_flag {
+constexpr std::uint8_t unsynchronised = 0x80;
+constexpr std::uint8_t extendedHeader = 0x40; // versions 2.3 and 2.4
+constexpr std::uint8_t compressed = 0x40;     // version 2.2: no scheme was ever published
+} // namespace tag_flag
+
+bool isIdentifierByte(std::uint8_t byte) {
+    return (byte >= 'A' && byte <= 'Z') || (byte >= '0' && byte <= '9');
+}
+
+/// The frame identifier at the front of `bytes`; empty where none stands there. Some writers put the
+/// three-character names of version 2.2 into a 2.3 tag, filled up with a zero or a blank.
+std::string_view identifierAt(ByteView bytes, std::size_t length) {
+    if (bytes.size() < length || !std::all_of(bytes.begin(), bytes.begin() + 3, isIdentifierByte)) return {};
+    const bool isShort = length == 4 && (bytes[3] == 0 || bytes[3] == ' ');
+    if (length == 4 && !isShort && !isIdentifierByte(bytes[3])) return {};
+    return {reinterpret_cast<const char*>(bytes.data()), isShort ? 3 : length};
+}
+
+/// What stands behind the extended header. A flag without such a header (a known frame stands there) is
+/// ignored.
+ByteView behindExtendedHeader(ByteView body, ID3Version version) {
+    if (body.size() < 4 || frameDescription(identifierAt(body, 4)) != nullptr) return body;
+    // Version 2.3 does not count the size field itself, 2.4 does.
+    const std::size_t size = version == ID3Version::version4
+                                 ? SynchsafeIntegerDecoder::decode(body.first<4>())
+                                 : std::size_t{bigEndian(body.first(4))} + 4;
+    return size > body.size() ? ByteView() : body.subspan(std::max<std::size_t>(size, 4));
+}
+
+/// Whether a frame that ends at `end` leaves the walk at a frame, at padding or at the end of the body.
+bool endsPlausibly(ByteView body, std::size_t end, std::size_t identifierSize) {
+    if (end > body.size()) return false;
+    const ByteView rest = body.subspan(end);
+    return rest.empty() || rest[0] == 0 || !identifierAt(rest, identifierSize).empty();
+}
+
+/// The frame size at the front of the walk. The standards say synchsafe for 2.4 and plain for 2.3; writers of
+/// either kind exist that do the other, so a size that leads nowhere is tried the other way.
+struct ID3FrameSizeParser {
+    static std::size_t parse(ByteView body, ID3Version version) {
+        if (version == ID3Version::version2) return bigEndian(body.subspan(3, 3));
+        const auto field = body.subspan<4, 4>();
+        const std::size_t plain = bigEndian(field);
+        const std::size_t synchsafe = SynchsafeIntegerDecoder::decode(field);
+        const bool mayBeSynchsafe =
+            std::none_of(field.begin(), field.end(), [](auto byte) { return byte > 0x7F; });
+        const std::size_t standard = version == ID3Version::version4 && mayBeSynchsafe ? synchsafe : plain;
+        const std::size_t other = standard == plain && mayBeSynchsafe ? synchsafe : plain;
+        if (other == standard || endsPlausibly(body, 10 + standard, 4)) return standard;
+        return endsPlausibly(body, 10 + other, 4) ? other : standard;
+    }
+};
+
+/// Reduces a frame's bytes to its content: what the format flags put in front goes, unsynchronisation is
+/// undone into `undone`. Nothing where the content cannot be read (encrypted or compressed, or too short).
+struct ID3FrameContentSizeParser {
+    static std::optional<ByteView> content(ByteView frame, std::uint8_t flags, ID3Version version,
+                                           bool unsynchronised, Bytes& undone) {
+        const bool is4 = version == ID3Version::version4;
+        const std::uint8_t unreadable = is4 ? 0x0C : 0xC0;
+        const std::uint8_t grouped = is4 ? 0x40 : 0x20;
+        if ((flags & unreadable) != 0) return std::nullopt;
+        std::size_t extra = (flags & grouped) != 0 ? 1 : 0;
+        if (is4 && (flags & 0x01) != 0) extra += 4; // data length indicator
+        if (extra > frame.size()) return std::nullopt;
+        frame = frame.subspan(extra);
+        if (!is4 || (!unsynchronised && (flags & 0x02) == 0)) return frame;
+        undone = undoUnsynchronisation(frame);
+        return undone;
+    }
+};
+
+} // namespace
+
+std::optional<ID3Version> ID3TagVersionParser::parse(ByteView data) {
+    if (data.size() < 4 || data[3] < 2 || data[3] > 4) return std::nullopt;
+    return static_cast<ID3Version>(data[3]);
+}
+
+bool ID3TagPresence::isPresent(ByteView data, std::optional<ID3Version> version) {
+    if (data.size() < 5 || !version) return false;
+    const auto header = ID3TagConfiguration::header(*version);
+    return std::equal(header.begin(), header.end(), data.begin());
+}
+
+std::uint32_t ID3TagSizeParser::parse(ByteView data) {
+    return SynchsafeIntegerDecoder::decode(data.subspan<ID3TagConfiguration::tagBytesOffset, 4>());
+}
+
+std::optional<ID3Tag> ID3TagParser::parse(ByteView data) {
+    const auto version = ID3TagVersionParser::parse(data);
+    if (!ID3TagPresence::isPresent(data, version)) return std::nullopt;
+    if (data.size() < headerSize) throw ID3TagEditorError(ID3TagEditorError::Case::corruptedFile);
+    ID3Tag tag{{*version, ID3TagSizeParser::parse(data)}, {}};
+    if (data.size() - headerSize < tag.properties.size)
+        throw ID3TagEditorError(ID3TagEditorError::Case::corruptedFile);
+
+    const std::uint8_t flags = data[flagsOffset];
+    const bool unsynchronised = (flags & tag_flag::unsynchronised) != 0;
+    if (*version == ID3Version::version2 && (flags & tag_flag::compressed) != 0) return tag;
+    ByteView body = data.subspan(headerSize, tag.properties.size);
+    Bytes undone;
+    // Up to 2.3 the scheme covers the whole tag, sizes not included; in 2.4 each frame by itself.
+    if (unsynchronised && *version != ID3Version::version4) body = undone = undoUnsynchronisation(body);
+    if (*version != ID3Version::version2 && (flags & tag_flag::extendedHeader) != 0)
+        body = behindExtendedHeader(body, *version);
+    ID3FramesParser::parse(body, unsynchronised, tag);
+    return tag;
+}
+
+void ID3FramesParser::parse(ByteView body, bool everyFrameUnsynchronised, ID3Tag& tag) {
+    const ID3Version version = tag.properties.version;
+    const std::size_t frameHeaderSize = ID3TagConfiguration::frameHeaderSize(version);
+    Bytes undone;
+    while (body.size() > frameHeaderSize) {
+        const std::string_view identifier = identifierAt(body, ID3TagConfiguration::identifierSize(version));
+        if (identifier.empty()) return;
+        const std::size_t size = ID3FrameSizeParser::parse(body, version);
+        if (size > body.size() - frameHeaderSize) return;
+        const std::uint8_t flags = version == ID3Version::version2 ? 0 : body[9];
+        const auto content = ID3FrameContentSizeParser::content(body.subspan(frameHeaderSize, size), flags,
+                                                                version, everyFrameUnsynchronised, undone);
+        if (content && !content->empty()) ID3FrameParser::parse(identifier, *content, tag);
+        body = body.subspan(frameHeaderSize + size);
+    }
+}
+
+Bytes undoUnsynchronisation(ByteView bytes) {
+    Bytes out;
+    out.reserve(bytes.size());
+    for (std::size_t index = 0; index < bytes.size(); ++index) {
+        out.push_back(bytes[index]);
+        if (bytes[index] == 0xFF && index + 1 < bytes.size() && bytes[index + 1] == 0) ++index;
+    }
+    return out;
+}
+
+} // namespace velto::id3

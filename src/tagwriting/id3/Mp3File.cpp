@@ -1,0 +1,97 @@
+#include "tagwriting/id3/Mp3File.hpp"
+
+#include "tagwriting/id3/ID3TagParser.hpp"
+
+#include <algorithm>
+#include <array>
+#include <string>
+
+namespace velto::id3 {
+
+namespace {
+
+constexpr std::size_t headerSize = ID3TagConfiguration::tagHeaderSizeInBytes;
+constexpr off_t leastPadding = 1 << 10;
+constexpr off_t paddingUnit = 1 << 10;
+/// A room of more than this over what is needed (large frames that are gone now) is worth moving the audio
+/// once.
+constexpr off_t mostPadding = 128 << 10;
+constexpr off_t blockSizeLimit = 64 << 10;
+
+using Header = std::array<std::uint8_t, headerSize>;
+
+std::optional<Header> tagHeader(const FileBytes& file) {
+    Header header{};
+    if (file.read(header, 0) != header.size()) return std::nullopt;
+    if (!ID3TagPresence::isPresent(header, ID3TagVersionParser::parse(header))) return std::nullopt;
+    const off_t declared = ID3TagSizeParser::parse(header);
+    if (declared > file.size() - static_cast<off_t>(headerSize))
+        throw ID3TagEditorError(ID3TagEditorError::Case::corruptedFile);
+    return header;
+}
+
+bool isMp3(const std::filesystem::path& path) {
+    std::string extension = path.extension().string();
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+    return extension == ".mp3";
+}
+
+off_t roundedUp(off_t value, off_t unit) {
+    return (value + unit - 1) / unit * unit;
+}
+
+} // namespace
+
+std::optional<Bytes> Mp3FileReader::read(const std::filesystem::path& path) {
+    if (!isMp3(path)) throw ID3TagEditorError(ID3TagEditorError::Case::invalidFileFormat);
+    return read(FileBytes(path, FileBytes::Mode::read));
+}
+
+std::optional<Bytes> Mp3FileReader::read(const FileBytes& file) {
+    const auto header = tagHeader(file);
+    if (!header) return std::nullopt;
+    Bytes data(headerSize + ID3TagSizeParser::parse(*header));
+    // The file may have shrunk since its size was looked at.
+    if (file.read(data, 0) != data.size()) throw ID3TagEditorError(ID3TagEditorError::Case::corruptedFile);
+    return data;
+}
+
+off_t tagLength(const FileBytes& file) {
+    const auto header = tagHeader(file);
+    if (!header) return 0;
+    constexpr std::uint8_t footerFlag = 0x10;
+    const off_t length = static_cast<off_t>(headerSize) + ID3TagSizeParser::parse(*header);
+    if ((*header)[3] != 4 || ((*header)[5] & footerFlag) == 0) return length;
+    // The flag alone is no reason to take ten bytes from the audio: the footer must stand there.
+    std::array<std::uint8_t, 3> mark{};
+    const bool isThere =
+        file.read(mark, length) == mark.size() && mark == std::array<std::uint8_t, 3>{'3', 'D', 'I'};
+    return isThere ? std::min(length + static_cast<off_t>(headerSize), file.size()) : length;
+}
+
+Mp3WithID3TagBuilder Mp3WithID3TagBuilder::plan(const FileBytes& file, std::size_t tagSize) {
+    const off_t needed = static_cast<off_t>(tagSize);
+    const off_t room = tagLength(file);
+    if (needed <= room && room - needed <= mostPadding) return {Step::headOnly, room, room};
+    const off_t moved = roundedUp(needed + leastPadding, paddingUnit);
+    const off_t block = file.blockSize();
+    if (needed <= room || block > blockSizeLimit || file.size() == 0) return {Step::moveAudio, room, moved};
+    return {Step::insertInFront, room, room + roundedUp(needed + leastPadding - room, block)};
+}
+
+void Mp3FileWriter::write(FileBytes& file, const Mp3WithID3TagBuilder& plan, ByteView tag,
+                          const std::function<void()>& beforeAudioMoves) {
+    using Step = Mp3WithID3TagBuilder::Step;
+    const bool inserted =
+        plan.step == Step::insertInFront && file.insertInFront(plan.newLength - plan.oldLength);
+    if (plan.step != Step::headOnly && !inserted) {
+        if (beforeAudioMoves) beforeAudioMoves();
+        file.shiftTail(plan.oldLength, plan.newLength);
+    }
+    if (!inserted) file.write(Header{}, 0);
+    file.write(tag.subspan(headerSize), static_cast<off_t>(headerSize));
+    file.write(tag.first(headerSize), 0);
+}
+
+} // namespace velto::id3

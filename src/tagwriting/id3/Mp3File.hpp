@@ -1,0 +1,50 @@
+#pragma once
+
+#include "tagwriting/id3/FileBytes.hpp"
+
+#include <filesystem>
+#include <functional>
+#include <optional>
+
+namespace velto::id3 {
+
+/// Reads the tag at the head of an MP3 file, never the audio.
+struct Mp3FileReader {
+    /// Header and body of the tag; nothing where the file has none (a file shorter than a header has none).
+    /// Throws invalidFileFormat where the extension is not mp3, corruptedFile where the tag declares more
+    /// than the file has (before that much memory is asked for), SystemError.
+    [[nodiscard]] static std::optional<Bytes> read(const std::filesystem::path& path);
+    [[nodiscard]] static std::optional<Bytes> read(const FileBytes& file);
+};
+
+/// Bytes at the head of the file that belong to its tag: header, body and, in version 2.4, the footer; 0
+/// without a tag. Everything behind is audio to us: a second tag, ID3v1, APE. Throws as Mp3FileReader.
+[[nodiscard]] off_t tagLength(const FileBytes& file);
+
+/// How a new tag takes the old one's place.
+struct Mp3WithID3TagBuilder {
+    enum class Step {
+        headOnly,      ///< the new tag fills the old one's room
+        insertInFront, ///< the file grows by whole blocks in front; the audio is not copied
+        moveAudio,     ///< the audio moves to behind the new tag
+    };
+    Step step;
+    off_t oldLength; ///< of the tag that stands in the file
+    off_t newLength; ///< with padding
+
+    /// Plans for a new tag of `tagSize` bytes (header included, no padding). A tag that grows leaves 1 KiB or
+    /// more of padding, so that the next write needs the head only; a room far too large is given up.
+    [[nodiscard]] static Mp3WithID3TagBuilder plan(const FileBytes& file, std::size_t tagSize);
+};
+
+struct Mp3FileWriter {
+    /// Writes `tag`, which has the planned length, in place. The header goes last: where the process dies on
+    /// the way, the file has no valid tag and its audio does not stand where its backup's stands, so that the
+    /// state in between is never taken for a whole file. `beforeAudioMoves` is called once where the audio
+    /// has to be copied to another place of the file. Not synced. Throws SystemError; the file is then
+    /// undefined.
+    static void write(FileBytes& file, const Mp3WithID3TagBuilder& plan, ByteView tag,
+                      const std::function<void()>& beforeAudioMoves = {});
+};
+
+} // namespace velto::id3

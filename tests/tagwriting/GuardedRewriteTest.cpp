@@ -1,0 +1,231 @@
+#include "tagwriting/GuardedRewrite.hpp"
+#include "platform/log/Log.hpp"
+#include "tagwriting/FileCopy.hpp"
+#include "tagwriting/MetadataWriter.hpp"
+#include "tagwriting/TagFixtures.hpp"
+#include "tagwriting/id3/ID3TagBuilder.hpp"
+#include "tagwriting/id3/ID3TagEditor.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sched.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <sys/xattr.h>
+
+#include <csignal>
+#include <fstream>
+#include <functional>
+#include <optional>
+
+using namespace velto;
+using namespace velto::test;
+using testing::ElementsAre;
+
+namespace {
+
+const std::string audio = "\xFF\xFB" + std::string(20'000, 'a') + "end";
+const std::string oldTag = tagOf(3, frameOf(3, "TIT2", raw("\0Old")));
+const std::string newTag = tagOf(3, frameOf(3, "TIT2", raw("\0Old")) + frameOf(3, "TCON", raw("\0Dub")));
+
+void put(const std::filesystem::path& file, const std::optional<std::string>& content) {
+    std::filesystem::remove(file);
+    if (content) std::ofstream(file, std::ios::binary) << *content;
+}
+
+} // namespace
+
+TEST(InterruptedRewrite, everyStateEndsWithOneWholeFile) {
+    using Content = std::optional<std::string>;
+
+    struct Row {
+        const char* killed;
+        Content file;
+        Content backup;
+        Content making;
+        Content expected;
+        std::size_t restored;
+    };
+
+    const std::string original = oldTag + audio;
+    const std::string blank(4096, '\0');
+    const std::vector<Row> rows{
+        {"before anything", original, {}, {}, original, 0},
+        {"while the backup was copied", original, {}, original.substr(0, 5000), original, 0},
+        {"when the backup stood", original, original, {}, original, 0},
+        {"when room had been made in front", blank + original, original, {}, original, 1},
+        {"before the header was written",
+         blank.substr(0, 10) + newTag.substr(10) + audio,
+         original,
+         {},
+         original,
+         1},
+        {"while the audio moved", oldTag + audio + audio.substr(1000), original, {}, original, 1},
+        {"with half of the file gone", original.substr(0, 8000), original, {}, original, 1},
+        {"with a tag that declares too much",
+         raw("ID3\x03\0\0\x7F\x7F\x7F\x7F") + audio,
+         original,
+         {},
+         original,
+         1},
+        {"with one byte of audio wrong",
+         newTag + audio.substr(0, 900) + "b" + audio.substr(901),
+         original,
+         {},
+         original,
+         1},
+        {"when it was set aside", {}, original, {}, original, 1},
+        {"before the backup was removed", newTag + audio, original, {}, newTag + audio, 0},
+        {"after all of it", newTag + audio, {}, {}, newTag + audio, 0},
+        {"and the user removed the file", {}, {}, {}, {}, 0},
+    };
+    for (const Row& row : rows) {
+        const TemporaryFolder folder;
+        const TemporaryFolder home;
+        const auto file = folder / "song.mp3";
+        put(file, row.file);
+        put(folder / ".song.mp3.backup", row.backup);
+        put(folder / ".song.mp3.making", row.making);
+        { RewriteJournal(home / "journal").note(file); }
+        RewriteJournal journal(home / "journal");
+        ASSERT_THAT(journal.outstanding(), ElementsAre(file));
+        CountingReporter reporter;
+        EXPECT_EQ(recoverInterruptedRewrites(journal, reporter), row.restored) << row.killed;
+        EXPECT_TRUE(journal.outstanding().empty()) << row.killed;
+        ASSERT_EQ(std::filesystem::exists(file), row.expected.has_value()) << row.killed;
+        if (row.expected) {
+            EXPECT_TRUE(readFile(file) == *row.expected) << row.killed;
+        }
+        EXPECT_EQ(namesIn(folder.path()).size(), row.expected ? 1U : 0U) << row.killed;
+        EXPECT_TRUE(RewriteJournal(home / "journal").outstanding().empty()) << row.killed;
+    }
+}
+
+TEST(InterruptedRewrite, aBackupThatAPowerCutCutShortLosesToTheFile) {
+    const TemporaryFolder folder;
+    const auto file = folder.write("song.mp3", newTag + audio);
+    const RewritePaths paths(file);
+    copyFile(file, paths.backup);
+    if (::getxattr(paths.backup.c_str(), "user.velto.backup-length", nullptr, 0) < 0)
+        GTEST_SKIP() << "no extended attributes here: the copy is synced instead";
+    ASSERT_EQ(::truncate(paths.backup.c_str(), 100), 0);
+    CountingReporter reporter;
+    RewriteJournal journal(folder / "journal");
+    journal.note(file);
+    EXPECT_EQ(recoverInterruptedRewrites(journal, reporter), 0U);
+    EXPECT_EQ(readFile(file), newTag + audio);
+    EXPECT_FALSE(std::filesystem::exists(paths.backup));
+}
+
+TEST(InterruptedRewrite, theNextWriteLooksAtALeftOverFirst) {
+    const TemporaryFolder folder;
+    const auto file = folder.write("song.mp3", "half of a so");
+    folder.write(".song.mp3.backup", oldTag + audio);
+    TestRuntime runtime;
+    CountingReporter reporter;
+    RewriteJournal journal;
+    const log::Capture log;
+    SimpleMetadataWriter writer(runtime.executors(), reporter, journal);
+    runtime.run(writer.writeGenreTags({"Dub"}, file, true));
+    EXPECT_EQ(audioOf(file), audio);
+    EXPECT_EQ(id3::ID3TagContentReader(*id3::ID3TagEditor::read(file)).genre()->description, "Dub");
+    EXPECT_EQ(*id3::ID3TagContentReader(*id3::ID3TagEditor::read(file)).title(), "Old");
+    EXPECT_TRUE(
+        log.contains("♻️ [METADATA] Restored song.mp3 from its backup after an interrupted write"));
+    EXPECT_THAT(namesIn(folder.path()), ElementsAre("song.mp3"));
+}
+
+TEST(InterruptedRewrite, aFailedProofRestoresEverythingAboutTheFile) {
+    const TemporaryFolder folder;
+    const auto file = folder.write("song.mp3", oldTag + audio);
+    ::chmod(file.c_str(), 0604);
+    const bool hasAttributes = ::setxattr(file.c_str(), "user.test", "kept", 4, 0) == 0;
+    const auto modified = std::filesystem::last_write_time(file);
+    RewriteJournal journal(folder / "journal");
+    try {
+        GuardedRewrite guard(file, journal, [](const auto&, const auto&) { return true; });
+        guard.copyToBackup();
+        put(file, "damaged");
+        throw Error("the proof failed");
+    } catch (const Error&) {
+    }
+    EXPECT_EQ(readFile(file), oldTag + audio);
+    EXPECT_EQ(std::filesystem::status(file).permissions(), static_cast<std::filesystem::perms>(0604));
+    EXPECT_EQ(std::filesystem::last_write_time(file), modified);
+    EXPECT_EQ(::getxattr(file.c_str(), "user.test", nullptr, 0), hasAttributes ? 4 : -1);
+    EXPECT_LT(::getxattr(file.c_str(), "user.velto.backup-length", nullptr, 0), 0);
+    EXPECT_TRUE(journal.outstanding().empty());
+}
+
+TEST(RewriteJournal, survivesDamageAndStaysSmall) {
+    const TemporaryFolder folder;
+    const std::filesystem::path odd = "/music/a\nb.mp3";
+    {
+        RewriteJournal journal(folder / "journal");
+        journal.note(odd);
+        journal.note("/music/c.mp3");
+        journal.strike("/music/c.mp3");
+    }
+    std::ofstream(folder / "journal", std::ios::app) << "garbage" << '\0' << "+/music/cut sho";
+    {
+        RewriteJournal journal(folder / "journal");
+        EXPECT_THAT(journal.outstanding(), ElementsAre(odd));
+        CountingReporter reporter;
+        EXPECT_EQ(recoverInterruptedRewrites(journal, reporter), 0U);
+        EXPECT_THAT(journal.outstanding(), ElementsAre(odd)); // its drive is not there now
+        journal.strike(odd);
+        for (int index = 0; index < 10'000; ++index) {
+            journal.note("/music/" + std::to_string(index));
+            journal.strike("/music/" + std::to_string(index));
+        }
+    }
+    EXPECT_LT(std::filesystem::file_size(folder / "journal"), 70U << 10);
+    EXPECT_TRUE(RewriteJournal(folder / "journal").outstanding().empty());
+    RewriteJournal unwritable("/proc/nowhere/journal");
+    unwritable.note(odd);
+    EXPECT_EQ(unwritable.outstanding().size(), 1U);
+}
+
+// Whenever the process dies, the next start finds every song whole.
+TEST(InterruptedRewrite, aKilledProcessLosesNothing) {
+    const TemporaryFolder folder;
+    std::string sound = "\xFF\xFB";
+    for (int index = 0; index < 3'000'000; ++index)
+        sound += static_cast<char>(index * 31 ^ index >> 9);
+    const auto file = folder.write("song.mp3", sound);
+    const RewritePaths paths(file);
+    const auto hasBackup = [&] { return std::filesystem::exists(paths.backup); };
+    std::uintmax_t size = 0;
+    const std::vector<std::function<bool()>> moments{
+        [&] { return std::filesystem::exists(paths.making); },
+        hasBackup,
+        [&] { return hasBackup() && std::filesystem::file_size(file) != size; },
+        [&] { return hasBackup() && !readFile(file).starts_with("ID3"); },
+    };
+    for (std::size_t round = 0; round < 24; ++round) {
+        size = std::filesystem::file_size(file);
+        const pid_t child = ::fork();
+        if (child == 0) {
+            TestRuntime runtime;
+            CountingReporter reporter;
+            RewriteJournal journal(folder / "journal");
+            SimpleMetadataWriter writer(runtime.executors(), reporter, journal);
+            // Genres that grow and shrink: every way of making room comes by.
+            for (std::size_t turn = round;; ++turn)
+                runtime.run(writer.writeGenreTags({std::string(turn * 79'190 % 200'000, 'g')}, file, false));
+        }
+        while (!moments[round % moments.size()]())
+            ::sched_yield();
+        ::kill(child, SIGKILL);
+        int status = 0;
+        ::waitpid(child, &status, 0);
+        ASSERT_TRUE(WIFSIGNALED(status));
+        CountingReporter reporter;
+        RewriteJournal journal(folder / "journal");
+        (void)recoverInterruptedRewrites(journal, reporter);
+        ASSERT_EQ(reporter.errors, 0);
+        ASSERT_TRUE(audioOf(file) == sound) << round;
+        ASSERT_THAT(namesIn(folder.path()), ElementsAre("journal", "song.mp3")) << round;
+    }
+}
