@@ -55,8 +55,8 @@ Task<void> cancelAndWait(TaskHandle<int> handle) {
 TEST(Concurrency, ACancelledTaskEndsAtItsCheckpoint) {
     TestRuntime runtime;
     const CancellationToken token;
-    const auto handle = TaskHandle<int>::start(runtime.executors(), runtime.executors().pool,
-                                               untilCancelled(token), token);
+    const auto handle =
+        TaskHandle<int>::start(runtime.executors(), runtime.executors().pool, untilCancelled(token), token);
     runtime.run(cancelAndWait(handle));
     EXPECT_TRUE(handle.isDone());
     EXPECT_THROW(runtime.run(handle.value()), CancellationError);

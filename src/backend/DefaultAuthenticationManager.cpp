@@ -1,0 +1,213 @@
+#include "backend/DefaultAuthenticationManager.hpp"
+
+#include "backend/GraphQLError.hpp"
+#include "backend/URLCallback.hpp"
+#include "platform/http/URLError.hpp"
+#include "platform/http/Url.hpp"
+#include "platform/log/Log.hpp"
+
+#include <utility>
+
+namespace velto {
+
+namespace {
+
+constexpr const char* userAndDefaultsQuery =
+    "query GetUserAndDefaults {\n    me {\n        id\n        email\n        name\n        genres\n        "
+    "regions\n    }\n    creditBalance\n    preferencesDefaults {\n        genres\n        regions\n        "
+    "eras\n    }\n}";
+
+/// A second error within this time is not shown.
+constexpr Seconds errorCooldown{5};
+/// How long an error stays on show.
+constexpr Seconds errorShown{3};
+
+bool isUnauthorized(const std::exception& error) {
+    const auto* clientError = dynamic_cast<const GraphQLClientError*>(&error);
+    return clientError != nullptr && clientError->kind() == GraphQLClientError::Case::unauthorized;
+}
+
+/// What the user reads when the token is stored but the profile did not come.
+std::string messageAfterAuth(const std::exception& error) {
+    const auto* urlError = dynamic_cast<const http::URLError*>(&error);
+    if (urlError == nullptr) return describe(error);
+    log::line("⚠️ [AUTH] URLError code: {}", urlError->rawCode());
+    using Code = http::URLError::Code;
+    if (urlError->code() == Code::cannotFindHost || urlError->code() == Code::cannotConnectToHost)
+        return "Backend server is not available. Token saved - try signing in later when the server is "
+               "running.";
+    return "Network error: " + describe(error);
+}
+
+} // namespace
+
+DefaultAuthenticationManager::DefaultAuthenticationManager(AuthenticationServices services)
+    : services_(std::move(services))
+    , self_(std::make_shared<DefaultAuthenticationManager*>(this)) {}
+
+Task<void> DefaultAuthenticationManager::signIn() {
+    services_.crashReporter.log("User initiated sign in");
+    openPage("/auth/desktop-login", "Invalid authentication URL");
+    co_return;
+}
+
+Task<void> DefaultAuthenticationManager::signUp() {
+    services_.crashReporter.log("User initiated sign up");
+    openPage("/signup", "Invalid sign up URL");
+    co_return;
+}
+
+void DefaultAuthenticationManager::openPage(const std::string& path, const std::string& invalidText) {
+    assertMainActor();
+    log::line("🌐 API Environment: Production (RELEASE build)");
+    const std::string address = services_.webAddress + path;
+    if (const auto url = http::Url::parse(address); url && url->isWeb())
+        services_.browser.openURL(address);
+    else
+        authenticationState_ = AuthenticationState::error(invalidText);
+}
+
+Task<void> DefaultAuthenticationManager::signOut() {
+    assertMainActor();
+    services_.crashReporter.log("User signed out");
+    try {
+        co_await offload(services_.executors,
+                         [&keychain = services_.keychainService] { keychain.deleteToken(); });
+    } catch (const std::exception& error) {
+        services_.crashReporter.recordError(error);
+        authenticationState_ = AuthenticationState::error("Failed to sign out: " + describe(error));
+        co_return;
+    }
+    authenticationState_ = AuthenticationState::unauthenticated();
+    services_.crashReporter.setUserID(std::nullopt);
+    services_.preferences.clear();
+}
+
+Task<void> DefaultAuthenticationManager::restoreSession() {
+    assertMainActor();
+    std::optional<std::string> token;
+    try {
+        token = co_await storedToken();
+    } catch (const std::exception& error) {
+        log::line("Failed to retrieve token: {}", describe(error));
+        authenticationState_ = AuthenticationState::unauthenticated();
+        co_return;
+    }
+    if (!token) co_return;
+    authenticationState_ = AuthenticationState::authenticating();
+    try {
+        co_await fetchUserProfile();
+    } catch (const std::exception& error) {
+        log::line("Failed to restore session: {}", describe(error));
+        authenticationState_ = AuthenticationState::unauthenticated();
+    }
+}
+
+Task<void> DefaultAuthenticationManager::handleAuthCallback(std::string token) {
+    assertMainActor();
+    log::line("🔐 [AUTH] handleAuthCallback called with token: {}", tokenPreview(token));
+    services_.crashReporter.log("Auth callback received with token");
+    authenticationState_ = AuthenticationState::authenticating();
+    log::line("🔐 [AUTH] State set to: authenticating");
+    log::line("🔐 [AUTH] Attempting to save token to Keychain");
+    try {
+        co_await offload(services_.executors,
+                         [&keychain = services_.keychainService, &token] { keychain.saveToken(token); });
+    } catch (const std::exception& error) {
+        log::line("❌ [AUTH] Failed to save token to Keychain: {}", describe(error));
+        services_.crashReporter.recordError(error);
+        showError("Failed to save authentication token: " + describe(error));
+        // An error that came too soon after another is not shown, and nothing is under way any more.
+        if (authenticationState_->isAuthenticating())
+            authenticationState_ = AuthenticationState::unauthenticated();
+        co_return;
+    }
+    log::line("✅ [AUTH] Token saved to Keychain successfully");
+    services_.crashReporter.log("Token saved to keychain");
+    log::line("🔐 [AUTH] Attempting to fetch user profile");
+    try {
+        co_await fetchUserProfile();
+    } catch (const std::exception& error) {
+        profileFailedAfterAuth(error);
+        co_return;
+    }
+    log::line("✅ [AUTH] User profile fetched successfully");
+    services_.crashReporter.log("User authenticated successfully");
+}
+
+void DefaultAuthenticationManager::profileFailedAfterAuth(const std::exception& error) {
+    log::line("⚠️ [AUTH] Failed to fetch user profile after auth: {}", describe(error));
+    recordUnlessOffline(error);
+    const std::string message = messageAfterAuth(error);
+    log::line("⚠️ [AUTH] Setting error message: {}", message);
+    showError(message);
+    authenticationState_ = AuthenticationState::unauthenticated();
+    log::line("🔐 [AUTH] State set to: unauthenticated");
+}
+
+Task<void> DefaultAuthenticationManager::fetchUserProfile() {
+    assertMainActor();
+    if (!co_await storedToken()) {
+        authenticationState_ = AuthenticationState::unauthenticated();
+        co_return;
+    }
+    bool isExpired = false;
+    try {
+        signedIn(
+            co_await services_.graphQLClient.execute<UserPreferencesQueryResponse>(userAndDefaultsQuery));
+        co_return;
+    } catch (const std::exception& error) {
+        isExpired = isUnauthorized(error);
+        if (!isExpired) {
+            recordUnlessOffline(error);
+            authenticationState_ = AuthenticationState::error(describe(error));
+            throw;
+        }
+    }
+    co_await endExpiredSession();
+    throw GraphQLClientError(GraphQLClientError::Case::unauthorized);
+}
+
+void DefaultAuthenticationManager::signedIn(const UserPreferencesQueryResponse& response) {
+    authenticationState_ = AuthenticationState::authenticated(response.me, {0, response.creditBalance},
+                                                              response.preferencesDefaults);
+    services_.crashReporter.setUserID(response.me.id);
+    services_.preferences.update(response.me, response.preferencesDefaults);
+}
+
+Task<void> DefaultAuthenticationManager::endExpiredSession() {
+    try {
+        co_await offload(services_.executors,
+                         [&keychain = services_.keychainService] { keychain.deleteToken(); });
+    } catch (const std::exception&) { // NOLINT(bugprone-empty-catch): the session ends all the same
+    }
+    authenticationState_ = AuthenticationState::unauthenticated();
+    services_.crashReporter.setUserID(std::nullopt);
+}
+
+Task<std::optional<std::string>> DefaultAuthenticationManager::storedToken() {
+    co_return co_await offload(services_.executors,
+                               [&keychain = services_.keychainService] { return keychain.retrieveToken(); });
+}
+
+void DefaultAuthenticationManager::recordUnlessOffline(const std::exception& error) {
+    if (!http::isOffline(error)) services_.crashReporter.recordError(error);
+}
+
+void DefaultAuthenticationManager::showError(std::string message) {
+    const Date now = services_.clock.now();
+    if (lastErrorShown_ && now - *lastErrorShown_ < errorCooldown) return;
+    lastErrorShown_ = now;
+    authenticationState_ = AuthenticationState::error(std::move(message));
+    spawn(services_.executors.main, clearErrorLater(self_, services_.clock));
+}
+
+Task<void> DefaultAuthenticationManager::clearErrorLater(std::weak_ptr<DefaultAuthenticationManager*> manager,
+                                                         Clock& clock) {
+    co_await clock.sleep(errorShown);
+    const auto held = manager.lock();
+    if (held && (*held)->authenticationState_->isError())
+        (*held)->authenticationState_ = AuthenticationState::unauthenticated();
+}
+
+} // namespace velto

@@ -1,0 +1,61 @@
+#pragma once
+
+#include "backend/AuthenticationManager.hpp"
+#include "backend/Browser.hpp"
+#include "backend/GraphQLClient.hpp"
+#include "backend/UserPreferencesStore.hpp"
+#include "platform/concurrency/Clock.hpp"
+#include "platform/concurrency/Executors.hpp"
+#include "platform/log/CrashReporter.hpp"
+#include "platform/secrets/KeychainService.hpp"
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace velto {
+
+/// What the manager works with; everything referred to must outlive it and its executors' tasks.
+struct AuthenticationServices {
+    KeychainService& keychainService;
+    GraphQLClient& graphQLClient;
+    Clock& clock;
+    CrashReporter& crashReporter;
+    Browser& browser;
+    UserPreferencesStore& preferences;
+    Executors executors;
+    /// Where the sign-in pages are: "https://host", without a slash at its end.
+    std::string webAddress;
+};
+
+class DefaultAuthenticationManager final : public AuthenticationManager {
+  public:
+    explicit DefaultAuthenticationManager(AuthenticationServices services);
+
+    Published<AuthenticationState>& authenticationState() override { return authenticationState_; }
+
+    Task<void> signIn() override;
+    Task<void> signUp() override;
+    Task<void> signOut() override;
+    Task<void> restoreSession() override;
+    Task<void> handleAuthCallback(std::string token) override;
+    Task<void> fetchUserProfile() override;
+
+  private:
+    void openPage(const std::string& path, const std::string& invalidText);
+    void showError(std::string message);
+    static Task<void> clearErrorLater(std::weak_ptr<DefaultAuthenticationManager*> manager, Clock& clock);
+    Task<std::optional<std::string>> storedToken();
+    void signedIn(const UserPreferencesQueryResponse& response);
+    Task<void> endExpiredSession();
+    void recordUnlessOffline(const std::exception& error);
+    void profileFailedAfterAuth(const std::exception& error);
+
+    AuthenticationServices services_;
+    Published<AuthenticationState> authenticationState_;
+    std::optional<Date> lastErrorShown_;
+    /// Tells the delayed clearing of an error whether the manager is still there.
+    std::shared_ptr<DefaultAuthenticationManager*> self_;
+};
+
+} // namespace velto

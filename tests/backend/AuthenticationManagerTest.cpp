@@ -1,0 +1,219 @@
+#include "backend/DefaultAuthenticationManager.hpp"
+#include "backend/Doubles.hpp"
+#include "backend/GraphQLError.hpp"
+#include "platform/log/Log.hpp"
+#include "support/ManualClock.hpp"
+#include "support/TestRuntime.hpp"
+
+#include <gtest/gtest.h>
+
+namespace velto {
+namespace {
+
+using http::URLError;
+using Trace = std::vector<std::string>;
+
+constexpr const char* profileReply =
+    R"({"data":{"me":{"id":"u1","email":"a@b.c","name":null,"genres":["House"],"regions":null},
+        "creditBalance":42,"preferencesDefaults":{"genres":["House","Hip-Hop"],"regions":["UK"],"eras":["1990s"]}}})";
+
+std::string shown(const AuthenticationState& state) {
+    if (const auto* session = state.session())
+        return session->profile.email + " " + std::to_string(session->creditBalance.used) + "/" +
+               std::to_string(session->creditBalance.total);
+    if (const auto* message = state.errorMessage()) return "error: " + *message;
+    return state.isAuthenticating() ? "authenticating" : "unauthenticated";
+}
+
+class AuthenticationManagerTest : public testing::Test {
+  protected:
+    std::unique_ptr<DefaultAuthenticationManager>
+    makeManager(const std::string& webAddress = "https://velto.test") {
+        return std::make_unique<DefaultAuthenticationManager>(AuthenticationServices{
+            keychain, client, clock, crashReporter, browser, preferences, runtime.executors(), webAddress});
+    }
+
+    test::TestRuntime runtime;
+    test::ManualClock clock{runtime.main()};
+    test::MemoryKeychain keychain;
+    test::ScriptedTransport transport;
+    test::RecordingCrashReporter crashReporter;
+    test::RecordingBrowser browser;
+    UserPreferencesStore preferences;
+    DefaultGraphQLClient client{"https://velto.test/api/graphql",
+                                keychainTokenSource(keychain, runtime.executors()), transport, crashReporter};
+    std::unique_ptr<DefaultAuthenticationManager> manager = makeManager();
+    Trace trace;
+    Subscription subscription = manager->authenticationState().subscribe(
+        [this](const AuthenticationState& state) { trace.push_back(shown(state)); });
+};
+
+TEST_F(AuthenticationManagerTest, ACallbackSignsInAndASignOutForgets) {
+    transport.reply(200, profileReply);
+    runtime.run(manager->handleAuthCallback("token-1"));
+    EXPECT_EQ(trace, (Trace{"authenticating", "a@b.c 0/42"}));
+    EXPECT_EQ(keychain.retrieveToken(), "token-1");
+    EXPECT_EQ(crashReporter.user, "u1");
+    EXPECT_EQ(crashReporter.lines, (Trace{"Auth callback received with token", "Token saved to keychain",
+                                          "User authenticated successfully"}));
+    EXPECT_EQ(*preferences.userGenres, (Trace{"House"}));
+    EXPECT_EQ(*preferences.userRegions, Trace{});
+    EXPECT_EQ(*preferences.availableGenres, (Trace{"House", "Hip-Hop"}));
+    EXPECT_EQ(*preferences.availableEras, (Trace{"1990s"}));
+
+    runtime.run(manager->signOut());
+    EXPECT_EQ(trace.back(), "unauthenticated");
+    EXPECT_EQ(keychain.retrieveToken(), std::nullopt);
+    EXPECT_EQ(crashReporter.user, std::nullopt);
+    EXPECT_TRUE(preferences.userGenres->empty() && preferences.availableGenres->empty() &&
+                preferences.availableRegions->empty() && preferences.availableEras->empty());
+}
+
+TEST_F(AuthenticationManagerTest, ACallbackWhoseProfileFailsSaysWhy) {
+    struct Row {
+        std::optional<URLError::Code> failure; ///< none: status 401
+        std::string first;                     ///< fetchUserProfile's own state
+        std::string message;
+        bool keepsToken;
+        std::size_t recorded; ///< by fetchUserProfile and again by the callback
+    };
+
+    const std::string unavailable = "error: Backend server is not available. Token saved - try signing in "
+                                    "later when the server is running.";
+    const auto text = [](URLError::Code code) { return URLError(code).errorDescription(); };
+    using enum URLError::Code;
+    const std::vector<Row> rows = {
+        {cannotFindHost, "error: " + text(cannotFindHost), unavailable, true, 2},
+        {cannotConnectToHost, "error: " + text(cannotConnectToHost), unavailable, true, 2},
+        {timedOut, "error: " + text(timedOut), "error: Network error: " + text(timedOut), true, 2},
+        {notConnectedToInternet, "error: " + text(notConnectedToInternet),
+         "error: Network error: " + text(notConnectedToInternet), true, 0},
+        {std::nullopt, "unauthenticated", "error: Unauthorized - please sign in again", false, 1},
+    };
+    for (const Row& row : rows) {
+        trace.clear();
+        crashReporter.errors.clear();
+        row.failure ? transport.fail(*row.failure) : transport.reply(401, "");
+        runtime.run(manager->handleAuthCallback("token"));
+        EXPECT_EQ(trace, (Trace{"authenticating", row.first, row.message, "unauthenticated"}));
+        EXPECT_EQ(keychain.retrieveToken().has_value(), row.keepsToken) << row.message;
+        EXPECT_EQ(crashReporter.errors.size(), row.recorded) << row.message;
+        clock.advance(Seconds(5));
+    }
+}
+
+TEST_F(AuthenticationManagerTest, AnErrorStaysThreeSecondsAndHushesTheNextForFive) {
+    keychain.failsToSave = true;
+    const std::string failed =
+        "error: Failed to save authentication token: Unable to save authentication token to Keychain";
+    runtime.run(manager->handleAuthCallback("a"));
+    EXPECT_EQ(trace, (Trace{"authenticating", failed}));
+    runtime.poll();
+    clock.advance(Seconds(2.999));
+    runtime.poll();
+    EXPECT_EQ(trace.back(), failed);
+    clock.advance(Seconds(0.001));
+    runtime.poll();
+    EXPECT_EQ(trace.back(), "unauthenticated");
+
+    trace.clear();
+    clock.advance(Seconds(1.999));
+    runtime.run(manager->handleAuthCallback("b"));
+    EXPECT_EQ(trace, (Trace{"authenticating", "unauthenticated"})) << "4.999 s after the first";
+    clock.advance(Seconds(0.001));
+    runtime.run(manager->handleAuthCallback("c"));
+    EXPECT_EQ(trace.back(), failed) << "5 s after the first";
+}
+
+TEST_F(AuthenticationManagerTest, ADelayedClearingTouchesNothingButItsError) {
+    keychain.failsToSave = true;
+    runtime.run(manager->handleAuthCallback("a"));
+    keychain.failsToSave = false;
+    transport.reply(200, profileReply);
+    runtime.run(manager->handleAuthCallback("b"));
+    clock.advance(Seconds(3));
+    runtime.poll();
+    EXPECT_EQ(trace.back(), "a@b.c 0/42");
+
+    keychain.failsToSave = true;
+    clock.advance(Seconds(5));
+    runtime.run(manager->handleAuthCallback("c"));
+    runtime.poll();
+    manager.reset();
+    clock.advance(Seconds(3));
+    runtime.poll(); // with the manager gone, nothing to touch
+    EXPECT_EQ(clock.sleepers(), 0U);
+}
+
+TEST_F(AuthenticationManagerTest, RestoringTriesTheStoredTokenOnce) {
+    runtime.run(manager->restoreSession());
+    EXPECT_EQ(trace, Trace{}) << "without a token";
+
+    keychain.saveToken("t");
+    transport.fail(URLError::Code::notConnectedToInternet);
+    runtime.run(manager->restoreSession());
+    EXPECT_EQ(trace, (Trace{"authenticating",
+                            "error: " + URLError(URLError::Code::notConnectedToInternet).errorDescription(),
+                            "unauthenticated"}));
+    EXPECT_EQ(keychain.retrieveToken(), "t");
+    EXPECT_TRUE(crashReporter.errors.empty());
+
+    trace.clear();
+    transport.reply(200, profileReply);
+    runtime.run(manager->restoreSession());
+    EXPECT_EQ(trace, (Trace{"authenticating", "a@b.c 0/42"}));
+
+    trace.clear();
+    const log::Capture log;
+    keychain.failsToRetrieve = true;
+    runtime.run(manager->restoreSession());
+    EXPECT_EQ(trace, Trace{"unauthenticated"});
+    EXPECT_TRUE(
+        log.contains("Failed to retrieve token: Unable to retrieve authentication token from Keychain"));
+}
+
+TEST_F(AuthenticationManagerTest, AnExpiredTokenEndsTheSessionButKeepsTheVocabulary) {
+    transport.reply(200, profileReply);
+    runtime.run(manager->handleAuthCallback("t"));
+    transport.reply(401, "");
+    EXPECT_THROW(runtime.run(manager->fetchUserProfile()), GraphQLClientError);
+    EXPECT_EQ(trace.back(), "unauthenticated");
+    EXPECT_EQ(keychain.retrieveToken(), std::nullopt);
+    EXPECT_EQ(crashReporter.user, std::nullopt);
+    EXPECT_EQ(*preferences.availableEras, (Trace{"1990s"}));
+
+    keychain.saveToken("t");
+    transport.reply(200, R"({"data":{"me":{"id":"u1","email":"a@b.c"},"creditBalance":1}})");
+    EXPECT_THROW(runtime.run(manager->fetchUserProfile()), GraphQLClientError);
+    EXPECT_TRUE(trace.back().starts_with("error: Failed to decode response: ")) << trace.back();
+    EXPECT_EQ(*preferences.availableEras, (Trace{"1990s"}));
+}
+
+TEST_F(AuthenticationManagerTest, ASignOutThatFailsKeepsTheSession) {
+    keychain.saveToken("t");
+    keychain.failsToDelete = true;
+    crashReporter.user = "u1";
+    runtime.run(manager->signOut());
+    EXPECT_EQ(trace,
+              (Trace{"error: Failed to sign out: Unable to delete authentication token from Keychain"}));
+    EXPECT_EQ(crashReporter.user, "u1");
+    EXPECT_EQ(crashReporter.errors.size(), 1U);
+}
+
+TEST_F(AuthenticationManagerTest, OpensThePagesOfTheService) {
+    runtime.run(manager->signIn());
+    runtime.run(manager->signUp());
+    EXPECT_EQ(browser.opened, (Trace{"https://velto.test/auth/desktop-login", "https://velto.test/signup"}));
+    EXPECT_EQ(trace, Trace{});
+    for (const char* address : {"", "no address", "file://host"}) {
+        const auto lost = makeManager(address);
+        runtime.run(lost->signIn());
+        EXPECT_EQ(shown(lost->authenticationState()), "error: Invalid authentication URL");
+        runtime.run(lost->signUp());
+        EXPECT_EQ(shown(lost->authenticationState()), "error: Invalid sign up URL");
+    }
+    EXPECT_EQ(browser.opened.size(), 2U);
+}
+
+} // namespace
+} // namespace velto

@@ -1,0 +1,98 @@
+#pragma once
+
+#include "backend/Browser.hpp"
+#include "backend/DefaultGraphQLClient.hpp"
+#include "platform/http/HttpClient.hpp"
+#include "platform/http/URLError.hpp"
+#include "platform/log/CrashReporter.hpp"
+#include "platform/secrets/KeychainService.hpp"
+
+#include <deque>
+#include <exception>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace velto::test {
+
+/// Replies with what a test has lined up, one after another; an URLError where that was lined up.
+class ScriptedTransport final : public http::Transport {
+  public:
+    void reply(std::optional<int> status, std::string body) {
+        script_.push_back({nullptr, {status, std::move(body)}});
+    }
+
+    void fail(http::URLError::Code code) {
+        script_.push_back({std::make_exception_ptr(http::URLError(code)), {}});
+    }
+
+    Task<http::Response> send(http::Request request) override {
+        requests.push_back(std::move(request));
+        if (script_.empty()) throw std::logic_error("a request that nobody expected");
+        auto [failure, response] = std::move(script_.front());
+        script_.pop_front();
+        if (failure) std::rethrow_exception(failure);
+        co_return response;
+    }
+
+    std::vector<http::Request> requests;
+
+  private:
+    std::deque<std::pair<std::exception_ptr, http::Response>> script_;
+};
+
+/// The token in memory; fails on demand.
+class MemoryKeychain final : public KeychainService {
+  public:
+    void saveToken(const std::string& text) override {
+        const std::lock_guard lock(mutex_);
+        if (failsToSave) throw KeychainError(KeychainError::Case::unableToSave);
+        token_ = text;
+    }
+
+    std::optional<std::string> retrieveToken() override {
+        const std::lock_guard lock(mutex_);
+        if (failsToRetrieve) throw KeychainError(KeychainError::Case::unableToRetrieve);
+        return token_;
+    }
+
+    void deleteToken() override {
+        const std::lock_guard lock(mutex_);
+        if (failsToDelete) throw KeychainError(KeychainError::Case::unableToDelete);
+        token_.reset();
+    }
+
+    bool failsToSave = false;
+    bool failsToRetrieve = false;
+    bool failsToDelete = false;
+
+  private:
+    std::mutex mutex_;
+    std::optional<std::string> token_;
+};
+
+class RecordingCrashReporter final : public CrashReporter {
+  public:
+    void log(std::string_view text) override { lines.emplace_back(text); }
+
+    void recordError(const std::exception& error) override { errors.emplace_back(error.what()); }
+
+    void setUserID(const std::optional<std::string>& identifier) override { user = identifier; }
+
+    std::vector<std::string> lines;
+    std::vector<std::string> errors;
+    std::optional<std::string> user;
+};
+
+class RecordingBrowser final : public Browser {
+  public:
+    void openURL(const std::string& url) override { opened.push_back(url); }
+
+    void activateApplication() override {}
+
+    std::vector<std::string> opened;
+};
+
+} // namespace velto::test

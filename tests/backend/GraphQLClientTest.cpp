@@ -1,0 +1,217 @@
+#include "backend/Doubles.hpp"
+#include "backend/GraphQLError.hpp"
+#include "backend/Json.hpp"
+#include "backend/UserProfile.hpp"
+#include "platform/log/Log.hpp"
+#include "support/TestRuntime.hpp"
+
+#include <gtest/gtest.h>
+#include <httplib.h>
+
+#include <thread>
+
+namespace velto {
+namespace {
+
+using Case = GraphQLClientError::Case;
+using test::RecordingCrashReporter;
+using test::ScriptedTransport;
+using test::TestRuntime;
+
+struct Number {
+    static constexpr std::string_view typeName = "Number";
+    std::int64_t n = 0;
+
+    static Number decode(const json::Decoder& from) { return {from.at("n").integer()}; }
+};
+
+Task<std::optional<std::string>> token(std::optional<std::string> value) {
+    co_return value;
+}
+
+class GraphQLClientTest : public testing::Test {
+  protected:
+    std::int64_t ask(GraphQLVariables variables = nullptr) {
+        DefaultGraphQLClient client(
+            endpoint,
+            [this] {
+                ++tokensAsked;
+                return token(storedToken);
+            },
+            transport, crashReporter);
+        return runtime.run(client.execute<Number>("query Q { n }", std::move(variables))).n;
+    }
+
+    std::string endpoint = "https://velto.test/api/graphql";
+    std::optional<std::string> storedToken = "secret";
+    int tokensAsked = 0;
+    TestRuntime runtime;
+    ScriptedTransport transport;
+    RecordingCrashReporter crashReporter;
+};
+
+TEST_F(GraphQLClientTest, PostsTheDocumentWithTheToken) {
+    transport.reply(200, R"({"data":{"n":7},"errors":[],"more":1})");
+    transport.reply(200, R"({"data":{"n":8}})");
+    EXPECT_EQ(ask(), 7);
+    EXPECT_EQ(ask(std::make_shared<nlohmann::json>(nlohmann::json{{"input", {{"a", 1}}}})), 8);
+    const http::Request& first = transport.requests[0];
+    EXPECT_EQ(first.method, "POST");
+    EXPECT_EQ(first.url, endpoint);
+    EXPECT_EQ(first.timeout, Seconds(60));
+    EXPECT_EQ(first.headers[0].name + "=" + first.headers[0].value, "Content-Type=application/json");
+    EXPECT_EQ(first.headers[1].name + "=" + first.headers[1].value, "Authorization=Bearer secret");
+    EXPECT_EQ(first.body, R"({"query":"query Q { n }"})");
+    EXPECT_EQ(nlohmann::json::parse(transport.requests[1].body),
+              nlohmann::json::parse(R"({"query":"query Q { n }","variables":{"input":{"a":1}}})"));
+}
+
+TEST_F(GraphQLClientTest, TurnsEveryReplyIntoItsFailure) {
+    struct Row {
+        std::optional<int> status;
+        std::string body;
+        Case expected;
+        std::string text;    ///< start of the description
+        std::string logLine; ///< one that must be there
+        bool isRecorded;
+    };
+
+    const std::string decoding = "Failed to decode response: ";
+    const std::string invalid = "Invalid response from server";
+    const std::string wrongType = "❌ [GraphQL] Failed to decode type: Number";
+    const std::vector<Row> rows = {
+        {std::nullopt, "", Case::invalidResponse, invalid, "❌ [GraphQL] Response is not HTTPURLResponse",
+         false},
+        {201, R"({"data":{"n":1}})", Case::invalidResponse, invalid, "❌ [GraphQL] Non-200 status code: 201",
+         false},
+        {500, "", Case::invalidResponse, invalid, "❌ [GraphQL] Non-200 status code: 500", false},
+        {401, R"({"data":{"n":1}})", Case::unauthorized, "Unauthorized - please sign in again",
+         "❌ [GraphQL] Unauthorized (401)", false},
+        {200, R"({"data":{"n":1},"errors":[{"message":"x"},{"message":"y"}]})", Case::graphQLErrors, "x",
+         "❌ [GraphQL] GraphQL error: x", true},
+        {200, R"({"data":null})", Case::invalidResponse, invalid, "❌ [GraphQL] Response data is nil", true},
+        {200, "{}", Case::invalidResponse, invalid, "❌ [GraphQL] GraphQL error: " + invalid, true},
+        {200, R"({"errors":[{"message":"x","path":["a",1]}]})", Case::decodingError, decoding, wrongType,
+         true},
+        {200, R"({"errors":[{"message":"x","extensions":{"a":{}}}]})", Case::decodingError, decoding,
+         wrongType, true},
+        {200, R"({"errors":[{"path":[]}]})", Case::decodingError, decoding, wrongType, true},
+        {200, R"({"data":{"n":"1"}})", Case::decodingError, decoding + "the reply.data.n: ", wrongType, true},
+        {200, R"({"data":{"n":1.5}})", Case::decodingError, decoding, wrongType, true},
+        {200, R"({"data":{"n":true}})", Case::decodingError, decoding, wrongType, true},
+        {200, R"({"data":{"n":null}})", Case::decodingError, decoding, wrongType, true},
+        {200, R"({"data":{"n":9223372036854775808}})", Case::decodingError, decoding, wrongType, true},
+        {200, R"({"data":{"n":1e999}})", Case::decodingError, decoding, wrongType, true},
+        {200, R"({"data":{}})", Case::decodingError, decoding, wrongType, true},
+        {200, R"([])", Case::decodingError, decoding, wrongType, true},
+        {200, "", Case::decodingError, decoding, wrongType, true},
+        {200, "{\"data\":{\"n\":\"\xff\"}}", Case::decodingError, decoding, wrongType, true},
+        {200, std::string(1'000'000, '['), Case::decodingError, decoding, wrongType, true},
+        {200, "\"" + std::string(1'000'000, 'x'), Case::decodingError, decoding, wrongType, true},
+    };
+    for (const Row& row : rows) {
+        const log::Capture log;
+        const std::size_t recorded = crashReporter.errors.size();
+        transport.reply(row.status, row.body);
+        const std::string shown = row.body.substr(0, 80);
+        try {
+            ask();
+            ADD_FAILURE() << shown;
+        } catch (const GraphQLClientError& error) {
+            EXPECT_EQ(error.kind(), row.expected) << shown;
+            EXPECT_TRUE(error.errorDescription().starts_with(row.text)) << error.errorDescription();
+            EXPECT_LT(error.errorDescription().size(), 1000U) << shown;
+        }
+        EXPECT_TRUE(log.contains(row.logLine)) << shown;
+        EXPECT_EQ(crashReporter.errors.size() - recorded, row.isRecorded ? 1U : 0U) << shown;
+    }
+}
+
+TEST_F(GraphQLClientTest, SendsNothingWithoutEndpointOrToken) {
+    const auto kind = [this] {
+        try {
+            ask();
+        } catch (const GraphQLClientError& error) {
+            return error.kind();
+        }
+        return Case::networkError;
+    };
+    storedToken.reset();
+    EXPECT_EQ(kind(), Case::noToken);
+    endpoint = "no endpoint";
+    EXPECT_EQ(kind(), Case::invalidURL);
+    EXPECT_EQ(tokensAsked, 1) << "the endpoint comes before the token";
+    EXPECT_TRUE(transport.requests.empty());
+}
+
+TEST_F(GraphQLClientTest, LetsFailuresOfTheTransportThrough) {
+    transport.fail(http::URLError::Code::timedOut);
+    EXPECT_THROW(ask(), http::URLError);
+    EXPECT_THROW(ask(std::make_shared<nlohmann::json>("\xff")), json::CodingError);
+    EXPECT_TRUE(crashReporter.errors.empty());
+}
+
+TEST_F(GraphQLClientTest, AKeyringThatFailsIsAnAbsentToken) {
+    test::MemoryKeychain keychain;
+    const TokenSource source = keychainTokenSource(keychain, runtime.executors());
+    keychain.saveToken("a");
+    EXPECT_EQ(runtime.run(source()), "a");
+    keychain.failsToRetrieve = true;
+    EXPECT_EQ(runtime.run(source()), std::nullopt);
+}
+
+TEST(AnyCodable, HoldsScalarsAndNothingElse) {
+    using Json = nlohmann::json;
+    const auto typeAfter = [](const char* text) {
+        const Json value = Json::parse(text);
+        const AnyCodable held = AnyCodable::decode(json::Decoder(value));
+        EXPECT_EQ(held.encode(), value) << text;
+        return &held.value.type();
+    };
+    EXPECT_EQ(typeAfter("1"), &typeid(std::int64_t));
+    EXPECT_EQ(typeAfter("1.5"), &typeid(double));
+    EXPECT_EQ(typeAfter("18446744073709551615"), &typeid(double));
+    EXPECT_EQ(typeAfter("\"1\""), &typeid(std::string));
+    EXPECT_EQ(typeAfter("true"), &typeid(bool));
+    EXPECT_EQ(typeAfter("null"), &typeid(std::nullptr_t));
+    EXPECT_THROW(typeAfter("[]"), json::CodingError);
+    EXPECT_THROW(static_cast<void>(AnyCodable{'c'}.encode()), json::CodingError);
+    EXPECT_THROW(static_cast<void>(AnyCodable{}.encode()), json::CodingError);
+}
+
+TEST_F(GraphQLClientTest, OverRealHttpATokenInjectsNoHeaderAndAHugeReplyIsRefused) {
+    httplib::Server server;
+    int requests = 0;
+    server.Post("/api/graphql", [&](const httplib::Request&, httplib::Response& response) {
+        ++requests;
+        response.set_content_provider(200'000'000, "application/json",
+                                      [](std::size_t, std::size_t length, httplib::DataSink& sink) {
+                                          const std::string block(std::min<std::size_t>(length, 65'536), ' ');
+                                          return sink.write(block.data(), block.size());
+                                      });
+    });
+    const int port = server.bind_to_any_port("127.0.0.1");
+    std::thread thread([&] { server.listen_after_bind(); });
+    http::HttpClient transportOverCurl;
+    std::string current;
+    DefaultGraphQLClient client(
+        "http://127.0.0.1:" + std::to_string(port) + "/api/graphql", [&] { return token(current); },
+        transportOverCurl, crashReporter);
+    const auto codeWith = [&](const std::string& value) {
+        current = value;
+        try {
+            runtime.run(client.execute<Number>("query Q { n }"));
+        } catch (const http::URLError& error) {
+            return error.code();
+        }
+        return http::URLError::Code::unknown;
+    };
+    EXPECT_EQ(codeWith("a\r\nX-Admin: 1"), http::URLError::Code::invalidHeader);
+    EXPECT_EQ(requests, 0);
+    EXPECT_EQ(codeWith("good"), http::URLError::Code::dataLengthExceedsMaximum);
+    server.stop();
+    thread.join();
+}
+
+} // namespace
+} // namespace velto

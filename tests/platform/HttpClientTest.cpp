@@ -1,0 +1,228 @@
+#include "platform/http/HttpClient.hpp"
+#include "platform/RawServer.hpp"
+#include "platform/http/Transfer.hpp"
+#include "platform/http/URLError.hpp"
+#include "support/TestRuntime.hpp"
+
+#include <gtest/gtest.h>
+#include <httplib.h>
+
+#include <cerrno>
+#include <condition_variable>
+#include <mutex>
+#include <optional>
+#include <thread>
+
+namespace velto::http {
+namespace {
+
+using Code = URLError::Code;
+using test::RawServer;
+using test::TestRuntime;
+
+/// A real HTTP server on a free port of loopback.
+class WebServer {
+  public:
+    httplib::Server handlers;
+
+    void start() {
+        port_ = handlers.bind_to_any_port("127.0.0.1");
+        thread_ = std::thread([this] { handlers.listen_after_bind(); });
+    }
+
+    ~WebServer() {
+        handlers.stop();
+        thread_.join();
+    }
+
+    [[nodiscard]] std::string address(const std::string& path) const {
+        return "http://127.0.0.1:" + std::to_string(port_) + path;
+    }
+
+  private:
+    int port_ = 0;
+    std::thread thread_;
+};
+
+Request post(std::string url, std::string body = "{}") {
+    Request request;
+    request.url = std::move(url);
+    request.method = "POST";
+    request.body = std::move(body);
+    return request;
+}
+
+Task<void> note(Transport& transport, Request request, std::optional<Code>& failure) {
+    try {
+        co_await transport.send(std::move(request));
+    } catch (const URLError& error) {
+        failure = error.code();
+    }
+}
+
+std::optional<Code> failureOf(TestRuntime& runtime, Transport& transport, Request request) {
+    std::optional<Code> failure;
+    runtime.run(note(transport, std::move(request), failure));
+    return failure;
+}
+
+TEST(HttpClient, SendsWhatItIsGivenAndBringsBackWhatComes) {
+    WebServer server;
+    server.handlers.Post("/api", [](const httplib::Request& request, httplib::Response& response) {
+        response.status = 201;
+        response.body = request.body + "|" + request.get_header_value("Authorization");
+    });
+    server.start();
+    TestRuntime runtime;
+    HttpClient client;
+    const std::string body("a\0é", 4);
+    Request request = post(server.address("/api"), body);
+    request.headers = {{"Authorization", "Bearer t"}};
+    const Response response = runtime.run(client.send(request));
+    EXPECT_EQ(response.status, 201);
+    EXPECT_EQ(response.body, body + "|Bearer t");
+}
+
+TEST(HttpClient, WaitingRequestsHoldNoThreadOfThePool) {
+    constexpr int count = 12; // thrice the threads of the pool
+    std::mutex mutex;
+    std::condition_variable allHere;
+    int here = 0;
+    WebServer server;
+    server.handlers.new_task_queue = [] { return new httplib::ThreadPool(count); };
+    server.handlers.Post("/", [&](const httplib::Request&, httplib::Response& response) {
+        std::unique_lock lock(mutex);
+        ++here;
+        allHere.notify_all();
+        allHere.wait_for(lock, std::chrono::seconds(20), [&] { return here == count; });
+        response.status = here == count ? 200 : 500;
+    });
+    server.start();
+    TestRuntime runtime;
+    HttpClient client;
+    std::vector<int> statuses;
+    const auto send = [](Transport& transport, Request request, std::vector<int>& results) -> Task<void> {
+        const Response response = co_await transport.send(std::move(request));
+        results.push_back(response.status.value_or(0));
+    };
+    for (int i = 0; i < count; ++i)
+        spawn(runtime.main(), send(client, post(server.address("/")), statuses));
+    runtime.runUntil([&] { return statuses.size() == count; });
+    EXPECT_EQ(statuses, std::vector<int>(count, 200));
+}
+
+TEST(HttpClient, TellsFailuresOfTheWireApart) {
+    struct Row {
+        std::string reply;
+        RawServer::Afterwards afterwards;
+        std::string scheme;
+        Code expected;
+    };
+
+    const std::string ok = "HTTP/1.1 200 OK\r\n";
+    const std::string endless =
+        ok + "Transfer-Encoding: chunked\r\n\r\n10000\r\n" + std::string(0x10000, 'x');
+    using enum RawServer::Afterwards;
+    const std::vector<Row> rows = {
+        {"", closes, "http", Code::networkConnectionLost},
+        {ok + "Content-Length: 100\r\n\r\nshort", closes, "http", Code::networkConnectionLost},
+        {"SSH-2.0-OpenSSH\r\n", closes, "http", Code::badServerResponse},
+        {ok + "Content-Length: 200000000\r\n\r\n", staysSilent, "http", Code::dataLengthExceedsMaximum},
+        {endless, staysSilent, "http", Code::dataLengthExceedsMaximum},
+        {ok + "\r\n", closes, "https", Code::secureConnectionFailed},
+        {"", staysSilent, "http", Code::timedOut},
+    };
+    TestRuntime runtime;
+    HttpClient client;
+    for (const Row& row : rows) {
+        const RawServer server(row.reply, row.afterwards);
+        Request request = post(server.address(row.scheme));
+        request.maximumBodySize = 0xffff;
+        request.timeout = Seconds(row.expected == Code::timedOut ? 0.05 : 20);
+        EXPECT_EQ(failureOf(runtime, client, request), row.expected) << row.reply.substr(0, 60) << row.scheme;
+        EXPECT_EQ(server.requests(), 1) << "sent again: " << row.reply.substr(0, 60);
+    }
+}
+
+TEST(HttpClient, TakesABodyUpToItsLimitAndNoRedirect) {
+    const std::string body(1000, 'x');
+    const RawServer full("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n" + body);
+    const RawServer moved("HTTP/1.1 302 Found\r\nLocation: " + full.address() +
+                          "\r\nContent-Length: 0\r\n\r\n");
+    TestRuntime runtime;
+    HttpClient client;
+    Request request = post(full.address());
+    request.maximumBodySize = body.size();
+    EXPECT_EQ(runtime.run(client.send(request)).body, body);
+    EXPECT_EQ(runtime.run(client.send(post(moved.address()))).status, 302);
+    EXPECT_EQ(full.requests(), 1);
+}
+
+TEST(HttpClient, RefusesBeforeTheNetwork) {
+    struct Row {
+        std::string url;
+        Header header;
+        Code expected;
+    };
+
+    const RawServer server("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
+    const std::vector<Row> rows = {
+        {"", {"A", "b"}, Code::badURL},
+        {"not a url", {"A", "b"}, Code::badURL},
+        {"/api/graphql", {"A", "b"}, Code::badURL},
+        {server.address() + "\r\nX: y", {"A", "b"}, Code::badURL},
+        {"file:///etc/passwd", {"A", "b"}, Code::badURL},
+        {"ftp://127.0.0.1/", {"A", "b"}, Code::unsupportedURL},
+        {server.address(), {"Authorization", "Bearer a\r\nX-Admin: 1"}, Code::invalidHeader},
+        {server.address(), {"Authorization", "Bearer a\n"}, Code::invalidHeader},
+        {server.address(), {"Authorization", std::string("Bearer a\0b", 10)}, Code::invalidHeader},
+        {server.address(), {"Authorization", "Bearer \x7f"}, Code::invalidHeader},
+        {server.address(), {"A: b\r\nC", "d"}, Code::invalidHeader},
+    };
+    TestRuntime runtime;
+    HttpClient client;
+    for (const Row& row : rows) {
+        Request request = post(row.url);
+        request.headers = {row.header};
+        EXPECT_EQ(failureOf(runtime, client, request), row.expected) << row.url << " " << row.header.value;
+    }
+    EXPECT_EQ(server.requests(), 0);
+}
+
+TEST(HttpClient, AClosedPortIsAHostThatCannotBeReached) {
+    std::string address;
+    { address = RawServer("").address(); }
+    TestRuntime runtime;
+    HttpClient client;
+    EXPECT_EQ(failureOf(runtime, client, post(address)), Code::cannotConnectToHost);
+}
+
+TEST(HttpClient, ItsEndFailsWhatIsUnderWay) {
+    const RawServer server("", RawServer::Afterwards::staysSilent);
+    TestRuntime runtime;
+    std::optional<Code> onTheWire;
+    std::optional<Code> justHandedOver;
+    {
+        HttpClient client;
+        spawn(runtime.main(), note(client, post(server.address()), onTheWire));
+        runtime.runUntil([&] { return server.requests() == 1; });
+        spawn(runtime.main(), note(client, post(server.address()), justHandedOver));
+        runtime.poll();
+    }
+    runtime.runUntil([&] { return onTheWire && justHandedOver; });
+    EXPECT_EQ(onTheWire, Code::cancelled);
+    EXPECT_EQ(justHandedOver, Code::cancelled);
+}
+
+TEST(HttpClient, MapsWhatCannotBeProvokedHere) {
+    EXPECT_EQ(codeFor(CURLE_COULDNT_RESOLVE_HOST, 0, true), Code::cannotFindHost);
+    EXPECT_EQ(codeFor(CURLE_COULDNT_RESOLVE_HOST, 0, false), Code::notConnectedToInternet);
+    EXPECT_EQ(codeFor(CURLE_COULDNT_CONNECT, ENETUNREACH, true), Code::notConnectedToInternet);
+    EXPECT_EQ(codeFor(CURLE_COULDNT_CONNECT, ECONNREFUSED, true), Code::cannotConnectToHost);
+    EXPECT_EQ(codeFor(CURLE_PEER_FAILED_VERIFICATION, 0, true), Code::serverCertificateUntrusted);
+    EXPECT_TRUE(isOffline(URLError(Code::networkConnectionLost)));
+    EXPECT_FALSE(isOffline(URLError(Code::timedOut)));
+}
+
+} // namespace
+} // namespace velto::http

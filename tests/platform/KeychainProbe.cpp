@@ -1,0 +1,59 @@
+// keychain_probe LIMIT COMMAND...: runs "save=TOKEN", "get", "delete", "get@ACCOUNT" and "storm" (four
+// threads at once) on the keyring of its session, one line each. A program of its own, since a process has
+// one session bus.
+
+#include "platform/secrets/DefaultKeychainService.hpp"
+
+#include <cstdio>
+#include <cstdlib>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using velto::DefaultKeychainService;
+
+std::string storm(DefaultKeychainService& keychain) {
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([&keychain] {
+            for (int round = 0; round < 10; ++round)
+                if (keychain.retrieveToken() != "storm") std::abort();
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    return "calm";
+}
+
+std::string run(DefaultKeychainService& keychain, velto::Seconds limit, std::string_view command) {
+    if (command.starts_with("save=")) {
+        keychain.saveToken(std::string(command.substr(5)));
+        return "saved";
+    }
+    if (command == "get") return keychain.retrieveToken().value_or("(absent)");
+    if (command.starts_with("get@"))
+        return DefaultKeychainService("com.velto.desktop", std::string(command.substr(4)), limit)
+            .retrieveToken()
+            .value_or("(absent)");
+    if (command == "storm") return storm(keychain);
+    if (command != "delete") throw std::invalid_argument("no such command");
+    keychain.deleteToken();
+    return "deleted";
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    const velto::Seconds limit(std::strtod(argv[1], nullptr));
+    DefaultKeychainService keychain("com.velto.desktop", "jwt_token", limit);
+    for (int i = 2; i < argc; ++i) {
+        try {
+            std::puts(run(keychain, limit, argv[i]).c_str());
+        } catch (const std::exception& error) {
+            std::puts(error.what());
+        }
+    }
+}
