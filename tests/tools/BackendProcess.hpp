@@ -1,0 +1,56 @@
+#pragma once
+
+#include <httplib.h>
+#include <nlohmann/json.hpp>
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace velto::test {
+
+struct Answer {
+    int status = 0; ///< 0: no whole answer came.
+    std::string text;
+    nlohmann::json json; ///< Discarded where the text is no JSON.
+
+    [[nodiscard]] const nlohmann::json& data() const { return json.at("data"); }
+
+    [[nodiscard]] std::string error() const { return json.at("errors").at(0).at("message"); }
+};
+
+/// The built local backend as a child process on a free port. It ends with its standard input.
+class BackendProcess {
+  public:
+    BackendProcess(const std::filesystem::path& state, std::vector<std::string> options = {});
+    /// Closes its standard input and waits for it; the test fails where it does not end well.
+    ~BackendProcess();
+    BackendProcess(const BackendProcess&) = delete;
+    BackendProcess& operator=(const BackendProcess&) = delete;
+
+    [[nodiscard]] int port() const { return port_; }
+
+    [[nodiscard]] httplib::Client client() const;
+
+    /// Signs in without a browser; the token.
+    [[nodiscard]] std::string signIn(const std::string& email) const;
+    [[nodiscard]] Answer post(const std::string& token, const std::string& body,
+                              const httplib::Headers& more = {}) const;
+    [[nodiscard]] Answer graphql(const std::string& token, const std::string& document,
+                                 const nlohmann::json& input = nullptr) const;
+    [[nodiscard]] int credits(const std::string& token) const;
+
+    void signal(int number) const;
+    void closeStdin();
+    /// Its wait status, once it has ended.
+    int wait();
+
+  private:
+    pid_t process_ = -1;
+    int stdin_ = -1;
+    int port_ = 0;
+};
+
+} // namespace velto::test

@@ -1,0 +1,544 @@
+#include "support/TemporaryFolder.hpp"
+#include "tools/BackendProcess.hpp"
+
+#include <gmock/gmock.h>
+
+#include <csignal>
+#include <set>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <thread>
+
+namespace velto::test {
+namespace {
+
+using nlohmann::json;
+using testing::HasSubstr;
+
+constexpr const char* tagTracks = "mutation TagTracks($input: TagTracksInput!) {\n    tagTracks(input: "
+                                  "$input) {\n        success\n        message\n "
+                                  "       tracksTagged\n        creditsConsumed\n        results {\n         "
+                                  "   id\n            artist\n            "
+                                  "title\n            genres\n            regions\n            era\n        "
+                                  "}\n        errors {\n            type\n  "
+                                  "          message\n            batchNumber\n        }\n        "
+                                  "shouldRetry\n        retryAfter\n    }\n}";
+
+json songs(int count) {
+    auto tracks = json::array();
+    for (int i = 0; i < count; ++i)
+        tracks.push_back({{"id", std::to_string(i)},
+                          {"artist", "Artist " + std::to_string(i % 40)},
+                          {"title", "Title " + std::to_string(i)}});
+    return {{"tracks", tracks}};
+}
+
+class LocalBackend : public testing::Test {
+  protected:
+    /// Starts a backend on this test's state; the one before has to have ended.
+    BackendProcess& start(std::vector<std::string> options = {}) {
+        backend_.emplace(state(), std::move(options));
+        return *backend_;
+    }
+
+    [[nodiscard]] std::filesystem::path state() const { return folder_ / "state/backend.sqlite"; }
+
+    TemporaryFolder folder_;
+    std::optional<BackendProcess> backend_;
+};
+
+TEST_F(LocalBackend, AnswersExactlyWhatADocumentSelectsOrSaysWhatIsWrong) {
+    auto& backend = start();
+    const auto token = backend.signIn("Ann@Example.org");
+
+    struct Case {
+        json request;
+        const char* error; ///< Part of the message; nullptr: the data is `data`.
+        json data = {};
+    };
+
+    const auto query = [](const char* text) { return json{{"query", text}}; };
+    const Case cases[] = {
+        {query("query GetUserAndDefaults {\n me {\n email\n name }\n creditBalance\n}"),
+         nullptr,
+         {{"me", {{"email", "ann@example.org"}, {"name", nullptr}}}, {"creditBalance", 1000}}},
+        {query("{ mine: creditBalance, __typename # TagTracks\n}"),
+         nullptr,
+         {{"mine", 1000}, {"__typename", "Query"}}},
+        {query("mutation { syncLibrary(input: {name: \"A \\\"B\\\"\"}) { library { name } } }"),
+         nullptr,
+         {{"syncLibrary", {{"library", {{"name", "A \"B\""}}}}}}},
+        {{{"query", "query A { creditBalance } query B { me { email } }"}, {"operationName", "B"}},
+         nullptr,
+         {{"me", {{"email", "ann@example.org"}}}}},
+        {query("query A { creditBalance } query B { creditBalance }"), "Must provide operation name"},
+        {query("{ tagTracks }"), "Cannot query field \"tagTracks\" on type \"Query\""},
+        {query("{ me { password } }"), "Cannot query field \"password\" on type \"User\""},
+        {query("{ me }"), "must have a selection"},
+        {query("{ creditBalance { amount } }"), "must not have a selection"},
+        {query("{ creditBalance creditBalance }"), "selected twice"},
+        {query("{ a: creditBalance b: creditBalance c: creditBalance d: creditBalance e: creditBalance "
+               "f: creditBalance g: creditBalance h: creditBalance i: creditBalance j: creditBalance me { id "
+               "} }"),
+         "too much"},
+        {query("{ me { ...F } } fragment F on User { id }"), "Fragments are not supported"},
+        {query("{ me { id }"), "Unexpected <EOF>"},
+        {query("mutation { sendInvite { success } }"), "argument \"input\""},
+        {query("mutation { sendInvite(email: \"a@b.c\") { success } }"), "Unknown argument \"email\""},
+        {query(tagTracks), "Variable \"$input\" of required type"},
+        {{{"query", tagTracks}, {"variables", {{"input", nullptr}}}}, "must not be null"},
+        {{{"query", tagTracks}, {"variables", {{"input", {{"tracks", {1}}}}}}}, "\"$input.tracks[0]\""},
+        {{{"query", tagTracks}, {"variables", {{"input", {{"tracks", {{{"artist", "A"}}}}}}}}},
+         "$input.tracks[0].id"},
+        {{{"query", tagTracks}, {"variables", {{"input", {{"tracks", json::array()}, {"x", 1}}}}}}, "\"x\""},
+        {json{{"query", std::string(5000, '{')}}, "Syntax Error"},
+        {json{{"query", "mutation { deleteLibrary(input: " + std::string(3000, '[')}}, "nested too deeply"},
+        {json{{"query", "{ creditBalance" + std::string(20'000, ' ') + "}"}}, "too long"},
+        {json{{"text", 1}}, "Must provide query string"},
+        {json::array(), "Must provide query string"},
+    };
+    for (const auto& [request, error, data] : cases) {
+        const auto answer = backend.post(token, request.dump());
+        SCOPED_TRACE(request.dump().substr(0, 200));
+        ASSERT_EQ(answer.status, 200);
+        if (error)
+            EXPECT_THAT(answer.error(), HasSubstr(error));
+        else
+            EXPECT_EQ(answer.data(), data);
+    }
+    EXPECT_THAT(backend.post(token, "{\"query\":").error(), HasSubstr("not valid JSON"));
+    EXPECT_THAT(backend.post(token, std::string(1'000'000, '[')).error(), HasSubstr("nested too deeply"));
+}
+
+TEST_F(LocalBackend, RefusesStrangers) {
+    auto& backend = start();
+    const auto token = backend.signIn("a@b.c");
+    const std::string body = R"({"query":"{ creditBalance }"})";
+    EXPECT_EQ(backend.post("", body).status, 401);
+    EXPECT_EQ(backend.post(token + "x", body).status, 401);
+    EXPECT_EQ(backend.post("", body, {{"Authorization", "Basic " + token}}).status, 401);
+    EXPECT_EQ(backend.post(token, body, {{"Host", "localhost:1"}}).status, 200);
+    // A name that was pointed at this address, and pages of other sites.
+    for (const auto& [name, value] : {std::pair("Host", "evil.example"),
+                                      {"Host", "127.0.0.1.evil.example"},
+                                      {"Origin", "https://evil.example"},
+                                      {"Origin", "null"},
+                                      {"Sec-Fetch-Site", "cross-site"}})
+        EXPECT_EQ(backend.post(token, body, {{name, value}}).status, 403) << name << ": " << value;
+
+    auto client = backend.client();
+    EXPECT_EQ(client.Post("/control/faults", R"({"faults":["drop"]})", "application/json")->status, 404);
+    EXPECT_EQ(client.Put("/api/graphql", "x", "text/plain")->status, 405);
+    EXPECT_EQ(client.Get("/dashboard/billing")->status, 401);
+    EXPECT_EQ(client.Get("/auth/desktop-login?email=nobody&format=text")->status, 400);
+}
+
+TEST_F(LocalBackend, RefusesBodiesOverTheLimitInEitherFraming) {
+    auto& backend = start();
+    const auto token = backend.signIn("a@b.c");
+    const std::string block(1U << 20U, ' ');
+    auto client = backend.client();
+    client.set_default_headers({{"Authorization", "Bearer " + token}});
+    const auto sized = client.Post(
+        "/api/graphql", 65 * block.size(),
+        [&](std::size_t, std::size_t length, httplib::DataSink& sink) {
+            return sink.write(block.data(), std::min(length, block.size()));
+        },
+        "application/json");
+    ASSERT_TRUE(sized);
+    EXPECT_EQ(sized->status, 413);
+    int left = 65;
+    const auto chunked = client.Post(
+        "/api/graphql",
+        [&](std::size_t, httplib::DataSink& sink) {
+            if (left-- > 0) return sink.write(block.data(), block.size());
+            sink.done();
+            return true;
+        },
+        "application/json");
+    ASSERT_TRUE(chunked);
+    EXPECT_EQ(chunked->status, 413);
+    EXPECT_EQ(backend.credits(token), 1000);
+}
+
+TEST_F(LocalBackend, ChargesACreditATaggedTrackAllOrNothing) {
+    auto& backend = start({"--credits", "25"});
+    const auto token = backend.signIn("a@b.c");
+    auto input = songs(10);
+    input["tracks"].push_back({{"id", "no title"}, {"artist", "A"}, {"title", ""}});
+    input["tracks"].push_back({{"id", "no artist"}, {"title", "T"}});
+    auto result = backend.graphql(token, tagTracks, input).data()["tagTracks"];
+    EXPECT_EQ(result["success"], true);
+    EXPECT_EQ(result["tracksTagged"], 10);
+    EXPECT_EQ(result["creditsConsumed"], 10);
+    ASSERT_EQ(result["errors"].size(), 2U);
+    EXPECT_EQ(result["errors"][1]["type"], "parsing");
+    EXPECT_THAT(result["errors"][1]["message"].get<std::string>(), HasSubstr("no artist"));
+    EXPECT_THAT(result["message"].get<std::string>(), HasSubstr("not by AI"));
+    EXPECT_EQ(backend.credits(token), 15);
+
+    result = backend.graphql(token, tagTracks, songs(16)).data()["tagTracks"];
+    EXPECT_EQ(result["success"], false);
+    EXPECT_EQ(result["message"], "Insufficient credits: 16 needed, 15 available");
+    EXPECT_EQ(result["results"], json::array());
+    EXPECT_EQ(result["tracksTagged"], 0);
+
+    result = backend.graphql(token, tagTracks, songs(51)).data()["tagTracks"];
+    EXPECT_EQ(result["success"], false);
+    EXPECT_THAT(result["message"].get<std::string>(), HasSubstr("at most 50"));
+    EXPECT_EQ(backend.credits(token), 15);
+    EXPECT_EQ(backend.graphql(token, tagTracks, songs(0)).data()["tagTracks"]["success"], true);
+}
+
+TEST_F(LocalBackend, NeverChargesMoreThanThereIsWhenBatchesRunAtOnce) {
+    auto& backend = start({"--credits", "22"});
+    const auto token = backend.signIn("a@b.c");
+    std::atomic<int> done = 0;
+    std::vector<std::thread> clients;
+    for (int i = 0; i < 8; ++i)
+        clients.emplace_back([&] {
+            const auto answer = backend.graphql(token, tagTracks, songs(5));
+            if (answer.data()["tagTracks"]["success"] == true) ++done;
+        });
+    for (auto& client : clients)
+        client.join();
+    EXPECT_EQ(done, 4);
+    EXPECT_EQ(backend.credits(token), 2);
+}
+
+TEST_F(LocalBackend, TagsByItsRulesAndAlwaysTheSame) {
+    auto& backend = start();
+    const auto token = backend.signIn("a@b.c");
+    const auto tag = [&](const json& tracks) {
+        return backend.graphql(token, tagTracks, {{"tracks", tracks}}).data()["tagTracks"]["results"];
+    };
+    const auto results =
+        tag({{{"id", "7"}, {"artist", "Signal Quartet"}, {"title", "Habana Nights"}, {"album", "1962"}},
+             {{"id", 8}, {"artist", "Berlin Foxes"}, {"title", "Rain (Drum and Bass Mix)"}},
+             {{"id", "9"}, {"artist", "Houseboat"}, {"title", "Year 19995"}}});
+    const auto words = [](const json& list) { return list.get<std::vector<std::string>>(); };
+    EXPECT_THAT(words(results[0]["genres"]), testing::IsSupersetOf({"Afro-Cuban Jazz", "Jazz"}));
+    EXPECT_THAT(words(results[0]["regions"]), testing::Contains("Caribbean"));
+    EXPECT_EQ(results[0]["era"], "1960s");
+    EXPECT_EQ(results[1]["id"], "8");
+    EXPECT_EQ(results[1]["genres"][0], "Drum & Bass");
+    EXPECT_EQ(results[1]["regions"][0], "Western Europe");
+    // Only whole words count: neither the house in the boat nor the year in a longer number.
+    EXPECT_THAT(words(results[2]["genres"]), testing::Not(testing::Contains("House")));
+
+    const auto defaults = backend.graphql(token, "{ preferencesDefaults { genres regions eras } }")
+                              .data()["preferencesDefaults"];
+    const auto genres = defaults["genres"].get<std::set<std::string>>();
+    const auto regions = defaults["regions"].get<std::set<std::string>>();
+    const auto eras = defaults["eras"].get<std::set<std::string>>();
+    EXPECT_GE(genres.size(), 60U);
+    EXPECT_EQ(genres.size(), defaults["genres"].size()) << "a name stands twice";
+    std::size_t withoutEra = 0;
+    std::set<std::string> used;
+    json first = json::array();
+    for (int batch = 0; batch < 10; ++batch) {
+        auto tracks = songs(500)["tracks"];
+        const auto part = tag(json(tracks.begin() + batch * 50, tracks.begin() + (batch + 1) * 50));
+        ASSERT_EQ(part.size(), 50U);
+        for (const auto& result : part) {
+            const auto given = words(result["genres"]);
+            EXPECT_THAT(given.size(), testing::AllOf(testing::Ge(1U), testing::Le(3U)));
+            EXPECT_EQ(std::set<std::string>(given.begin(), given.end()).size(), given.size());
+            for (const auto& genre : given)
+                EXPECT_TRUE(genres.contains(genre)) << genre;
+            for (const auto& region : result["regions"])
+                EXPECT_TRUE(regions.contains(region)) << region;
+            if (result["era"].is_null())
+                ++withoutEra;
+            else
+                EXPECT_TRUE(eras.contains(result["era"]));
+            used.insert(given.begin(), given.end());
+            first.push_back(result);
+        }
+    }
+    EXPECT_THAT(withoutEra, testing::AllOf(testing::Gt(20U), testing::Lt(150U)));
+    EXPECT_GT(used.size(), 30U) << "the rules use too few of the genres";
+
+    auto& again = start({"--credits", "5000"});
+    for (int i = 0; i < 50; ++i) {
+        auto track = first[static_cast<std::size_t>(i)];
+        const json shouted{
+            {"id", track["id"]}, {"artist", "ARTIST " + std::to_string(i % 40)}, {"title", track["title"]}};
+        const auto repeated =
+            again.graphql(token, tagTracks, {{"tracks", {shouted}}}).data()["tagTracks"]["results"][0];
+        EXPECT_EQ(repeated["genres"], track["genres"]);
+        EXPECT_EQ(repeated["era"], track["era"]);
+    }
+}
+
+json track(const std::string& signature) {
+    return {{"canonicalSig", signature},
+            {"duration", 12.5},
+            {"genreTags", {"House"}},
+            {"regionTags", json::array()},
+            {"filename", "a.mp3"},
+            {"artist", "Ünïcode 🎉"},
+            {"lastTagged", "2026-01-02T03:04:05.000Z"}};
+}
+
+TEST_F(LocalBackend, KeepsACopyOfEachLibraryPerAccount) {
+    auto& backend = start();
+    const auto ann = backend.signIn("ann@b.c"), bob = backend.signIn("bob@b.c");
+    const auto call = [&](const std::string& token, const std::string& field, const std::string& type,
+                          const std::string& selection, const json& input) {
+        return backend
+            .graphql(token,
+                     "mutation M($input: " + type + "!) { " + field + "(input: $input) { " + selection +
+                         " } }",
+                     input)
+            .data()
+            .at(field);
+    };
+    const auto syncTracks = [&](const std::string& token, const std::string& library, const json& tracks) {
+        return call(token, "syncTracks", "SyncTracksInput",
+                    "success message syncedCount failedCount errors { canonicalSig message }",
+                    {{"libraryName", library}, {"tracks", tracks}});
+    };
+    const auto library = call(ann, "syncLibrary", "SyncLibraryInput",
+                              "success library { id name lastSyncedAt }", {{"name", "Crates"}});
+    EXPECT_EQ(library["success"], true);
+    EXPECT_THAT(library["library"]["lastSyncedAt"].get<std::string>(), testing::MatchesRegex("20.*T.*Z"));
+    const auto again = call(ann, "syncLibrary", "SyncLibraryInput", "library { id }", {{"name", "Crates"}});
+    EXPECT_EQ(again["library"]["id"], library["library"]["id"]);
+
+    auto result = syncTracks(ann, "Crates", {track("a"), track("b"), track("c")});
+    EXPECT_EQ(result["success"], true);
+    EXPECT_EQ(result["syncedCount"], 3);
+    result = syncTracks(ann, "Crates", {track("b"), track(""), track("d")});
+    EXPECT_EQ(result["success"], false);
+    EXPECT_EQ(result["syncedCount"], 2);
+    EXPECT_EQ(result["failedCount"], 1);
+    EXPECT_EQ(result["errors"][0]["canonicalSig"], "");
+    EXPECT_EQ(syncTracks(bob, "Crates", json::array({track("a")}))["message"], "Library 'Crates' not found");
+
+    const auto remove = [&](const std::string& token, const json& signatures) {
+        return call(token, "removeTracksFromLibrary", "RemoveTracksInput", "success removedCount",
+                    {{"libraryName", "Crates"}, {"canonicalSigs", signatures}});
+    };
+    EXPECT_EQ(remove(ann, {"a", "never there"}), (json{{"success", true}, {"removedCount", 1}}));
+    EXPECT_EQ(remove(bob, json::array({"b"}))["success"], false);
+
+    const auto deleteLibrary = [&] {
+        return call(ann, "deleteLibrary", "DeleteLibraryInput", "success deletedTracksCount",
+                    {{"libraryName", "Crates"}});
+    };
+    // b, c and d: the repeated track was an update.
+    EXPECT_EQ(deleteLibrary(), (json{{"success", true}, {"deletedTracksCount", 3}}));
+    EXPECT_EQ(deleteLibrary()["success"], false);
+}
+
+TEST_F(LocalBackend, InvitesEarnBothSidesCreditsOnce) {
+    auto& backend = start({"--credits", "0"});
+    const auto ann = backend.signIn("ann@b.c");
+    const auto invite = [&](const std::string& email) {
+        return backend
+            .graphql(ann,
+                     "mutation SendInvite($input: SendInviteInput!) {\n  sendInvite(input: $input) {\n    "
+                     "success\n    "
+                     "message\n    invite {\n      id\n      code\n      credits\n      inviteeEmail\n    "
+                     "}\n  }\n}",
+                     {{"email", email}})
+            .data()["sendInvite"];
+    };
+    for (const char* wrong : {"", "bob", "@b.c", "bob@", "bo b@b.c", "bob@b@c", "ann@B.C"}) {
+        const auto refused = invite(wrong);
+        EXPECT_EQ(refused["success"], false) << wrong;
+        EXPECT_FALSE(refused["message"].get<std::string>().empty());
+        EXPECT_TRUE(refused["invite"].is_null());
+    }
+    const auto sent = invite(" Bob@b.c ");
+    EXPECT_EQ(sent["success"], true);
+    EXPECT_EQ(sent["invite"]["inviteeEmail"], "bob@b.c");
+    EXPECT_EQ(sent["invite"]["credits"], 500);
+    EXPECT_EQ(invite("bob@b.c")["invite"]["code"], sent["invite"]["code"]);
+
+    EXPECT_EQ(backend.credits(backend.signIn("bob@b.c")), 500);
+    EXPECT_EQ(backend.credits(backend.signIn("bob@b.c")), 500);
+    EXPECT_EQ(backend.credits(ann), 500);
+    EXPECT_EQ(invite("bob@b.c")["success"], false);
+}
+
+TEST_F(LocalBackend, CommitsTheFaultsItIsTold) {
+    auto& backend = start({"--control", "--fault", "rate-limit:2500@1", "--fault", "server-error@2"});
+    const auto token = backend.signIn("a@b.c");
+    const auto tag = [&](int count = 4) { return backend.graphql(token, tagTracks, songs(count)); };
+    const auto limited = tag().data()["tagTracks"];
+    EXPECT_EQ(limited["success"], false);
+    EXPECT_EQ(limited["errors"][0]["type"], "rate_limit");
+    EXPECT_EQ(limited["retryAfter"], 2500);
+    EXPECT_EQ(limited["shouldRetry"], true);
+    EXPECT_EQ(tag().status, 500);
+    EXPECT_EQ(backend.credits(token), 1000) << "a fault of TagTracks hits it alone";
+    EXPECT_EQ(tag().status, 500);
+    EXPECT_EQ(tag().data()["tagTracks"]["tracksTagged"], 4) << "the faults are used up";
+    EXPECT_EQ(backend.credits(token), 996);
+
+    const auto set = [&](const json& faults, const std::string& on = "TagTracks") {
+        auto client = backend.client();
+        return client
+            .Post("/control/faults", json{{"faults", faults}, {"on", on}}.dump(), "application/json")
+            ->status;
+    };
+
+    struct Case {
+        const char* fault;
+        int status;
+        const char* text; ///< Part of the reply.
+        int charged;
+    };
+
+    for (const auto& [fault, status, text, charged] : {
+             Case{"unauthorized", 401, "Unauthorized", 0},
+             {"wrong-status", 201, "\"tracksTagged\":4", 4},
+             {"wrong-status:204", 204, "", 4},
+             {"drop", 0, "", 4},
+             {"malformed", 200, "{\"data\"", 4},
+             {"huge:3", 200, "xxx\"}}", 0},
+             {"graphql-error:Out of: order", 200, "{\"errors\":[{\"message\":\"Out of: order\"}]}", 0},
+             {"insufficient-credits", 200, "Insufficient credits", 0},
+             {"partial", 200, "\"tracksTagged\":2", 2},
+             {"slow:1", 200, "\"tracksTagged\":4", 4},
+         }) {
+        SCOPED_TRACE(fault);
+        const auto before = backend.credits(token);
+        ASSERT_EQ(set({fault}), 200);
+        const auto answer = tag();
+        EXPECT_EQ(answer.status, status);
+        EXPECT_THAT(answer.text, HasSubstr(text));
+        EXPECT_EQ(before - backend.credits(token), charged);
+        const std::string name = fault;
+        EXPECT_EQ(answer.json.is_discarded(),
+                  name == "malformed" || name == "drop" || name == "wrong-status:204");
+        EXPECT_TRUE(name != "huge:3" || answer.text.size() == 3U << 20U);
+        EXPECT_TRUE(name != "partial" || answer.data()["tagTracks"]["success"] == false);
+    }
+    ASSERT_EQ(set({"slow:1", "server-error"}, "GetUserAndDefaults"), 200);
+    EXPECT_EQ(backend.graphql(token, "{ creditBalance }").status, 500);
+    EXPECT_EQ(tag().status, 200);
+    for (const char* wrong :
+         {"", "slower", "slow:x", "slow:-1", "drop:1", "drop@0", "huge:99999999999999999999", "drop@"})
+        EXPECT_EQ(set({wrong}), 400) << wrong;
+}
+
+TEST_F(LocalBackend, KeepsItsStateWhenItIsKilled) {
+    auto& backend = start({"--credits", "100"});
+    const auto token = backend.signIn("a@b.c");
+    EXPECT_EQ(backend.graphql(token, tagTracks, songs(30)).status, 200);
+    // Killed while requests are under way: afterwards the balance says exactly which of them were done.
+    std::atomic<int> confirmed = 0, unknown = 0;
+    std::vector<std::thread> clients;
+    for (int i = 0; i < 4; ++i)
+        clients.emplace_back([&] {
+            for (int request = 0; request < 10; ++request) {
+                const auto answer = backend.graphql(token, tagTracks, songs(1));
+                if (answer.status != 200)
+                    ++unknown;
+                else if (++confirmed == 8)
+                    backend.signal(SIGKILL);
+            }
+        });
+    for (auto& client : clients)
+        client.join();
+    const int status = backend.wait();
+    EXPECT_TRUE(WIFSIGNALED(status));
+    EXPECT_GT(unknown, 0);
+
+    auto& again = start({"--credits", "7"});
+    EXPECT_LE(again.credits(token), 70 - confirmed);
+    EXPECT_GE(again.credits(token), 70 - confirmed - 4) << "at most one request a client was on its way";
+
+    struct stat info {};
+
+    ASSERT_EQ(stat(state().c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777U, 0600U);
+    for (const auto& entry : std::filesystem::directory_iterator(state().parent_path()))
+        EXPECT_THAT(readFile(entry.path()), testing::Not(HasSubstr(token))) << "only a hash is kept";
+}
+
+TEST_F(LocalBackend, EndsWithItsStandardInputAndOnSignals) {
+    start().closeStdin();
+    EXPECT_EQ(backend_->wait(), 0);
+    for (const int number : {SIGTERM, SIGINT}) {
+        auto& backend = start({"--fault", "slow:600000"});
+        const auto token = backend.signIn("a@b.c");
+        std::thread waiting([&] { (void)backend.graphql(token, tagTracks, songs(1)); });
+        // A reply that takes ten minutes does not hold up the end.
+        backend.signal(number);
+        EXPECT_EQ(backend.wait(), 0) << number;
+        waiting.join();
+    }
+}
+
+TEST_F(LocalBackend, HasPagesForABrowser) {
+    auto& backend = start({"--credits", "3"});
+    auto client = backend.client();
+    EXPECT_THAT(client.Get("/signup?email=%22%3E%3Cscript%3E")->body,
+                testing::AllOf(HasSubstr("value=\"&quot;&gt;&lt;script&gt;\""), HasSubstr("not from AI")));
+    EXPECT_EQ(client.Post("/auth/desktop-login", httplib::Params{{"email", "nobody"}})->status, 400);
+    const auto page =
+        client.Post("/auth/desktop-login",
+                    httplib::Params{{"email", "a&b@c.d"}, {"name", "N\xff\n" + std::string(500, 'x')}});
+    ASSERT_EQ(page->status, 200);
+    EXPECT_THAT(page->body, HasSubstr("a&amp;b@c.d"));
+    const auto start = page->body.find("velto://auth?token=") + std::string("velto://auth?token=").size();
+    const auto token = page->body.substr(start, page->body.find('"', start) - start);
+    EXPECT_EQ(token.size(), 43U);
+    EXPECT_EQ(backend.credits(token), 3);
+
+    const auto cookie = page->get_header_value("Set-Cookie");
+    EXPECT_THAT(cookie, testing::AllOf(HasSubstr("HttpOnly"), HasSubstr("SameSite=Strict")));
+    const httplib::Headers session{{"Cookie", "other=1; " + cookie.substr(0, cookie.find(';'))}};
+    EXPECT_THAT(client.Get("/dashboard/billing", session)->body, HasSubstr(">3</strong> credits"));
+    EXPECT_THAT(client.Post("/dashboard/billing", session, "", "text/plain")->body,
+                HasSubstr(">503</strong>"));
+    EXPECT_EQ(backend.credits(token), 503);
+
+    const httplib::Params chosen{
+        {"genre", "R&B/Soul"}, {"genre", "No such"}, {"genre", "Hip-Hop"}, {"region", "Oceania"}};
+    EXPECT_EQ(client.Post("/dashboard/settings", session, chosen)->status, 200);
+    EXPECT_THAT(client.Get("/dashboard/settings?token=" + token)->body,
+                HasSubstr("value=\"R&amp;B/Soul\" checked"));
+    const auto me = backend.graphql(token, "{ me { genres regions name } }").data()["me"];
+    EXPECT_EQ(me["genres"], (json{"Hip-Hop", "R&B/Soul"}));
+    EXPECT_EQ(me["regions"], json{"Oceania"});
+    EXPECT_THAT(me["name"].get<std::string>(), testing::StartsWith("N\xEF\xBF\xBDxxx"));
+}
+
+TEST_F(LocalBackend, SaysWhyItCannotStart) {
+    auto& backend = start();
+    (void)backend.signIn("a@b.c");
+    folder_.write("garbage", std::string(5000, 'g'));
+    folder_.write("newer.py",
+                  "import sqlite3, sys\nsqlite3.connect(sys.argv[1]).execute('PRAGMA user_version = 99')\n");
+    runProgram({"/usr/bin/python3", (folder_ / "newer.py").string(), (folder_ / "newer").string()});
+    const auto free = (folder_ / "free").string();
+
+    struct Case {
+        std::vector<std::string> options;
+        int status;
+    };
+
+    for (const auto& [options, status] : {
+             Case{{"--state", (folder_ / "garbage").string()}, 1},
+             {{"--state", (folder_ / "newer").string()}, 1},
+             {{"--state", folder_.path().string()}, 1},
+             {{"--state", free, "--port", std::to_string(backend.port())}, 1},
+             {{"--state", free, "--fault", "nonsense"}, 2},
+             {{"--state", free, "--port", "70000"}, 2},
+         }) {
+        std::vector<std::string> arguments{VELTO_BACKEND_PROGRAM, "--quiet"};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        int found = -1;
+        EXPECT_EQ(runProgram(arguments, &found), "") << options.back();
+        EXPECT_EQ(found, status) << options.back();
+    }
+    EXPECT_EQ(readFile(folder_ / "garbage"), std::string(5000, 'g'));
+}
+
+} // namespace
+} // namespace velto::test
