@@ -27,7 +27,9 @@ Task<void> yieldNow() {
     co_await asio::post(executor, asio::use_awaitable);
 }
 
-void bindMainActor() { mainActorThread = std::this_thread::get_id(); }
+void bindMainActor() {
+    mainActorThread = std::this_thread::get_id();
+}
 
 void assertMainActor() {
     const std::thread::id bound = mainActorThread;

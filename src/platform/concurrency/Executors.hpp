@@ -33,16 +33,16 @@ Task<std::invoke_result_t<F>> invokeAsTask(F function) {
 }
 } // namespace detail
 
-/// Runs the blocking `function` on the task pool and comes back to the caller's executor: the only way off the
-/// main actor. `function` is copied or moved into the pool; what it refers to must outlive the call.
+/// Runs the blocking `function` on the task pool and comes back to the caller's executor: the only way off
+/// the main actor. `function` is copied or moved into the pool; what it refers to must outlive the call.
 template <typename F>
 Task<std::invoke_result_t<F>> offload(Executors executors, F function) {
     co_return co_await asio::co_spawn(executors.pool, detail::invokeAsTask(std::move(function)),
                                       asio::use_awaitable);
 }
 
-/// Starts `task` on `executor` and does not wait for it. A task started this way handles its own failures: one
-/// that lets an exception out is a bug and ends the program with a log line.
+/// Starts `task` on `executor` and does not wait for it. A task started this way handles its own failures:
+/// one that lets an exception out is a bug and ends the program with a log line.
 void spawn(Executor executor, Task<void> task);
 
 /// Gives way: the rest of the executor's queue runs before this coroutine goes on.

@@ -13,6 +13,7 @@ namespace velto {
 class [[nodiscard]] Subscription {
   public:
     Subscription() = default;
+
     explicit Subscription(std::shared_ptr<void> token)
         : token_(std::move(token)) {}
 
@@ -28,8 +29,10 @@ class Published {
     using Observer = std::function<void(const T&)>;
 
     Published() = default;
+
     explicit Published(T value)
         : value_(std::move(value)) {}
+
     Published(const Published&) = delete;
     Published& operator=(const Published&) = delete;
 
@@ -40,9 +43,12 @@ class Published {
     }
 
     [[nodiscard]] const T& get() const { return value_; }
+
     // NOLINTNEXTLINE(google-explicit-constructor): a field is read as what it holds
     operator const T&() const { return value_; }
+
     const T& operator*() const { return value_; }
+
     const T* operator->() const { return &value_; }
 
     /// Changes the value in place through `change`, then tells the observers.

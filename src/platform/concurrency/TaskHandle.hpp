@@ -20,6 +20,7 @@ class CancellationToken {
         : flag_(std::make_shared<std::atomic<bool>>(false)) {}
 
     void cancel() const { flag_->store(true, std::memory_order_relaxed); }
+
     [[nodiscard]] bool isCancelled() const { return flag_->load(std::memory_order_relaxed); }
 
     /// A checkpoint: raises CancellationError once the task was asked to stop.
@@ -41,6 +42,7 @@ class Event {
         isSet_ = true;
         timer_.cancel();
     }
+
     [[nodiscard]] bool isSet() const { return isSet_; }
 
     Task<void> wait() {
@@ -54,8 +56,8 @@ class Event {
     bool isSet_ = false;
 };
 
-/// A task under way and its outcome. Made, cancelled and awaited on the main actor; the task itself may run on
-/// the pool. Dropping the handle does not stop the task.
+/// A task under way and its outcome. Made, cancelled and awaited on the main actor; the task itself may run
+/// on the pool. Dropping the handle does not stop the task.
 template <typename T>
 class TaskHandle {
   public:
@@ -64,8 +66,8 @@ class TaskHandle {
                             CancellationToken token) {
         TaskHandle handle(executors.main, std::move(token));
         asio::co_spawn(runner, std::move(task),
-                       asio::bind_executor(executors.main, [state = handle.state_](const std::exception_ptr& failure,
-                                                                                   T value) {
+                       asio::bind_executor(executors.main, [state = handle.state_](
+                                                               const std::exception_ptr& failure, T value) {
                            state->failure = failure;
                            if (!failure) state->value.emplace(std::move(value));
                            state->done.set();
@@ -74,6 +76,7 @@ class TaskHandle {
     }
 
     void cancel() const { token_.cancel(); }
+
     [[nodiscard]] bool isDone() const { return state_->done.isSet(); }
 
     /// Waits for the end; ignores the outcome.
@@ -94,6 +97,7 @@ class TaskHandle {
     struct State {
         explicit State(Executor executor)
             : done(std::move(executor)) {}
+
         Event done;
         std::exception_ptr failure;
         std::optional<T> value;

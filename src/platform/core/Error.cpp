@@ -28,15 +28,21 @@ std::string reason(int errorNumber) {
 
 } // namespace
 
-std::string Error::typeName() const { return velto::typeName(*this); }
+std::string Error::typeName() const {
+    return velto::typeName(*this);
+}
 
 SystemError::SystemError(int errorNumber, const std::string& operation, const std::string& path)
     : Error(fmt::format("{} {}: {}", operation, path, reason(errorNumber)))
     , errorNumber_(errorNumber) {}
 
-std::string describe(const std::exception& error) { return error.what(); }
+std::string describe(const std::exception& error) {
+    return error.what();
+}
 
-std::string typeName(const std::exception& error) { return demangledLastComponent(typeid(error).name()); }
+std::string typeName(const std::exception& error) {
+    return demangledLastComponent(typeid(error).name());
+}
 
 std::string describe(const std::exception_ptr& error) {
     try {

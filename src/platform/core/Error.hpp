@@ -7,7 +7,8 @@ namespace velto {
 
 /// Base of every failure that crosses a service boundary. A service derives one class with an enumeration of
 /// its cases; the text that the user reads is fixed when the value is made. Foreign failures (errno, SQLite,
-/// curl, TagLib) become one of these at the edge where they are met; nothing else is thrown across a boundary.
+/// curl, TagLib) become one of these at the edge where they are met; nothing else is thrown across a
+/// boundary.
 class Error : public std::runtime_error {
   public:
     explicit Error(const std::string& description)

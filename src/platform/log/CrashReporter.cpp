@@ -24,12 +24,16 @@ struct FileCrashReporter::State {
 
     void write(std::string_view kind, std::string text) {
         std::replace(text.begin(), text.end(), '\n', ' ');
-        const auto now = std::chrono::time_point_cast<std::chrono::microseconds>(std::chrono::system_clock::now());
+        const auto now =
+            std::chrono::time_point_cast<std::chrono::microseconds>(std::chrono::system_clock::now());
         const std::string line = fmt::format("{} {} {}\n", iso8601(now), kind, text);
         const std::lock_guard lock(mutex);
         if (descriptor < 0) return;
+
         struct ::stat info {};
-        if (::fstat(descriptor, &info) == 0 && info.st_size > startAfreshAtBytes) (void)!::ftruncate(descriptor, 0);
+
+        if (::fstat(descriptor, &info) == 0 && info.st_size > startAfreshAtBytes)
+            (void)!::ftruncate(descriptor, 0);
         (void)!::write(descriptor, line.data(), line.size());
     }
 };
@@ -44,7 +48,9 @@ FileCrashReporter::~FileCrashReporter() {
     if (state_->descriptor >= 0) ::close(state_->descriptor);
 }
 
-void FileCrashReporter::log(std::string_view text) { state_->write("log", std::string(text)); }
+void FileCrashReporter::log(std::string_view text) {
+    state_->write("log", std::string(text));
+}
 
 void FileCrashReporter::recordError(const std::exception& error) {
     state_->write("error", typeName(error) + ": " + describe(error));

@@ -125,9 +125,13 @@ class Writer {
 
 } // namespace
 
-void line(std::string_view text) { Writer::shared().append(text); }
+void line(std::string_view text) {
+    Writer::shared().append(text);
+}
 
-SinkHandle addSink(Sink sink) { return SinkHandle(Writer::shared().add(std::move(sink))); }
+SinkHandle addSink(Sink sink) {
+    return SinkHandle(Writer::shared().add(std::move(sink)));
+}
 
 SinkHandle& SinkHandle::operator=(SinkHandle&& other) noexcept {
     std::swap(identifier_, other.identifier_);
@@ -144,6 +148,7 @@ SinkHandle addStandardErrorSink() {
 
 SinkHandle addFileSink(const std::filesystem::path& path) {
     struct ::stat info {};
+
     if (::stat(path.c_str(), &info) == 0 && info.st_size > rotateAtBytes)
         (void)::rename(path.c_str(), (path.string() + ".1").c_str());
     const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
@@ -153,7 +158,8 @@ SinkHandle addFileSink(const std::filesystem::path& path) {
         delete fd;
     });
     return addSink([owned](std::string_view block) {
-        const auto now = std::chrono::time_point_cast<std::chrono::microseconds>(std::chrono::system_clock::now());
+        const auto now =
+            std::chrono::time_point_cast<std::chrono::microseconds>(std::chrono::system_clock::now());
         const std::string stamp = iso8601(now) + " ";
         std::string out;
         out.reserve(block.size() * 2);
@@ -166,7 +172,9 @@ SinkHandle addFileSink(const std::filesystem::path& path) {
     });
 }
 
-void flush() { Writer::shared().flush(); }
+void flush() {
+    Writer::shared().flush();
+}
 
 struct Capture::State {
     mutable std::mutex mutex;
@@ -192,9 +200,8 @@ std::vector<std::string> Capture::lines() const {
 
 bool Capture::contains(std::string_view text) const {
     const auto all = lines();
-    return std::any_of(all.begin(), all.end(), [&](const std::string& line) {
-        return line.find(text) != std::string::npos;
-    });
+    return std::any_of(all.begin(), all.end(),
+                       [&](const std::string& line) { return line.find(text) != std::string::npos; });
 }
 
 } // namespace velto::log

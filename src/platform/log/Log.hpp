@@ -19,8 +19,8 @@ namespace velto::log {
 void line(std::string_view text);
 
 template <typename... Args>
-    requires(sizeof...(Args) > 0)
-void line(fmt::format_string<Args...> format, Args&&... args) {
+
+requires(sizeof...(Args) > 0) void line(fmt::format_string<Args...> format, Args&&... args) {
     line(std::string_view(fmt::format(format, std::forward<Args>(args)...)));
 }
 
@@ -31,10 +31,13 @@ using Sink = std::function<void(std::string_view block)>;
 class [[nodiscard]] SinkHandle {
   public:
     SinkHandle() = default;
+
     explicit SinkHandle(int identifier)
         : identifier_(identifier) {}
+
     SinkHandle(SinkHandle&& other) noexcept
         : identifier_(std::exchange(other.identifier_, 0)) {}
+
     SinkHandle& operator=(SinkHandle&& other) noexcept;
     ~SinkHandle();
 

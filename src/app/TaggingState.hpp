@@ -1,0 +1,42 @@
+#pragma once
+
+#include "platform/core/Date.hpp"
+
+#include <algorithm>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace velto {
+
+/// What the progress bar of a tagging run shows.
+struct TaggingProgress {
+    std::int64_t totalTracks = 0;
+    std::int64_t completedTracks = 0;
+    Date startTime;
+
+    bool operator==(const TaggingProgress&) const = default;
+};
+
+/// The sums of one tagging run, shared by its batches. Confined to the main actor.
+struct TaggingState {
+    std::int64_t totalTagged = 0;
+    std::int64_t totalCredits = 0;
+    std::vector<std::string> allErrors;
+    std::optional<TaggingProgress> taggingProgress;
+    std::optional<std::int64_t> globalRetryAfter; ///< milliseconds: the largest that the server asked for
+
+    void foldRetryAfter(std::int64_t milliseconds) {
+        globalRetryAfter = std::max(globalRetryAfter.value_or(milliseconds), milliseconds);
+    }
+};
+
+/// How a tagging run ended, for whoever started it.
+struct TaggingSummary {
+    std::int64_t tagged = 0;
+    std::int64_t credits = 0;
+    std::vector<std::string> errors;
+};
+
+} // namespace velto

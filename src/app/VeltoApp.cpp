@@ -1,0 +1,108 @@
+#include "app/VeltoApp.hpp"
+
+#include "backend/URLCallback.hpp"
+#include "platform/log/Log.hpp"
+#include "platform/secrets/DefaultKeychainService.hpp"
+#include "store/Entities.hpp"
+#include "tagwriting/MetadataWriter.hpp"
+
+namespace velto {
+
+namespace {
+
+constexpr auto keychainServiceName = "com.velto.desktop";
+constexpr auto keychainAccountName = "jwt_token";
+constexpr auto endpointPath = "/api/graphql";
+
+std::unique_ptr<model::ModelContainer> openStore(const Home& home) {
+    try {
+        return model::ModelContainer::create(storeSchema(), model::ModelConfiguration{home.store});
+    } catch (const std::exception& error) {
+        throw Error("Could not create ModelContainer: " + describe(error));
+    }
+}
+
+} // namespace
+
+VeltoApp::VeltoApp(VeltoAppConfiguration configuration)
+    : configuration_(std::move(configuration))
+    , crashReporter_(configuration_.home.crashReports)
+    // The store first: its lock says that no other process works on this home.
+    , sharedModelContainer_(openStore(configuration_.home))
+    , userDefaults_(configuration_.home.defaults, configuration_.executors) {
+    rewriteJournal_.emplace(configuration_.home.rewrites);
+    recoverInterruptedRewrites(*rewriteJournal_, crashReporter_);
+    sharedModelContainer_->mainContext().deliverChangesThrough(
+        [main = configuration_.executors.main](std::function<void()> work) {
+            asio::post(main, std::move(work));
+        });
+    keychain_ = configuration_.keychain
+                    ? configuration_.keychain
+                    : std::make_shared<DefaultKeychainService>(keychainServiceName, keychainAccountName);
+    backendAddress_ = configuration_.backendAddress.value_or(std::string(productBackendAddress));
+    while (backendAddress_.ends_with('/'))
+        backendAddress_.pop_back();
+    if (backendAddress_.empty() && configuration_.needsBackend) {
+        localBackend_.emplace(LocalBackend::start(configuration_.home.backendState));
+        backendAddress_ = localBackend_->address();
+    }
+    log::line("🌐 API Environment: Production (RELEASE build)");
+    authClient_ = makeClient();
+    authManager_ = std::make_shared<DefaultAuthenticationManager>(
+        AuthenticationServices{.keychainService = *keychain_,
+                               .graphQLClient = *authClient_,
+                               .clock = configuration_.clock,
+                               .crashReporter = crashReporter_,
+                               .browser = configuration_.browser,
+                               .preferences = UserPreferencesStore::shared(),
+                               .executors = configuration_.executors,
+                               .webAddress = backendAddress_});
+    finishLaunching();
+}
+
+VeltoApp::~VeltoApp() = default;
+
+std::shared_ptr<GraphQLClient> VeltoApp::makeClient() {
+    return std::make_shared<DefaultGraphQLClient>(backendAddress_ + endpointPath,
+                                                  keychainTokenSource(*keychain_, configuration_.executors),
+                                                  transport_, crashReporter_);
+}
+
+void VeltoApp::finishLaunching() {
+    log::line("🚀 [APP] Application finished launching");
+    log::line("✅ [FIREBASE] Crashlytics enabled for production");
+}
+
+UpdateManager& VeltoApp::updateManager() {
+    if (!updateManager_) updateManager_ = std::make_unique<LoggingUpdateManager>();
+    return *updateManager_;
+}
+
+std::shared_ptr<MainScreenViewModel> VeltoApp::viewModel() {
+    if (viewModel_) return viewModel_;
+    viewModel_ = MainScreenViewModel::create({.executors = configuration_.executors,
+                                              .clock = configuration_.clock,
+                                              .crashReporter = crashReporter_,
+                                              .modelContext = sharedModelContainer_->mainContext(),
+                                              .userDefaults = userDefaults_,
+                                              .folderGrants = folderGrants_,
+                                              .rewriteJournal = *rewriteJournal_,
+                                              .genreTextParser = &genreTextParser_,
+                                              .checksAtLoad = configuration_.checksAtLoad});
+    viewModel_->setUp(authManager_, [this] { return makeClient(); });
+    return viewModel_;
+}
+
+Task<bool> VeltoApp::handleURLCallback(std::string url) {
+    const auto token = tokenFromCallback(url);
+    if (!token) co_return false;
+    log::line("🔗 [URL CALLBACK] Activating app window");
+    configuration_.browser.activateApplication();
+    log::line("🔗 [URL CALLBACK] Calling authManager.handleAuthCallback");
+    const auto manager = authManager_;
+    co_await manager->handleAuthCallback(*token);
+    log::line("✅ [URL CALLBACK] Auth callback completed");
+    co_return true;
+}
+
+} // namespace velto

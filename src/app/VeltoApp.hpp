@@ -1,0 +1,88 @@
+#pragma once
+
+#include "app/Home.hpp"
+#include "app/LocalBackend.hpp"
+#include "app/MainScreenViewModel.hpp"
+#include "app/UpdateManager.hpp"
+#include "backend/Browser.hpp"
+#include "backend/DefaultAuthenticationManager.hpp"
+#include "backend/DefaultGraphQLClient.hpp"
+#include "backend/GenreTextMatching.hpp"
+#include "backend/UserPreferencesStore.hpp"
+#include "platform/files/FolderGrants.hpp"
+#include "platform/files/UserDefaults.hpp"
+#include "platform/http/HttpClient.hpp"
+#include "platform/log/CrashReporter.hpp"
+#include "platform/model/ModelContainer.hpp"
+#include "platform/secrets/KeychainService.hpp"
+#include "tagwriting/RewriteJournal.hpp"
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace velto {
+
+/// The product's backend, "https://host" without a slash at its end. Empty for now: the program then starts
+/// the backend that comes with it.
+inline constexpr std::string_view productBackendAddress = "";
+
+/// What a face decides before the application is composed. Everything referred to outlives the application.
+struct VeltoAppConfiguration {
+    Home home;
+    Executors executors;
+    Clock& clock;
+    Browser& browser;
+    std::shared_ptr<KeychainService> keychain; ///< null: the desktop's keyring
+    std::optional<std::string> backendAddress; ///< none: the product's, else the local one
+    /// Without, no backend is started and every request fails at once: for work on the store alone.
+    bool needsBackend = true;
+    bool checksAtLoad = true;
+};
+
+/// The composition root's one object: it owns the store, the authentication manager, the update manager and
+/// all that they stand on, for the life of the process. Main actor.
+class VeltoApp {
+  public:
+    /// Opens the store, recovers interrupted rewrites, composes the services. Throws Error with the text that
+    /// the user is shown: without its store the program does not run.
+    explicit VeltoApp(VeltoAppConfiguration configuration);
+    ~VeltoApp();
+    VeltoApp(const VeltoApp&) = delete;
+    VeltoApp& operator=(const VeltoApp&) = delete;
+
+    /// The state object, made and set up on first use: what the main screen does when it appears.
+    std::shared_ptr<MainScreenViewModel> viewModel();
+
+    DefaultAuthenticationManager& authManager() { return *authManager_; }
+
+    UpdateManager& updateManager();
+
+    model::ModelContainer& sharedModelContainer() { return *sharedModelContainer_; }
+
+    /// What a `velto://` URL leads to, by whichever way it came. Ends when the sign-in has ended; false where
+    /// the URL is not the sign-in's.
+    Task<bool> handleURLCallback(std::string url);
+
+  private:
+    std::shared_ptr<GraphQLClient> makeClient();
+    void finishLaunching();
+
+    VeltoAppConfiguration configuration_;
+    FileCrashReporter crashReporter_;
+    std::optional<RewriteJournal> rewriteJournal_;
+    std::unique_ptr<model::ModelContainer> sharedModelContainer_;
+    UserDefaults userDefaults_;
+    FolderGrants folderGrants_;
+    http::HttpClient transport_;
+    std::optional<LocalBackend> localBackend_;
+    std::string backendAddress_;
+    std::shared_ptr<KeychainService> keychain_;
+    PreferencesGenreTextParser genreTextParser_{UserPreferencesStore::shared()};
+    std::shared_ptr<GraphQLClient> authClient_;
+    std::shared_ptr<DefaultAuthenticationManager> authManager_;
+    std::unique_ptr<UpdateManager> updateManager_;
+    std::shared_ptr<MainScreenViewModel> viewModel_;
+};
+
+} // namespace velto

@@ -1,0 +1,77 @@
+#include "cli/Commands.hpp"
+
+#include "platform/text/Text.hpp"
+
+#include <unistd.h>
+
+namespace velto::cli {
+
+namespace {
+
+Output sessionOutput(const UserSession& session) {
+    Output output{{}, toJson(session), {}};
+    if (!session.isSignedIn) {
+        output.failure = "Not signed in";
+        return output;
+    }
+    const std::string email = session.email.value_or("");
+    output.text = session.name ? fmt::format("{} <{}>", *session.name, email) : email;
+    if (session.creditBalance) output.text += fmt::format(", {} credits left", session.creditBalance->total);
+    output.text += "\n";
+    return output;
+}
+
+/// Keeps the last text that the sign-in showed: its state passes on at once.
+struct ShownError {
+    explicit ShownError(DefaultAuthenticationManager& manager)
+        : subscription(manager.authenticationState().subscribe([this](const AuthenticationState& state) {
+            if (state.errorMessage() != nullptr) text = *state.errorMessage();
+        })) {}
+
+    std::optional<std::string> text;
+    Subscription subscription;
+};
+
+} // namespace
+
+Task<Output> signIn(Context& context) {
+    const auto viewModel = context.app.viewModel();
+    auto& manager = context.app.authManager();
+    ShownError shown(manager);
+    std::optional<std::string> url = context.options.callbackUrl;
+    if (!url) {
+        co_await manager.signIn();
+        if (shown.text) throw CommandFailed(*shown.text);
+    }
+    if (!url || *url == "-") {
+        const std::string question =
+            url ? "" : "Paste the link that the page ends with (velto://auth?token=...):";
+        const auto asking = [&terminal = context.terminal, question] { return ask(terminal, question); };
+        url = co_await offload(context.executors, asking);
+        if (!url) throw CommandCancelled();
+    }
+    if (!co_await context.app.handleURLCallback(text::trimmed(*url)))
+        throw CommandFailed("This is not the link that the sign-in page ends with (velto://auth?token=...).");
+    if (!viewModel->userSession->isSignedIn) throw CommandFailed(shown.text.value_or("The sign-in failed"));
+    co_return sessionOutput(viewModel->userSession);
+}
+
+Task<Output> signOut(Context& context) {
+    const auto viewModel = context.app.viewModel();
+    ShownError shown(context.app.authManager());
+    if (::isatty(STDIN_FILENO) == 1)
+        co_await confirm(context,
+                         "Signing out clears the libraries, tracks and playlists from this computer's store "
+                         "(music files stay). Continue?");
+    co_await viewModel->signOut();
+    if (shown.text) throw CommandFailed(*shown.text);
+    failOnError(*viewModel);
+    co_return Output{"Signed out.\n", toJson(viewModel->userSession.get()), {}};
+}
+
+Task<Output> whoAmI(Context& context) {
+    const auto viewModel = context.app.viewModel();
+    co_return sessionOutput(viewModel->userSession);
+}
+
+} // namespace velto::cli

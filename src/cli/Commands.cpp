@@ -1,0 +1,109 @@
+#include "cli/Commands.hpp"
+
+#include "platform/text/Text.hpp"
+
+#include <algorithm>
+#include <unordered_set>
+
+namespace velto::cli {
+
+Task<Output> runCommand(Context& context) {
+    switch (context.options.command) {
+    case Command::libraryAdd:
+        return addLibrary(context);
+    case Command::libraryList:
+        return listLibraries(context);
+    case Command::libraryRemove:
+        return removeLibrary(context);
+    case Command::scan:
+        return scan(context);
+    case Command::check:
+        return check(context);
+    case Command::tracks:
+        return listTracks(context);
+    case Command::tag:
+        return tag(context);
+    case Command::clearTags:
+        return clearTags(context);
+    case Command::markTagged:
+        return markTagged(context);
+    case Command::signIn:
+        return signIn(context);
+    case Command::signOut:
+        return signOut(context);
+    case Command::whoAmI:
+        return whoAmI(context);
+    }
+    throw CommandFailed("Unknown command");
+}
+
+Interruption interrupt(const Context& context) {
+    const auto viewModel = context.app.viewModel();
+    if (viewModel->scanProgress.get()) {
+        spawn(context.executors.main, viewModel->cancelScan());
+        return Interruption::handled;
+    }
+    return viewModel->taggingProgress.get() ? Interruption::mustWait : Interruption::quitNow;
+}
+
+Task<LibraryRef> selectNamedLibrary(Context& context) {
+    const auto viewModel = context.app.viewModel();
+    const auto& name = context.options.library;
+    if (name) {
+        // Selected before the load, so that only this library's folder is reached for.
+        const auto named =
+            context.app.sharedModelContainer().mainContext().findUnique<Library>("name", *name);
+        if (!named)
+            throw CommandFailed("There is no library named '" + *name + "'. 'library list' shows them.");
+        viewModel->selectedLibrary = named;
+    }
+    co_await viewModel->loadData();
+    if (!viewModel->selectedLibrary.get()) {
+        failOnError(*viewModel);
+        throw CommandFailed("There is no library yet. Add one: veltoctl library add FOLDER");
+    }
+    co_return viewModel->selectedLibrary;
+}
+
+std::vector<TrackRef> distinctTracks(const MainScreenViewModel& viewModel) {
+    std::vector<TrackRef> found;
+    std::unordered_set<TrackRef> seen;
+    for (const TrackRef& track : viewModel.tracks.get())
+        if (seen.insert(track).second) found.push_back(track);
+    return found;
+}
+
+void failOnError(const MainScreenViewModel& viewModel) {
+    if (viewModel.errorMessage.get()) throw CommandFailed(*viewModel.errorMessage.get());
+}
+
+std::vector<Subscription> showProgress(const Context& context, MainScreenViewModel& viewModel) {
+    std::vector<Subscription> subscriptions;
+    subscriptions.push_back(viewModel.scanProgress.subscribe(
+        [&terminal = context.terminal](const std::optional<ScanProgress>& progress) {
+            progress ? terminal.progress(*progress) : terminal.endProgress();
+        }));
+    subscriptions.push_back(
+        viewModel.taggingProgress.subscribe([&terminal = context.terminal, &clock = context.clock](
+                                                const std::optional<TaggingProgress>& progress) {
+            if (!progress) return terminal.endProgress();
+            const double elapsed = clock.secondsSince(progress->startTime);
+            std::optional<double> left;
+            if (progress->completedTracks > 0)
+                left = estimatedTimeRemaining(elapsed, progress->completedTracks, progress->totalTracks);
+            terminal.progress("Writing tags...", progress->completedTracks, progress->totalTracks, left);
+        }));
+    return subscriptions;
+}
+
+Task<void> confirm(Context& context, std::string question) {
+    if (context.options.yes) co_return;
+    const auto asking = [&terminal = context.terminal, question] {
+        return ask(terminal, question + " [y/N]");
+    };
+    const auto answer = co_await offload(context.executors, asking);
+    const std::string said = text::lowercased(text::trimmed(answer.value_or("")));
+    if (said != "y" && said != "yes") throw CommandCancelled();
+}
+
+} // namespace velto::cli

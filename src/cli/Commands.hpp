@@ -1,0 +1,91 @@
+#pragma once
+
+#include "app/VeltoApp.hpp"
+#include "cli/Json.hpp"
+#include "cli/Options.hpp"
+#include "cli/Terminal.hpp"
+
+#include <functional>
+#include <string>
+
+namespace velto::cli {
+
+/// A command that could not do what it was asked: `what()` is the user's text. Exit code 1.
+class CommandFailed : public Error {
+  public:
+    using Error::Error;
+};
+
+/// The user stopped it. Exit code 130.
+class CommandCancelled : public Error {
+  public:
+    explicit CommandCancelled(const std::string& text = "Cancelled")
+        : Error(text) {}
+};
+
+/// What a command works with; it outlives the command. Main actor.
+struct Context {
+    const Options& options;
+    VeltoApp& app;
+    Terminal& terminal;
+    Executors executors;
+    Clock& clock;
+};
+
+/// What a command leaves: standard output gets `json` with --json, else `text`. A `failure` goes to standard
+/// error beside it and makes the exit code 1.
+struct Output {
+    std::string text;
+    Json json;
+    std::optional<std::string> failure;
+};
+
+/// Runs the command to its end. Throws CommandFailed, CommandCancelled, or another Error whose text is the
+/// user's.
+Task<Output> runCommand(Context& context);
+
+/// The first half of `check`, on the store alone: how many files of the library the store does not know.
+Task<std::size_t> countNewFiles(Context& context);
+
+/// What `check` says of so many new files and the scan that they caused, if any.
+[[nodiscard]] Output checkOutput(std::size_t newFiles, const ScanRunRef& run);
+
+/// What an interrupt (Ctrl-C) does while the command runs.
+enum class Interruption {
+    handled,  ///< the command ends by itself, soon
+    quitNow,  ///< nothing is under way that would be left half done
+    mustWait, ///< files are being written; a second interrupt ends the program all the same
+};
+Interruption interrupt(const Context& context);
+
+// The commands, one function each.
+Task<Output> addLibrary(Context& context);
+Task<Output> listLibraries(Context& context);
+Task<Output> removeLibrary(Context& context);
+Task<Output> scan(Context& context);
+Task<Output> check(Context& context);
+Task<Output> listTracks(Context& context);
+Task<Output> tag(Context& context);
+Task<Output> clearTags(Context& context);
+Task<Output> markTagged(Context& context);
+Task<Output> signIn(Context& context);
+Task<Output> signOut(Context& context);
+Task<Output> whoAmI(Context& context);
+
+/// Loads the store's lists and selects the library that was named, else the first. Throws CommandFailed where
+/// there is none.
+Task<LibraryRef> selectNamedLibrary(Context& context);
+
+/// The selected library's tracks, each once.
+[[nodiscard]] std::vector<TrackRef> distinctTracks(const MainScreenViewModel& viewModel);
+
+/// Throws CommandFailed with the state object's error text where there is one.
+void failOnError(const MainScreenViewModel& viewModel);
+
+/// Shows the state object's progress while it lives.
+[[nodiscard]] std::vector<Subscription> showProgress(const Context& context, MainScreenViewModel& viewModel);
+
+/// Asks the question unless --yes was given. Throws CommandCancelled where the answer is not yes.
+Task<void> confirm(Context& context, std::string question);
+
+} // namespace velto::cli

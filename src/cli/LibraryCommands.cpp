@@ -1,0 +1,120 @@
+#include "cli/Commands.hpp"
+
+#include "scanning/ConcurrentScanner.hpp"
+
+namespace velto::cli {
+
+namespace {
+
+/// What the window's sheet offers.
+constexpr auto defaultIncludeGlob = "*.{mp3,m4a,aif,aiff,wav,flac}";
+
+std::string summary(const ScanRunRef& run) {
+    return fmt::format("Scanned {}: {} files, {} new, {} changed, {} missing, {} with errors.\n",
+                       run->library ? run->library->name : "", run->totalSeen, run->newCount,
+                       run->changedCount, run->missingCount, run->errorCount);
+}
+
+Task<ScanRunRef> scanSelected(Context& context) {
+    const auto viewModel = context.app.viewModel();
+    viewModel->errorMessage = std::nullopt;
+    const auto progress = showProgress(context, *viewModel);
+    const ScanRunRef run = co_await viewModel->refreshSelectedLibrary();
+    co_await viewModel->backgroundWorkFinished();
+    if (run) co_return run;
+    const std::string text = viewModel->errorMessage->value_or("The scan failed");
+    try {
+        if (viewModel->lastScanFailure) std::rethrow_exception(viewModel->lastScanFailure);
+    } catch (const ScannerError& error) {
+        if (error.kind() == ScannerError::Case::scanCancelled) throw CommandCancelled(text);
+    } catch (const std::exception&) { // the text says it
+    }
+    throw CommandFailed(text);
+}
+
+std::filesystem::path absoluteFolder(const std::filesystem::path& folder) {
+    auto path = std::filesystem::absolute(folder).lexically_normal();
+    return path.has_filename() ? path : path.parent_path();
+}
+
+} // namespace
+
+Task<Output> addLibrary(Context& context) {
+    const auto viewModel = context.app.viewModel();
+    co_await viewModel->loadData();
+    const auto folder = absoluteFolder(context.options.folder);
+    co_await viewModel->addLibrary(context.options.library.value_or(folder.filename().string()), folder,
+                                   context.options.includeGlob.value_or(defaultIncludeGlob),
+                                   context.options.excludeGlob);
+    failOnError(*viewModel);
+    const LibraryRef library = viewModel->selectedLibrary;
+    Output output{fmt::format("Added {} ({}).\n", library->name, library->rootPath),
+                  toJson(library, context.clock.now()),
+                  {}};
+    output.json["scanRun"] = nullptr;
+    if (context.options.scanAfterAdding) {
+        const ScanRunRef run = co_await scanSelected(context);
+        output.text += summary(run);
+        output.json = toJson(library, context.clock.now());
+        output.json["scanRun"] = toJson(run);
+    }
+    co_return output;
+}
+
+Task<Output> listLibraries(Context& context) {
+    const auto viewModel = context.app.viewModel();
+    co_await viewModel->loadData();
+    Output output{{}, Json::array(), {}};
+    const Date now = context.clock.now();
+    for (const LibraryRef& library : viewModel->libraries.get()) {
+        output.json.push_back(toJson(library, now));
+        output.text += fmt::format("{}  {}  {}, {}\n", library->name, library->rootPath,
+                                   library->trackCountText(), library->lastImportText(now));
+    }
+    if (viewModel->libraries->empty()) output.text = "No libraries\n";
+    co_return output;
+}
+
+Task<Output> removeLibrary(Context& context) {
+    const auto viewModel = context.app.viewModel();
+    const LibraryRef library = co_await selectNamedLibrary(context);
+    const std::string name = library->name;
+    viewModel->errorMessage = std::nullopt;
+    co_await viewModel->deleteLibrary(library);
+    failOnError(*viewModel);
+    co_return Output{"Removed " + name + ". Its music files are where they were.\n", {{"name", name}}, {}};
+}
+
+Task<Output> scan(Context& context) {
+    co_await selectNamedLibrary(context);
+    const ScanRunRef run = co_await scanSelected(context);
+    co_return Output{summary(run), toJson(run), {}};
+}
+
+Task<std::size_t> countNewFiles(Context& context) {
+    const LibraryRef library = co_await selectNamedLibrary(context);
+    const auto viewModel = context.app.viewModel();
+    const auto found = co_await viewModel->countNewFiles(library);
+    if (!found) failOnError(*viewModel);
+    co_return found.value_or(0);
+}
+
+Output checkOutput(std::size_t newFiles, const ScanRunRef& run) {
+    Output output{fmt::format("{} new file{}.\n", newFiles, newFiles == 1 ? "" : "s"),
+                  {{"newFiles", newFiles}, {"scanRun", nullptr}},
+                  {}};
+    if (run) {
+        output.text += summary(run);
+        output.json["scanRun"] = toJson(run);
+    }
+    return output;
+}
+
+Task<Output> check(Context& context) {
+    const std::size_t found = co_await countNewFiles(context);
+    ScanRunRef run;
+    if (found > 0) run = co_await scanSelected(context);
+    co_return checkOutput(found, run);
+}
+
+} // namespace velto::cli

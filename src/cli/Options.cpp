@@ -1,0 +1,108 @@
+#include "cli/Options.hpp"
+
+#include <CLI/CLI.hpp>
+
+namespace velto::cli {
+
+namespace {
+
+constexpr int usageError = 2;
+
+class Parser {
+  public:
+    Parser() {
+        app_.require_subcommand(1);
+        app_.set_version_flag("--version", std::string("veltoctl ") + VELTO_VERSION);
+        app_.add_option("--home", options_.home, "Keep store, defaults and logs below this folder")
+            ->envname("VELTO_HOME")
+            ->type_name("DIR");
+        app_.add_option("--backend", options_.backend, "Base address of the backend (default: the local one)")
+            ->envname("VELTO_BACKEND_URL")
+            ->type_name("URL");
+        app_.add_option("--token-file", options_.tokenFile,
+                        "Keep the token in this file (mode 0600) instead of the keyring")
+            ->type_name("FILE");
+        app_.add_flag("--json", options_.json, "Print one JSON value and nothing else on standard output");
+        app_.add_flag("--quiet", options_.quiet, "No progress and no log lines on standard error");
+        app_.fallthrough();
+        addLibraryCommands();
+        addTrackCommands();
+        addAccountCommands();
+    }
+
+    std::variant<Options, int> parse(int argc, const char* const* argv) {
+        try {
+            app_.parse(argc, argv);
+        } catch (const CLI::ParseError& error) {
+            return app_.exit(error) == 0 ? 0 : usageError;
+        }
+        return options_;
+    }
+
+  private:
+    CLI::App* command(CLI::App& parent, const std::string& name, const std::string& text, Command what) {
+        CLI::App* sub = parent.add_subcommand(name, text);
+        sub->callback([this, what] { options_.command = what; });
+        return sub;
+    }
+
+    CLI::App* libraryCommand(const std::string& name, const std::string& text, Command what) {
+        CLI::App* sub = command(app_, name, text, what);
+        sub->add_option("NAME", options_.library, "The library (default: the first by name)");
+        return sub;
+    }
+
+    void addLibraryCommands() {
+        CLI::App* library = app_.add_subcommand("library", "Add, list and remove libraries");
+        library->require_subcommand(1);
+        library->fallthrough();
+        CLI::App* add =
+            command(*library, "add", "Make a folder of music a library and scan it", Command::libraryAdd);
+        add->add_option("PATH", options_.folder, "The folder")->required();
+        add->add_option("--name", options_.library, "Its name (default: the folder's)")->type_name("N");
+        add->add_option("--include", options_.includeGlob, "Files to take")->type_name("G");
+        add->add_option("--exclude", options_.excludeGlob, "Files to leave out")->type_name("G");
+        add->add_flag("!--no-scan", options_.scanAfterAdding, "Do not scan it now");
+        command(*library, "list", "List the libraries", Command::libraryList);
+        CLI::App* remove =
+            command(*library, "remove", "Forget a library; its music files stay where they are",
+                    Command::libraryRemove);
+        remove->add_option("NAME", options_.library, "The library")->required();
+    }
+
+    void addTrackCommands() {
+        libraryCommand("scan", "Read every file of a library and bring the store up to date", Command::scan);
+        libraryCommand("check", "Look for files that the store does not know; scan if there are any",
+                       Command::check);
+        libraryCommand("tracks", "List a library's tracks", Command::tracks)
+            ->add_option("--limit", options_.limit, "At most this many")
+            ->type_name("N");
+        for (CLI::App* sub :
+             {libraryCommand("tag", "Tag a library's tracks with AI genres, one credit each", Command::tag),
+              libraryCommand("clear-tags", "Take the tags out of the store and the files again",
+                             Command::clearTags)})
+            sub->add_flag("-y,--yes", options_.yes, "Do not ask");
+        libraryCommand("mark-tagged", "Mark a library's tracks as tagged, as they are", Command::markTagged);
+    }
+
+    void addAccountCommands() {
+        command(app_, "sign-in", "Sign in: opens the web page, or takes the callback URL it ends with",
+                Command::signIn)
+            ->add_option("CALLBACK-URL", options_.callbackUrl,
+                         "velto://auth?token=...; - reads it from standard input");
+        command(app_, "sign-out", "Sign out and clear the libraries and playlists from this computer's store",
+                Command::signOut);
+        command(app_, "whoami", "Show who is signed in and the credits left", Command::whoAmI);
+    }
+
+    CLI::App app_{"Velto: a DJ's music library, scanned, tagged and kept", "veltoctl"};
+    Options options_;
+};
+
+} // namespace
+
+std::variant<Options, int> parseOptions(int argc, const char* const* argv) {
+    return Parser().parse(argc, argv);
+}
+
+} // namespace velto::cli

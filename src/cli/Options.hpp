@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <variant>
+
+namespace velto::cli {
+
+enum class Command {
+    libraryAdd,
+    libraryList,
+    libraryRemove,
+    scan,
+    check,
+    tracks,
+    tag,
+    clearTags,
+    markTagged,
+    signIn,
+    signOut,
+    whoAmI,
+};
+
+/// What the command line said, checked for form only.
+struct Options {
+    std::optional<std::filesystem::path> home;
+    std::optional<std::string> backend;
+    std::optional<std::filesystem::path> tokenFile;
+    bool json = false;
+    bool quiet = false;
+
+    Command command = Command::libraryList;
+    std::filesystem::path folder;           ///< library add
+    std::optional<std::string> library;     ///< the library's name; none means the first one
+    std::optional<std::string> includeGlob; ///< library add
+    std::optional<std::string> excludeGlob; ///< library add
+    bool scanAfterAdding = true;            ///< library add
+    std::optional<std::size_t> limit;       ///< tracks
+    bool yes = false;                       ///< tag, clear-tags: do not ask
+    std::optional<std::string> callbackUrl; ///< sign-in
+};
+
+/// The options, or the exit code of a run that ends here: 0 after help or version, 2 after wrong usage. What
+/// is to be read has been printed by then. VELTO_HOME and VELTO_BACKEND_URL stand in for missing options.
+std::variant<Options, int> parseOptions(int argc, const char* const* argv);
+
+} // namespace velto::cli

@@ -1,0 +1,98 @@
+#include "cli/Commands.hpp"
+
+#include <algorithm>
+
+namespace velto::cli {
+
+namespace {
+
+std::string plural(std::size_t count, const std::string& noun) {
+    return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
+}
+
+std::string line(const TrackRef& track) {
+    std::string text =
+        track->artist.value_or("Unknown Artist") + " - " + track->title.value_or("Unknown Title");
+    if (track->album) text += " [" + *track->album + "]";
+    if (track->genre) text += "  " + *track->genre;
+    text += track->lastTagged ? "  (tagged)" : "";
+    if (const FileStatus status = track->status(); status != FileStatus::ready)
+        text += fmt::format("  ({})", rawValue(status));
+    std::replace_if(
+        text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20; }, ' ');
+    return text + "\n";
+}
+
+} // namespace
+
+Task<Output> listTracks(Context& context) {
+    co_await selectNamedLibrary(context);
+    auto tracks = distinctTracks(*context.app.viewModel());
+    tracks.resize(std::min(tracks.size(), context.options.limit.value_or(tracks.size())));
+    Output output{{}, Json::array(), {}};
+    for (const TrackRef& track : tracks)
+        if (context.options.json)
+            output.json.push_back(toJson(track));
+        else
+            output.text += line(track);
+    co_return output;
+}
+
+Task<Output> tag(Context& context) {
+    const auto viewModel = context.app.viewModel();
+    co_await selectNamedLibrary(context);
+    const auto tracks = distinctTracks(*viewModel);
+    if (tracks.empty()) throw CommandFailed("No tracks selected");
+    const std::string question = "This will use " + plural(tracks.size(), "credit") + ". Continue?";
+    co_await confirm(context, question);
+    viewModel->errorMessage = std::nullopt;
+    const auto progress = showProgress(context, *viewModel);
+    const TaggingSummary summary = co_await viewModel->tagTracks(tracks);
+    std::optional<std::string> message = viewModel->errorMessage;
+    if (!message && summary.tagged == 0)
+        message = summary.errors.empty() ? "No tracks were tagged"
+                                         : fmt::format("{}", fmt::join(summary.errors, "\n"));
+    co_await viewModel->backgroundWorkFinished();
+    if (viewModel->errorMessage.get() && viewModel->errorMessage.get() != message &&
+        message.has_value() == false)
+        context.terminal.say(*viewModel->errorMessage.get());
+    Output output;
+    output.json = {{"tagged", summary.tagged},
+                   {"credits", summary.credits},
+                   {"errors", summary.errors},
+                   {"message", message ? Json(*message) : Json(nullptr)}};
+    if (summary.tagged > 0)
+        output.text =
+            fmt::format("Tagged {} using {}.\n", plural(static_cast<std::size_t>(summary.tagged), "track"),
+                        plural(static_cast<std::size_t>(summary.credits), "credit"));
+    output.failure = message;
+    co_return output;
+}
+
+Task<Output> clearTags(Context& context) {
+    const auto viewModel = context.app.viewModel();
+    co_await selectNamedLibrary(context);
+    const auto tracks = distinctTracks(*viewModel);
+    const std::string question =
+        "This will clear the tags of " + plural(tracks.size(), "track") + ". Continue?";
+    co_await confirm(context, question);
+    viewModel->errorMessage = std::nullopt;
+    const auto progress = showProgress(context, *viewModel);
+    co_await viewModel->clearTags(tracks);
+    failOnError(*viewModel);
+    co_return Output{
+        "Cleared the tags of " + plural(tracks.size(), "track") + ".\n", {{"cleared", tracks.size()}}, {}};
+}
+
+Task<Output> markTagged(Context& context) {
+    const auto viewModel = context.app.viewModel();
+    co_await selectNamedLibrary(context);
+    const auto tracks = distinctTracks(*viewModel);
+    viewModel->errorMessage = std::nullopt;
+    co_await viewModel->markTracksAsTagged(tracks);
+    failOnError(*viewModel);
+    co_return Output{
+        "Marked " + plural(tracks.size(), "track") + " as tagged.\n", {{"marked", tracks.size()}}, {}};
+}
+
+} // namespace velto::cli

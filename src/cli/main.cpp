@@ -1,0 +1,191 @@
+// veltoctl: the state object without a window.
+
+#include "cli/Commands.hpp"
+#include "platform/secrets/FileKeychainService.hpp"
+
+#include <asio/io_context.hpp>
+#include <asio/signal_set.hpp>
+#include <asio/thread_pool.hpp>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+
+namespace velto::cli {
+
+namespace {
+
+constexpr int done = 0;
+constexpr int failed = 1;
+constexpr int cancelled = 130;
+constexpr std::size_t poolThreads = 4;
+
+/// Shows the page's address, and opens it where there is a desktop.
+class TerminalBrowser final : public Browser {
+  public:
+    TerminalBrowser(Terminal& terminal, Executors executors)
+        : terminal_(terminal)
+        , executors_(std::move(executors)) {}
+
+    void openURL(const std::string& url) override {
+        terminal_.say("Open this page in your browser to sign in:\n  " + url);
+        if (std::getenv("DISPLAY") == nullptr && std::getenv("WAYLAND_DISPLAY") == nullptr) return;
+        asio::post(executors_.pool, [url] {
+            try {
+                (void)files::runProcess({"/usr/bin/xdg-open", url});
+            } catch (const std::exception& error) {
+                log::line("⚠️ [BROWSER] {}", describe(error)); // the address is on the terminal
+            }
+        });
+    }
+
+    void activateApplication() override {}
+
+  private:
+    Terminal& terminal_;
+    Executors executors_;
+};
+
+/// Commands that work on the store alone start no backend and ask no keyring.
+bool needsBackend(const Options& options) {
+    switch (options.command) {
+    case Command::libraryAdd:
+    case Command::scan:
+    case Command::tag:
+    case Command::signIn:
+    case Command::whoAmI:
+        return true;
+    default:
+        return false;
+    }
+}
+
+class Program {
+  public:
+    explicit Program(const Options& options)
+        : options_(options)
+        , pool_(poolThreads)
+        , executors_{context_.get_executor(), pool_.get_executor()}
+        , signals_(context_, SIGINT, SIGTERM)
+        , terminal_(options.quiet, clock_)
+        , browser_(terminal_, executors_) {}
+
+    int run() {
+        bindMainActor();
+        std::signal(SIGPIPE, SIG_IGN);
+        int code = failed;
+        asio::co_spawn(context_, runToEnd(code), [this](const std::exception_ptr& failure) {
+            if (failure) terminal_.say(describe(failure));
+            signals_.cancel();
+            context_.stop();
+        });
+        waitForSignal();
+        context_.run();
+        app_.reset();
+        pool_.join();
+        return code;
+    }
+
+  private:
+    Task<void> runToEnd(int& code) {
+        try {
+            home_ = prepareHome(options_.home);
+            logFile_ = log::addFileSink(home_.log);
+            const Output output = co_await command();
+            const std::string text = options_.json ? printed(output.json) + "\n" : output.text;
+            terminal_.endProgress();
+            const bool written =
+                std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
+            if (output.failure) terminal_.say(*output.failure);
+            code = output.failure || !written ? failed : done;
+        } catch (const CommandCancelled& error) {
+            terminal_.endProgress();
+            terminal_.say(describe(error));
+            code = cancelled;
+        } catch (const std::exception& error) {
+            terminal_.endProgress();
+            terminal_.say(describe(error));
+            code = failed;
+        }
+    }
+
+    Task<Output> command() {
+        if (options_.command == Command::check) {
+            // A look costs no backend; only where it finds something does the scan that follows ask for the
+            // vocabulary.
+            compose(false);
+            const std::size_t found = co_await countNewFiles(*commandContext_);
+            if (found == 0) co_return checkOutput(0, ScanRunRef());
+            commandContext_.reset();
+            app_.reset();
+            compose(true);
+        } else {
+            compose(needsBackend(options_));
+        }
+        if ((needsBackend(options_) && options_.command != Command::signIn) ||
+            options_.command == Command::check)
+            co_await app_->authManager().restoreSession();
+        co_return co_await runCommand(*commandContext_);
+    }
+
+    void compose(bool withBackend) {
+        std::shared_ptr<FileKeychainService> tokenFile;
+        if (options_.tokenFile) {
+            tokenFile = std::make_shared<FileKeychainService>(*options_.tokenFile);
+            tokenFile->check();
+        }
+        app_ = std::make_unique<VeltoApp>(VeltoAppConfiguration{.home = home_,
+                                                                .executors = executors_,
+                                                                .clock = clock_,
+                                                                .browser = browser_,
+                                                                .keychain = tokenFile,
+                                                                .backendAddress = options_.backend,
+                                                                .needsBackend = withBackend,
+                                                                .checksAtLoad = false});
+        (void)app_->viewModel();
+        commandContext_.emplace(Context{options_, *app_, terminal_, executors_, clock_});
+    }
+
+    void waitForSignal() {
+        signals_.async_wait([this](const asio::error_code& error, int) {
+            if (error) return;
+            const Interruption what =
+                commandContext_ && !interrupted_ ? interrupt(*commandContext_) : Interruption::quitNow;
+            interrupted_ = true;
+            if (what == Interruption::mustWait)
+                terminal_.say(
+                    "Files are being written: this ends when all of them are done. Press Ctrl-C again to "
+                    "stop now.");
+            if (what == Interruption::quitNow) {
+                log::flush();
+                std::_Exit(cancelled); // an interrupted rewrite is put right by the next start
+            }
+            waitForSignal();
+        });
+    }
+
+    const Options& options_;
+    Home home_;
+    asio::io_context context_;
+    asio::thread_pool pool_;
+    Executors executors_;
+    asio::signal_set signals_;
+    SystemClock clock_;
+    Terminal terminal_;
+    TerminalBrowser browser_;
+    log::SinkHandle logFile_;
+    std::unique_ptr<VeltoApp> app_;
+    std::optional<Context> commandContext_;
+    bool interrupted_ = false;
+};
+
+} // namespace
+
+} // namespace velto::cli
+
+int main(int argc, char** argv) {
+    const auto parsed = velto::cli::parseOptions(argc, argv);
+    if (const int* code = std::get_if<int>(&parsed)) return *code;
+    return velto::cli::Program(std::get<velto::cli::Options>(parsed)).run();
+}

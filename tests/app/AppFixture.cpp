@@ -1,0 +1,72 @@
+#include "app/AppFixture.hpp"
+
+namespace velto::test {
+
+TaggingResult ScriptedTaggingService::tagAll(const std::vector<TrackTaggingInput>& tracks) {
+    TaggingResult result;
+    result.success = true;
+    result.tracksTagged = result.creditsConsumed = static_cast<std::int64_t>(tracks.size());
+    for (const auto& track : tracks)
+        result.tags.push_back(
+            {track.id, track.artist, track.title, {"House", track.artist}, {"Europe"}, "1990s"});
+    return result;
+}
+
+AppFixture::AppFixture()
+    : crashReporter(folder / "crash")
+    , container(model::ModelContainer::create(storeSchema(), {folder / "store"}))
+    , defaults(folder / "defaults", runtime.executors()) {
+    restart();
+}
+
+AppFixture::~AppFixture() {
+    viewModel.reset();
+}
+
+void AppFixture::restart() {
+    viewModel.reset();
+    viewModel = MainScreenViewModel::create({.executors = runtime.executors(),
+                                             .clock = clock,
+                                             .crashReporter = crashReporter,
+                                             .modelContext = container->mainContext(),
+                                             .userDefaults = defaults,
+                                             .folderGrants = grants,
+                                             .rewriteJournal = journal,
+                                             .genreTextParser = nullptr,
+                                             .checksAtLoad = false});
+    tagging = std::make_shared<ScriptedTaggingService>(runtime.executors());
+    writer = std::make_shared<NotingMetadataWriter>();
+    sync = std::make_shared<ScriptedLibrarySync>();
+    viewModel->taggingService = tagging;
+    viewModel->metadataWriter = writer;
+}
+
+void AppFixture::signIn() {
+    UserSession session;
+    session.isSignedIn = true;
+    viewModel->userSession = session;
+}
+
+LibraryRef AppFixture::libraryWithTracks(const std::string& name, std::size_t count) {
+    auto& context = container->mainContext();
+    const auto library =
+        model::make<Library>(name, (folder / name).string(), std::nullopt, std::nullopt, true);
+    context.insert(library);
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::string number = std::to_string(i);
+        TrackMetadata metadata;
+        metadata.artist = "Artist " + number;
+        metadata.title = "Title " + number;
+        const auto track = model::make<Track>(name + number, metadata);
+        const auto file =
+            model::make<FileItem>((folder / name / (number + ".mp3")).string(), number + ".mp3",
+                                  number + ".mp3", "mp3", 1, clock.now(), FileStatus::ready, clock.now());
+        context.insert(track);
+        file->edit().library = library;
+        file->edit().track = track;
+    }
+    context.save();
+    return library;
+}
+
+} // namespace velto::test

@@ -1,0 +1,166 @@
+#pragma once
+
+#include "app/MainScreenViewModel.hpp"
+#include "backend/AuthenticationManager.hpp"
+#include "backend/LibrarySyncService.hpp"
+#include "backend/TaggingService.hpp"
+#include "platform/files/FolderGrants.hpp"
+#include "platform/files/ServiceError.hpp"
+#include "platform/files/UserDefaults.hpp"
+#include "platform/log/CrashReporter.hpp"
+#include "platform/log/Log.hpp"
+#include "platform/model/ModelContainer.hpp"
+#include "support/ManualClock.hpp"
+#include "support/TemporaryFolder.hpp"
+#include "support/TestRuntime.hpp"
+#include "tagwriting/MetadataWriter.hpp"
+#include "tagwriting/RewriteJournal.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace velto::test {
+
+/// Answers each batch by its first artist; a batch without an answer waits until it gets one.
+class ScriptedTaggingService final : public TaggingService {
+  public:
+    using Answer = std::function<TaggingResult(const std::vector<TrackTaggingInput>&)>;
+
+    explicit ScriptedTaggingService(Executors executors)
+        : executors_(std::move(executors)) {}
+
+    Task<TaggingResult> tagTracks(std::vector<TrackTaggingInput> tracks) override {
+        // Called on the pool; the script and its records belong to the main actor.
+        co_return co_await runOn(executors_.main, answered(std::move(tracks)));
+    }
+
+    /// Tags every input with two genres and an era, one credit each.
+    static TaggingResult tagAll(const std::vector<TrackTaggingInput>& tracks);
+
+    Answer answer = tagAll;
+    std::vector<std::vector<TrackTaggingInput>> requests;
+    /// Batches held back until `release`; none are while this is null.
+    std::shared_ptr<Event> gate;
+
+  private:
+    Task<TaggingResult> answered(std::vector<TrackTaggingInput> tracks) {
+        requests.push_back(tracks);
+        if (const auto held = gate) co_await held->wait();
+        co_return answer(tracks);
+    }
+
+    Executors executors_;
+};
+
+/// Notes what would be written; fails for the files that it is told to.
+class NotingMetadataWriter final : public AudioMetadataWriter {
+  public:
+    Task<void> writeGenreTags(std::vector<std::string> genres, std::filesystem::path file, bool) override {
+        if (file.filename() == failingName)
+            throw ServiceError(ServiceError::Case::metadataWriteFailed, file.string());
+        written[file.filename().string()] = genres.at(0);
+        co_return;
+    }
+
+    Task<void> clearGenreTags(std::filesystem::path file) override {
+        if (file.filename() == failingName)
+            throw ServiceError(ServiceError::Case::metadataWriteFailed, file.string());
+        written.erase(file.filename().string());
+        co_return;
+    }
+
+    std::map<std::string, std::string> written;
+    std::string failingName;
+};
+
+class ScriptedLibrarySync final : public LibrarySyncService {
+  public:
+    Task<LibrarySyncResult> syncLibrary(LibraryRef) override {
+        calls.emplace_back("syncLibrary");
+        if (failsToRestore) throw LibrarySyncError(LibrarySyncError::Case::serverError, "down");
+        co_return LibrarySyncResult{true, {}};
+    }
+
+    Task<TrackSyncResult> syncTracks(LibraryRef, std::vector<TrackRef> tracks) override {
+        calls.push_back("syncTracks " + std::to_string(tracks.size()));
+        for (const TrackRef& track : tracks)
+            track->edit().lastSyncedAt = dateFromMicroseconds(5);
+        co_return TrackSyncResult{true, {}, static_cast<std::int64_t>(tracks.size()), 0, {}};
+    }
+
+    Task<RemoveTracksResult> removeTracks(LibraryRef, std::vector<std::string> signatures) override {
+        calls.push_back("removeTracks " + std::to_string(signatures.size()));
+        co_return RemoveTracksResult{true, static_cast<std::int64_t>(signatures.size())};
+    }
+
+    Task<DeleteLibraryResult> deleteLibrary(LibraryRef) override {
+        calls.emplace_back("deleteLibrary");
+        if (failsToDelete) throw LibrarySyncError(LibrarySyncError::Case::serverError, "down");
+        if (afterDeletion) afterDeletion();
+        co_return DeleteLibraryResult{true, {}, 7};
+    }
+
+    Task<void> syncInBackground(LibraryRef) override {
+        calls.emplace_back("syncInBackground");
+        co_return;
+    }
+
+    std::vector<std::string> calls;
+    bool failsToDelete = false;
+    bool failsToRestore = false;
+    std::function<void()> afterDeletion;
+};
+
+/// A state object over a real store, defaults and folders, with a clock of the test's own.
+class AppFixture : public ::testing::Test {
+  protected:
+    AppFixture();
+    ~AppFixture() override;
+
+    /// A new state object over the same store: what the next start of the program sees.
+    void restart();
+    void signIn();
+    /// A library with `count` files "0.mp3", "1.mp3", ... in the store alone, each with a track of its own.
+    LibraryRef libraryWithTracks(const std::string& name, std::size_t count);
+    /// Runs a task while the clock jumps from wake-up to wake-up.
+    template <typename T>
+    T runThroughTime(Task<T> task);
+
+    [[nodiscard]] std::string error() const { return viewModel->errorMessage->value_or(""); }
+
+    TemporaryFolder folder;
+    TestRuntime runtime;
+    ManualClock clock{runtime.main()};
+    log::Capture log;
+    FileCrashReporter crashReporter;
+    std::unique_ptr<model::ModelContainer> container;
+    UserDefaults defaults;
+    FolderGrants grants;
+    RewriteJournal journal;
+    std::shared_ptr<ScriptedTaggingService> tagging;
+    std::shared_ptr<NotingMetadataWriter> writer;
+    std::shared_ptr<ScriptedLibrarySync> sync;
+    std::shared_ptr<MainScreenViewModel> viewModel;
+};
+
+template <typename T>
+T AppFixture::runThroughTime(Task<T> task) {
+    std::optional<T> result;
+    asio::co_spawn(runtime.main(), std::move(task), [&](const std::exception_ptr& failure, T value) {
+        ASSERT_FALSE(failure) << describe(failure);
+        result = std::move(value);
+    });
+    runtime.runUntil([&] {
+        if (!result) clock.advanceToNextSleeper();
+        return result.has_value();
+    });
+    return std::move(*result);
+}
+
+} // namespace velto::test

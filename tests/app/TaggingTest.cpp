@@ -1,0 +1,231 @@
+#include "app/AppFixture.hpp"
+#include "platform/http/URLError.hpp"
+
+#include <algorithm>
+#include <sys/resource.h>
+
+#include <csignal>
+
+namespace velto::test {
+namespace {
+
+using ::testing::ElementsAre;
+
+class Tagging : public AppFixture {
+  protected:
+    TaggingSummary tag(std::size_t count) {
+        library = libraryWithTracks("L", count);
+        viewModel->selectedLibrary = library;
+        return runThroughTime(viewModel->tagTracks(viewModel->getAllTracksForLibrary(library)));
+    }
+
+    LibraryRef library;
+};
+
+TEST_F(Tagging, StoresTagsAndHandsTheGenreTextToTheFile) {
+    const auto summary = tag(1);
+    EXPECT_EQ(summary.tagged, 1);
+    EXPECT_EQ(summary.credits, 1);
+    const TrackRef track = library->files.front()->track;
+    EXPECT_EQ(track->genre, "House - Artist 0 - 1990s");
+    EXPECT_EQ(track->genres, (std::vector<std::string>{"House", "Artist 0"}));
+    EXPECT_EQ(track->regions, std::vector<std::string>{"Europe"});
+    EXPECT_EQ(track->era, "1990s");
+    EXPECT_EQ(track->lastTagged, clock.now());
+    EXPECT_EQ(writer->written["0.mp3"], "House - Artist 0 - 1990s");
+    EXPECT_FALSE(container->mainContext().hasChanges());
+    EXPECT_EQ(error(), "");
+    EXPECT_FALSE(viewModel->taggingProgress->has_value());
+    EXPECT_TRUE(viewModel->tracksBeingTagged->empty());
+}
+
+TEST_F(Tagging, CutsBatchesOfTenAndLeavesAGapBetweenLaunches) {
+    tag(25);
+    ASSERT_EQ(tagging->requests.size(), 3U);
+    EXPECT_EQ(tagging->requests[0].size(), 10U);
+    EXPECT_EQ(tagging->requests[2].size(), 5U);
+    EXPECT_THAT(clock.slept(), ElementsAre(0.1, 0.1));
+}
+
+TEST_F(Tagging, AtMostThreeBatchesAreInFlight) {
+    library = libraryWithTracks("L", 45);
+    tagging->gate = std::make_shared<Event>(runtime.main());
+    bool ended = false;
+    asio::co_spawn(runtime.main(), viewModel->tagTracks(viewModel->getAllTracksForLibrary(library)),
+                   [&](const std::exception_ptr&, const TaggingSummary&) { ended = true; });
+    for (std::size_t launched = 1; launched <= 3; ++launched) {
+        runtime.runUntil([&] { return tagging->requests.size() == launched; });
+        if (launched < 3) runtime.runUntil([&] { return clock.advanceToNextSleeper(); });
+    }
+    // The fourth waits for an end, not for the clock.
+    clock.advance(Seconds(60));
+    runtime.poll();
+    EXPECT_EQ(tagging->requests.size(), 3U);
+    EXPECT_EQ(clock.sleepers(), 0U);
+    EXPECT_EQ(viewModel->tracksBeingTagged->size(), 30U);
+
+    tagging->gate->set();
+    tagging->gate = nullptr;
+    runtime.runUntil([&] { return clock.sleepers() == 1; });
+    EXPECT_EQ(tagging->requests.size(), 3U) << "an end opens the gap, not yet the next batch";
+    runtime.runUntil([&] {
+        clock.advanceToNextSleeper();
+        return ended;
+    });
+    EXPECT_EQ(tagging->requests.size(), 5U);
+}
+
+TEST_F(Tagging, TracksWithoutArtistOrTitleAreLeftOutAndTheOthersGetTheirOwnTags) {
+    library = libraryWithTracks("L", 4);
+    const auto files = library->files.all();
+    files[0]->track->edit().artist = std::nullopt;
+    files[2]->track->edit().title = "";
+    const auto summary = runThroughTime(viewModel->tagTracks(viewModel->getAllTracksForLibrary(library)));
+    EXPECT_EQ(summary.tagged, 2);
+    EXPECT_EQ(files[1]->track->genre, "House - Artist 1 - 1990s");
+    EXPECT_EQ(files[3]->track->genre, "House - Artist 3 - 1990s");
+    EXPECT_FALSE(files[0]->track->lastTagged);
+    EXPECT_TRUE(log.contains("Skipping track with missing artist/title: Title 0"));
+}
+
+TEST_F(Tagging, RefusesWhatCannotBeTagged) {
+    library = libraryWithTracks("L", 1);
+    library->files.front()->track->edit().title = std::nullopt;
+    const auto tracks = viewModel->getAllTracksForLibrary(library);
+    runThroughTime(viewModel->tagTracks({}));
+    EXPECT_EQ(error(), "No tracks selected");
+    runThroughTime(viewModel->tagTracks(tracks));
+    EXPECT_EQ(error(), "No valid tracks to tag (artist and title required)");
+    viewModel->taggingService = nullptr;
+    runThroughTime(viewModel->tagTracks(tracks));
+    EXPECT_EQ(error(), "Tagging service not initialized");
+    EXPECT_TRUE(tagging->requests.empty());
+}
+
+struct FailureCase {
+    const char* name;
+    std::function<void()> thrown; ///< by the first of two batches
+    const char* message;          ///< at the end
+};
+
+TEST_F(Tagging, AFailedBatchLeavesTheOthersAndIsTold) {
+    const FailureCase cases[] = {
+        {"credits", [] { throw TaggingServiceError::insufficientCredits(10, 0); }, ""},
+        {"authentication", [] { throw TaggingServiceError::authenticationRequired(); }, ""},
+        {"rate limit", [] { throw TaggingServiceError::rateLimitExceeded(3000); },
+         "Tagged 1 tracks using 1 credits, but some failed:\nRate limit exceeded on batch 1"},
+        {"network",
+         [] {
+             throw TaggingServiceError::networkError(
+                 std::make_exception_ptr(http::URLError(http::URLError::Code::timedOut)));
+         },
+         "Tagged 1 tracks using 1 credits, but some failed:\nBatch 1 failed: Network error: "},
+    };
+    for (const FailureCase& failure : cases) {
+        SCOPED_TRACE(failure.name);
+        restart();
+        tagging->answer = [&](const std::vector<TrackTaggingInput>& inputs) {
+            if (inputs.size() == 10) failure.thrown();
+            return ScriptedTaggingService::tagAll(inputs);
+        };
+        const LibraryRef one = libraryWithTracks(failure.name, 11);
+        const auto summary = runThroughTime(viewModel->tagTracks(viewModel->getAllTracksForLibrary(one)));
+        EXPECT_EQ(summary.tagged, 1);
+        const std::string expected = failure.message;
+        EXPECT_EQ(expected.empty() ? error() : error().substr(0, expected.size()), expected);
+        EXPECT_TRUE(viewModel->tracksBeingTagged->empty());
+    }
+}
+
+TEST_F(Tagging, WhenNothingWasTaggedTheBatchesMessageStays) {
+    tagging->answer = [](const auto&) -> TaggingResult {
+        throw TaggingServiceError::insufficientCredits(2, 0);
+    };
+    tag(2);
+    EXPECT_EQ(error(),
+              "Insufficient credits. You need 2 but only have 0 available. Please purchase more credits.");
+    EXPECT_FALSE(viewModel->taggingProgress->has_value());
+}
+
+TEST_F(Tagging, TheServersErrorsAndItsLargestDelayAreTold) {
+    tagging->answer = [](const std::vector<TrackTaggingInput>& inputs) {
+        auto result = ScriptedTaggingService::tagAll(inputs);
+        result.errors.push_back({TaggingErrorType::rateLimit, "slow down", std::nullopt});
+        result.shouldRetry = true;
+        result.retryAfter = inputs.size() == 10 ? 3000 : 1000;
+        result.tags.push_back({"404", "", "", {}, {}, std::nullopt});
+        return result;
+    };
+    tag(12);
+    EXPECT_EQ(
+        error(),
+        "Tagged 12 tracks using 12 credits, but some failed:\n[Rate Limit] slow down\n[Rate Limit] slow "
+        "down");
+    EXPECT_TRUE(log.contains("Server requests 3.0s delay before retry"));
+    EXPECT_TRUE(log.contains("Received tags for unknown track ID: 404"));
+}
+
+TEST_F(Tagging, AFileThatCannotBeWrittenDoesNotUndoTheTags) {
+    writer->failingName = "0.mp3";
+    const auto summary = tag(2);
+    EXPECT_EQ(summary.tagged, 2);
+    EXPECT_TRUE(library->files.front()->track->lastTagged);
+    EXPECT_EQ(writer->written.size(), 1U);
+    EXPECT_TRUE(
+        log.contains("⚠️ [VM] Failed to write genre to file 0.mp3: Failed to write metadata to: "));
+    EXPECT_TRUE(log.contains("⚠️ [VM] Error type: ServiceError"));
+}
+
+TEST_F(Tagging, AFailedSaveKeepsTheTagsForALaterOne) {
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit before{};
+    getrlimit(RLIMIT_FSIZE, &before);
+    tagging->answer = [&](const std::vector<TrackTaggingInput>& inputs) {
+        const rlimit none{0, before.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &none);
+        return ScriptedTaggingService::tagAll(inputs);
+    };
+    tag(1);
+    setrlimit(RLIMIT_FSIZE, &before);
+    EXPECT_EQ(error().rfind("Failed to save tagged tracks: ", 0), 0U) << error();
+    EXPECT_FALSE(viewModel->taggingProgress->has_value());
+    container->mainContext().save();
+    viewModel.reset();
+    library = nullptr;
+    container.reset();
+    container = model::ModelContainer::create(storeSchema(), {folder / "store"});
+    EXPECT_TRUE(container->mainContext().fetch<Track>().front()->lastTagged);
+}
+
+TEST_F(Tagging, ClearAndMark) {
+    tag(2);
+    writer->failingName = "1.mp3";
+    const auto tracks = viewModel->getAllTracksForLibrary(library);
+    runtime.run(viewModel->clearTags(tracks));
+    for (const TrackRef& track : tracks) {
+        EXPECT_FALSE(track->genres || track->regions || track->era || track->lastTagged);
+    }
+    EXPECT_EQ(writer->written.count("0.mp3"), 0U);
+    EXPECT_TRUE(log.contains("❌ Failed to clear genre from 1.mp3: "));
+    EXPECT_TRUE(log.contains("✅ Successfully cleared tags from 2 track(s)"));
+    runtime.run(viewModel->markTracksAsTagged(tracks));
+    EXPECT_EQ(tracks[1]->lastTagged, clock.now());
+    EXPECT_FALSE(container->mainContext().hasChanges());
+    EXPECT_EQ(viewModel->tracks->size(), 2U);
+}
+
+TEST_F(Tagging, ProgressMovesByTrackAndTheSyncFollowsTheSave) {
+    viewModel->librarySyncService = sync;
+    std::vector<std::int64_t> seen;
+    const auto subscription = viewModel->taggingProgress.subscribe([&](const auto& progress) {
+        if (progress) seen.push_back(progress->completedTracks);
+    });
+    tag(3);
+    runtime.run(viewModel->backgroundWorkFinished());
+    EXPECT_THAT(seen, ElementsAre(0, 1, 2, 3));
+    EXPECT_THAT(sync->calls, ElementsAre("syncInBackground"));
+    EXPECT_TRUE(log.contains("💾 [SYNC] Saved sync timestamps to database"));
+}
+
+} // namespace
+} // namespace velto::test
