@@ -5,6 +5,7 @@
 #include "platform/files/FolderGrants.hpp"
 #include "platform/files/UserDefaults.hpp"
 #include "platform/log/Log.hpp"
+#include "platform/model/InBackground.hpp"
 #include "store/Repositories.hpp"
 
 #include <array>
@@ -47,6 +48,7 @@ Task<void> MainScreenViewModel::loadData() {
         log::line("🕐 [LOAD PERF] TOTAL loadData() time: {:.3f}s", services_.clock.secondsSince(start));
     };
     try {
+        co_await model::loadInBackground(modelContext_, services_.executors);
         libraries = co_await libraryRepository_->libraries();
     } catch (const std::exception& error) {
         errorMessage = "Failed to load libraries: " + describe(error);

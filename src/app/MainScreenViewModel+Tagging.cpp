@@ -4,6 +4,7 @@
 #include "backend/TaggingService.hpp"
 #include "platform/log/CrashReporter.hpp"
 #include "platform/log/Log.hpp"
+#include "platform/model/InBackground.hpp"
 #include "tagwriting/MetadataWriter.hpp"
 
 #include <fmt/ranges.h>
@@ -83,7 +84,7 @@ Task<TaggingSummary> MainScreenViewModel::tagTracks(std::vector<TrackRef> select
         log::line("⏱️ [VM] Rate limiting detected. Server requests {:.1f}s delay before retry",
                   static_cast<double>(*state.globalRetryAfter) / 1000.0);
     try {
-        modelContext_.save();
+        co_await model::saveInBackground(modelContext_, services_.executors);
     } catch (const std::exception& error) {
         log::line("❌ [VM] Failed to save tagged tracks: {}", describe(error));
         services_.crashReporter.recordError(error);
@@ -258,7 +259,7 @@ Task<void> MainScreenViewModel::markTracksAsTagged(std::vector<TrackRef> selecti
     for (const TrackRef& track : selection)
         track->edit().lastTagged = now;
     try {
-        modelContext_.save();
+        co_await model::saveInBackground(modelContext_, services_.executors);
     } catch (const std::exception& error) {
         services_.crashReporter.recordError(error);
         errorMessage = "Failed to mark tracks as tagged: " + describe(error);
@@ -293,7 +294,7 @@ Task<void> MainScreenViewModel::clearTags(std::vector<TrackRef> selection) {
     }
     taggingProgress = std::nullopt;
     try {
-        modelContext_.save();
+        co_await model::saveInBackground(modelContext_, services_.executors);
     } catch (const std::exception& error) {
         errorMessage = "Failed to clear tags: " + describe(error);
         co_return;

@@ -1,3 +1,4 @@
 velto_test(model_test
   SOURCES ModelObjectsTest.cpp ModelSaveTest.cpp ModelStoreFileTest.cpp ModelBackgroundSaveTest.cpp
-  USES platform_model SQLite::SQLite3)
+  USES platform_model SQLite::SQLite3
+  LABELS concurrency)
