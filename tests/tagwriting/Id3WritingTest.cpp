@@ -54,6 +54,8 @@ TEST(Id3Writing, refusals) {
               bytesOf(raw("ID3\x03\0\0\x7F\x7F\x7F\x7F")));
     EXPECT_EQ(refusal([] { (void)ID3TagHeaderCreator::create(ID3Version::version3, limit); }),
               ID3TagEditorError::Case::tagTooBig);
+    EXPECT_EQ(refusal([] { (void)ID3TagCreator::create(genreTag("Dub"), limit); }),
+              ID3TagEditorError::Case::tagTooBig);
     EXPECT_EQ(refusal([] {
                   ID3FrameAttachedPicture picture;
                   picture.picture.resize(std::size_t{1} << 24);

@@ -226,6 +226,7 @@ Bytes ID3FramesCreator::create(const ID3Tag& tag) {
 Bytes ID3TagCreator::create(const ID3Tag& tag, std::size_t totalSize) {
     const Bytes frames = ID3FramesCreator::create(tag);
     const std::size_t total = std::max(totalSize, frames.size() + ID3TagConfiguration::tagHeaderSizeInBytes);
+    if (total >= sizeLimit) throw ID3TagEditorError(ID3TagEditorError::Case::tagTooBig);
     Bytes out = ID3TagHeaderCreator::create(tag.properties.version,
                                             total - ID3TagConfiguration::tagHeaderSizeInBytes);
     out.reserve(total);
