@@ -11,7 +11,6 @@
 
 #include <algorithm>
 #include <thread>
-#include <unordered_set>
 #include <utility>
 
 namespace velto {
@@ -133,7 +132,13 @@ Task<void> ConcurrentScanner::openRun(std::shared_ptr<Scan> scan) {
 Task<void> ConcurrentScanner::scanFiles(std::shared_ptr<Scan> scan) {
     co_await discover(scan);
     co_await processFiles(scan);
-    co_await runOn(executors_.main, markMissing(scan));
+    // Made here, on the pool, and the results freed: with many files either takes longer than a frame.
+    std::unordered_set<std::string> seen;
+    seen.reserve(scan->results.size());
+    for (ProcessResult& result : scan->results)
+        seen.insert(std::move(result.fileInfo.relPath));
+    scan->results = {};
+    co_await runOn(executors_.main, markMissing(scan, std::move(seen)));
     co_await runOn(executors_.main, findOrphanedTracks(scan));
     co_await runOn(executors_.main, closeRun(scan));
 }
@@ -244,12 +249,7 @@ Task<void> ConcurrentScanner::saveResults(std::shared_ptr<Scan> scan) {
     co_await save.run();
 }
 
-Task<void> ConcurrentScanner::markMissing(std::shared_ptr<Scan> scan) {
-    std::unordered_set<std::string> seen;
-    seen.reserve(scan->results.size());
-    for (ProcessResult& result : scan->results)
-        seen.insert(std::move(result.fileInfo.relPath));
-    scan->results = {};
+Task<void> ConcurrentScanner::markMissing(std::shared_ptr<Scan> scan, std::unordered_set<std::string> seen) {
     co_await scan->repositories->files.markMissing(scan->library, std::move(seen));
     for (const FileItemRef& file : scan->library->files)
         if (file->status == FileStatus::missing) ++scan->stats.missingCount;

@@ -7,6 +7,7 @@
 #include "scanning/Scanner.hpp"
 
 #include <filesystem>
+#include <unordered_set>
 
 namespace velto {
 
@@ -49,7 +50,7 @@ class ConcurrentScanner final : public Scanner {
     Task<void> processFiles(std::shared_ptr<Scan> scan);
     Task<void> readFiles(std::shared_ptr<Scan> scan, Date stageStart);
     Task<void> saveResults(std::shared_ptr<Scan> scan);
-    Task<void> markMissing(std::shared_ptr<Scan> scan);
+    Task<void> markMissing(std::shared_ptr<Scan> scan, std::unordered_set<std::string> seen);
     Task<void> findOrphanedTracks(std::shared_ptr<Scan> scan);
 
     /// Begins a stage; without `start` it keeps the start of the stage before.

@@ -205,13 +205,18 @@ Task<void> DeferredSave::recordFile(std::size_t index) {
 
 Task<void> DeferredSave::prepareAttachment(FileItemRef file, std::size_t index, Timing& timing) {
     const Date start = clock_.now();
-    file->edit().quickSig = std::move(results_[index].quickSig);
+    // The signature says that the file is done. It follows with the track: a process that is killed behind
+    // one of the saves on the way leaves a file that the next scan takes up again.
+    file->edit().quickSig = std::nullopt;
     file->edit().fileHash = std::nullopt;
     repositories_.files.pendingSaves = true;
     const Date audioStart = clock_.now();
     const bool isWritten = co_await writeAudioProperties(file, index);
     timing.fileRepository = clock_.secondsSince(start);
-    if (!isWritten) co_return;
+    if (!isWritten) {
+        file->edit().quickSig = std::move(results_[index].quickSig);
+        co_return;
+    }
     attachments_.push_back({file, index, nullptr});
     if (index % 500 == 0)
         log::line("🔍 [PHASE 1] Collected file {}: sig={:.4f}s audio={:.4f}s", index,
@@ -306,6 +311,7 @@ Task<void> DeferredSave::attachFiles() {
             ++failures;
         }
         FileItemFields& fields = file->edit();
+        fields.quickSig = std::move(results_[attachments_[i].result].quickSig);
         fields.status = hasTrack ? FileStatus::ready : FileStatus::error;
         fields.errorMsg = hasTrack ? std::nullopt : std::optional<std::string>("Failed to create/find track");
         repositories_.files.pendingSaves = true;

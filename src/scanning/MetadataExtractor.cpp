@@ -108,6 +108,14 @@ std::string nameAsText(const std::filesystem::path& file) {
     return utf8;
 }
 
+/// Asked only where reading has failed: a look at each file first would be one more system call for every
+/// song.
+void checkExists(const std::filesystem::path& file) {
+    std::error_code error;
+    if (!std::filesystem::exists(file, error))
+        throw ServiceError(ServiceError::Case::fileNotFound, file.native());
+}
+
 const std::set<std::string>& extensions() {
     static const std::set<std::string> all{"mp3", "m4a", "aac", "flac", "wav", "aiff", "aif"};
     return all;
@@ -146,12 +154,11 @@ const std::set<std::string>& SimpleMetadataExtractor::supportedExtensions() cons
 }
 
 Task<AudioMetadata> SimpleMetadataExtractor::extractMetadata(std::filesystem::path file) {
-    std::error_code error;
-    if (!std::filesystem::exists(file, error))
-        throw ServiceError(ServiceError::Case::fileNotFound, file.native());
-    const std::string extension(pathExtension(file.native()));
-    if (!extensions().contains(text::lowercased(extension)))
-        throw ServiceError(ServiceError::Case::unsupportedFileType, extension);
+    const std::string_view extension = pathExtension(file.native());
+    if (!extensions().contains(text::lowercased(extension))) {
+        checkExists(file);
+        throw ServiceError(ServiceError::Case::unsupportedFileType, std::string(extension));
+    }
     try {
         const media::Asset asset = media::openAsset(file);
         AudioMetadata metadata = metadataFromItems(asset.items);
@@ -159,6 +166,7 @@ Task<AudioMetadata> SimpleMetadataExtractor::extractMetadata(std::filesystem::pa
         fillFromFileName(metadata, file);
         co_return metadata;
     } catch (const media::MediaError& failure) {
+        checkExists(file);
         crashReporter_.recordError(failure);
         throw ServiceError(ServiceError::Case::metadataExtractionFailed, file.native(),
                            failure.errorDescription());

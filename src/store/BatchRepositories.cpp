@@ -1,5 +1,6 @@
 #include "store/BatchRepositories.hpp"
 
+#include "platform/concurrency/Executors.hpp"
 #include "platform/log/Log.hpp"
 #include "store/CanonicalSignature.hpp"
 #include "store/RepositoryRules.hpp"
@@ -11,6 +12,8 @@ namespace {
 // Times from which a slow step is reported, in seconds.
 constexpr double slowLookup = 0.001;
 constexpr double slowFile = 0.01;
+
+constexpr std::size_t tracksPerTurn = 2'000; // under a millisecond of the main actor
 
 constexpr std::size_t shownSignatureBytes = 50;
 
@@ -136,8 +139,10 @@ Task<void> BatchOptimizedTrackRepository::preloadCache() {
     const Date start = clock_.now();
     const auto tracks = modelContext_.fetch<Track>();
     trackCache_.reserve(2 * tracks.size());
-    for (const auto& track : tracks)
-        trackCache_.insert_or_assign(track->canonicalSig, track);
+    for (std::size_t i = 0; i < tracks.size(); ++i) {
+        trackCache_.insert_or_assign(tracks[i]->canonicalSig, tracks[i]);
+        if ((i + 1) % tracksPerTurn == 0) co_await yieldNow();
+    }
     // The first miss asks the context, whose own index is made now rather than in the middle of the scan.
     static_cast<void>(modelContext_.findUnique<Track>("canonicalSig", ""));
     cachePreloaded_ = true;

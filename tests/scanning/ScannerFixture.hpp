@@ -86,6 +86,15 @@ class ScannerTest : public testing::Test {
                                                    clock, reporter);
     }
 
+    /// Goes on with another store.
+    void reopen(const std::filesystem::path& store) {
+        scanner.reset();
+        container = model::ModelContainer::create(storeSchema(), {.storePath = store});
+        libraries = std::make_shared<SwiftDataLibraryRepository>(context(), clock);
+        scanner = makeScanner(nullptr);
+        library = context().fetch<Library>().front();
+    }
+
     ModelContext& context() { return container->mainContext(); }
 
     void addSong(const std::string& name) { folder.write("music/" + name, smallWav()); }

@@ -304,6 +304,25 @@ TEST_F(ScannerTest, AStoreThatCannotSaveFailsTheScanAndTheNextOneCatchesUp) {
         EXPECT_TRUE(file->track);
 }
 
+TEST_F(ScannerTest, AScanKilledBetweenItsSavesIsTakenUpByTheNext) {
+    extractor->instead = song(std::nullopt);
+    for (int i = 1; i <= 1'001; ++i)
+        folder.write("music/" + std::to_string(i) + ".wav", "x");
+    const Subscription observer = scanner->observableProgress().subscribe([this](const auto& progress) {
+        if (!progress || progress->phase != ImportPhase::saving || progress->processedFiles != 1'000) return;
+        for (const char* part : {"velto.store", "velto.store-wal"}) // what a kill at this moment leaves
+            fs::copy_file(folder / part, folder / ("killed-" + std::string(part)));
+    });
+    scan();
+    fs::rename(folder / "killed-velto.store-wal", folder / "killed.store-wal");
+    fs::rename(folder / "killed-velto.store", folder / "killed.store");
+    reopen(folder / "killed.store");
+    ASSERT_EQ(library->files.size(), 1'000U);
+    EXPECT_EQ(counts(scan())[0], 1'001);
+    for (const FileItemRef& file : library->files)
+        EXPECT_TRUE(file->track && file->status == FileStatus::ready && file->quickSig) << file->relPath;
+}
+
 class FailingParser final : public GenreTextParser {
   public:
     [[nodiscard]] RecognisedTags parse(const std::string& genreText) const override {
