@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 namespace velto::media {
 
@@ -16,6 +17,10 @@ std::string systemReason(int errorNumber) {
     char buffer[256];
     return strerror_r(errorNumber, buffer, sizeof buffer);
 }
+
+/// The buffer of the reader that was here last: to allocate and release one for each of many files would have
+/// the allocator tidy its whole heap every time.
+thread_local std::unique_ptr<char[]> spareBuffer;
 
 } // namespace
 
@@ -32,10 +37,12 @@ FileReader::FileReader(const std::filesystem::path& path)
         fail(MediaError::Case::cannotOpen, "not a regular file");
     }
     size_ = static_cast<std::uint64_t>(status.st_size);
-    buffer_.reset(new char[maximumView]);
+    buffer_ = std::move(spareBuffer);
+    if (!buffer_) buffer_.reset(new char[maximumView]);
 }
 
 FileReader::~FileReader() {
+    spareBuffer = std::move(buffer_);
     ::close(descriptor_);
 }
 

@@ -1,6 +1,7 @@
 #include "platform/media/Containers.hpp"
 #include "platform/media/Id3View.hpp"
 #include "platform/media/MpegDuration.hpp"
+#include "platform/media/PlainId3.hpp"
 #include "platform/media/TagItems.hpp"
 #include "platform/media/TagLibStreams.hpp"
 
@@ -9,6 +10,9 @@
 #include <id3v2framefactory.h>
 #include <id3v2tag.h>
 #include <mpegfile.h>
+
+#include <algorithm>
+#include <iterator>
 
 namespace velto::media {
 
@@ -52,21 +56,26 @@ Trailer trailerOf(FileReader& reader, std::uint64_t soundBegin) {
 }
 
 std::vector<MetadataItem> itemsOf(const std::string& id3, const std::string& trailer) {
-    std::vector<MetadataItem> items;
-    if (id3.empty() && trailer.empty()) return items;
+    auto plain = plainId3Items(id3);
+    if (trailer.empty() && (plain || id3.empty()))
+        return plain ? *std::move(plain) : std::vector<MetadataItem>();
     // TagLib looks for an ID3v2 tag in all of the sound unless one stands in front; this one is empty.
     const std::string_view emptyTag("ID3\x03\0\0\0\0\0\0", 10);
     ViewStream view;
-    view.append(id3.empty() ? emptyTag : std::string_view(id3));
+    view.append(plain || id3.empty() ? emptyTag : std::string_view(id3));
     view.appendHole(1024);
     view.append(trailer);
     TagLib::MPEG::File file(&view, TagLib::ID3v2::FrameFactory::instance(), false);
     const bool hasApe = file.hasAPETag();
     const bool hasId3 = !id3.empty() && file.hasID3v2Tag();
+    std::vector<MetadataItem> items;
     if (file.hasID3v1Tag())
         appendItems(items, *file.ID3v1Tag(), hasApe || hasId3 ? Genre::leftOut : Genre::included);
     if (hasApe) appendItems(items, *file.APETag(), hasId3 ? Genre::leftOut : Genre::included);
-    if (hasId3) appendItems(items, *file.ID3v2Tag());
+    if (plain)
+        std::move(plain->begin(), plain->end(), std::back_inserter(items));
+    else if (hasId3)
+        appendItems(items, *file.ID3v2Tag());
     return items;
 }
 

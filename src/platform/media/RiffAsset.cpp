@@ -1,5 +1,6 @@
 #include "platform/media/Containers.hpp"
 #include "platform/media/Id3View.hpp"
+#include "platform/media/PlainId3.hpp"
 #include "platform/media/RiffChunks.hpp"
 #include "platform/media/TagItems.hpp"
 #include "platform/media/TagLibStreams.hpp"
@@ -10,7 +11,10 @@
 #include <wavfile.h>
 
 #include <algorithm>
+#include <cmath>
+#include <iterator>
 #include <limits>
+#include <optional>
 
 namespace velto::media {
 
@@ -19,7 +23,8 @@ namespace {
 constexpr std::size_t maximumChunks = 4096;
 constexpr std::uint64_t fileHeader = 12;
 constexpr std::uint64_t chunkHeader = 8;
-constexpr std::uint64_t maximumText = 256 * 1024;
+/// Of all the text chunks of a file together: more is no name, title or genre.
+constexpr std::uint64_t maximumText = 1024 * 1024;
 constexpr std::uint64_t maximumSize = 0xFFFFFFFF;
 
 void appendNumber(std::string& bytes, std::uint64_t value, ByteOrder order) {
@@ -73,14 +78,48 @@ bool isId3(const Chunk& chunk) {
     return chunk.name == "ID3 " || chunk.name == "id3 ";
 }
 
-void appendId3(ChunkView& view, FileReader& reader, const Chunk& chunk) {
+/// The chunk's tag, which goes into the view; empty where it holds no texts.
+std::string appendId3(ChunkView& view, FileReader& reader, const Chunk& chunk) {
     auto id3 = id3ViewAt(reader, chunk.offset, chunk.offset + chunk.size);
-    if (id3 && !id3->bytes.empty()) view.appendContent(chunk, std::move(id3->bytes));
+    if (!id3 || id3->bytes.empty()) return {};
+    view.appendContent(chunk, id3->bytes);
+    return std::move(id3->bytes);
+}
+
+/// What is left of maximumText; takes the chunk's size off where it fits.
+bool takeRoom(std::uint64_t& textRoom, const Chunk& chunk) {
+    if (chunk.size > textRoom) return false;
+    textRoom -= chunk.size;
+    return true;
 }
 
 double seconds(unsigned long long frames, int sampleRate) {
     return sampleRate > 0 && frames > 0 ? static_cast<double>(frames) / sampleRate
                                         : std::numeric_limits<double>::quiet_NaN();
+}
+
+/// Seconds by a "COMM" chunk of the usual kind. Its sample rate is an 80-bit number with a whole mantissa.
+std::optional<double> plainDuration(std::string_view format) {
+    if (format.size() < 18) return std::nullopt;
+    const std::uint32_t frames = bigEndian32(format, 2);
+    const auto exponent = static_cast<int>(bigEndian(format, 8, 2));
+    const double rate = std::ldexp(static_cast<double>(bigEndian(format, 10, 8)), exponent - 16383 - 63);
+    if (rate < 1'000 || rate > 1'000'000) return std::nullopt;
+    return seconds(frames, static_cast<int>(rate + 0.5));
+}
+
+/// Seconds by a "fmt " chunk of plain samples; absent for anything compressed.
+std::optional<double> pcmDuration(std::string_view format, std::uint64_t soundSize) {
+    const auto littleEndian = [&](std::size_t position, std::size_t count) {
+        return __builtin_bswap32(
+            static_cast<std::uint32_t>(bigEndian(format, position, count) << (32 - 8 * count)));
+    };
+    constexpr std::uint32_t pcm = 1;
+    if (format.size() < 16 || littleEndian(0, 2) != pcm) return std::nullopt;
+    const std::uint64_t frameSize = std::uint64_t{littleEndian(2, 2)} * ((littleEndian(14, 2) + 7) / 8);
+    const std::uint32_t rate = littleEndian(4, 4);
+    if (frameSize == 0 || rate < 1'000 || rate > 1'000'000) return std::nullopt;
+    return seconds(soundSize / frameSize, static_cast<int>(rate));
 }
 
 } // namespace
@@ -104,21 +143,32 @@ std::vector<Chunk> chunksOf(FileReader& reader, ByteOrder order) {
 
 Asset openWave(FileReader& reader) {
     ChunkView view(reader, ByteOrder::little);
-    bool hasSound = false;
+    std::optional<std::uint64_t> soundSize;
+    std::string format;
+    std::string id3;
+    bool hasOther = false;
+    std::uint64_t textRoom = maximumText;
     for (const Chunk& chunk : chunksOf(reader, ByteOrder::little)) {
-        if (chunk.name == "data" && !hasSound) {
-            hasSound = true;
+        if (chunk.name == "data" && !soundSize) {
+            soundSize = chunk.size;
             view.appendSound(chunk);
-        } else if ((chunk.name == "fmt " || chunk.name == "fact" || chunk.name == "LIST") &&
-                   chunk.size <= maximumText) {
-            view.append(chunk);
-        } else if (isId3(chunk)) {
-            appendId3(view, reader, chunk);
+        } else if (chunk.name == "fmt " && format.empty() && takeRoom(textRoom, chunk)) {
+            format = reader.copy(chunk.offset, static_cast<std::size_t>(chunk.size));
+            view.appendContent(chunk, format);
+        } else if (chunk.name == "fmt " || chunk.name == "fact" || chunk.name == "LIST") {
+            hasOther = true;
+            if (takeRoom(textRoom, chunk)) view.append(chunk);
+        } else if (isId3(chunk) && id3.empty()) {
+            id3 = appendId3(view, reader, chunk);
         }
     }
+    const auto duration = soundSize && !hasOther ? pcmDuration(format, *soundSize) : std::nullopt;
+    auto plain = plainId3Items(id3);
+    if (duration && (plain || id3.empty()))
+        return {plain ? *std::move(plain) : std::vector<MetadataItem>(), *duration};
     TagLib::RIFF::WAV::File file(view.stream(), true);
     const auto* properties = file.audioProperties();
-    if (!hasSound || properties == nullptr || properties->sampleRate() <= 0)
+    if (!soundSize || properties == nullptr || properties->sampleRate() <= 0)
         reader.fail(MediaError::Case::damaged, "no format or no sound data");
     Asset asset{{}, seconds(properties->sampleFrames(), properties->sampleRate())};
     if (file.hasInfoTag())
@@ -130,16 +180,28 @@ Asset openWave(FileReader& reader) {
 Asset openAiff(FileReader& reader) {
     ChunkView view(reader, ByteOrder::big);
     Asset asset{};
+    std::vector<std::string> formats;
+    std::string id3;
+    std::uint64_t textRoom = maximumText;
     for (const Chunk& chunk : chunksOf(reader, ByteOrder::big)) {
-        if (chunk.name == "SSND")
+        if (chunk.name == "SSND") {
             view.appendSound(chunk);
-        else if (chunk.name == "COMM" && chunk.size <= maximumText)
-            view.append(chunk);
-        else if (isId3(chunk))
-            appendId3(view, reader, chunk);
-        else if ((chunk.name == "NAME" || chunk.name == "AUTH") && chunk.size <= maximumText)
+        } else if (chunk.name == "COMM" && takeRoom(textRoom, chunk)) {
+            formats.push_back(reader.copy(chunk.offset, static_cast<std::size_t>(chunk.size)));
+            view.appendContent(chunk, formats.back());
+        } else if (isId3(chunk) && id3.empty()) {
+            id3 = appendId3(view, reader, chunk);
+        } else if ((chunk.name == "NAME" || chunk.name == "AUTH") && takeRoom(textRoom, chunk)) {
             appendAiffText(asset.items, chunk.name,
                            reader.copy(chunk.offset, static_cast<std::size_t>(chunk.size)));
+        }
+    }
+    const auto duration = formats.size() == 1 ? plainDuration(formats.front()) : std::nullopt;
+    auto plain = plainId3Items(id3);
+    if (duration && (plain || id3.empty())) {
+        asset.durationSeconds = *duration;
+        if (plain) std::move(plain->begin(), plain->end(), std::back_inserter(asset.items));
+        return asset;
     }
     TagLib::RIFF::AIFF::File file(view.stream(), true);
     const auto* properties = file.audioProperties();

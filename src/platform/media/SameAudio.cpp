@@ -30,7 +30,8 @@ class Sequence {
         : reader_(reader)
         , ranges_(std::move(ranges)) {}
 
-    /// Up to `length` bytes, fewer at the end of a range; empty at the end of all.
+    /// Up to `length` bytes, fewer at the end of a range; empty at the end of all, or where the file ends
+    /// short of it.
     std::string_view next(std::size_t length) {
         while (index_ < ranges_.size() && ranges_[index_].begin == ranges_[index_].end)
             ++index_;
@@ -41,6 +42,8 @@ class Sequence {
         range.begin += bytes.size();
         return bytes;
     }
+
+    [[nodiscard]] bool isAtEnd() const { return index_ == ranges_.size(); }
 
   private:
     FileReader& reader_;
@@ -55,7 +58,7 @@ bool sameBytes(FileReader& left, const std::vector<Range>& leftRanges, FileReade
     Sequence rightBytes(right, rightRanges);
     while (true) {
         std::string_view wanted = leftBytes.next(FileReader::maximumView);
-        if (wanted.empty()) return true;
+        if (wanted.empty()) return leftBytes.isAtEnd();
         while (!wanted.empty()) {
             const std::string_view got = rightBytes.next(wanted.size());
             if (got.empty() || wanted.substr(0, got.size()) != got) return false;

@@ -55,25 +55,6 @@ std::optional<Meaning> meaningOf(std::span<const Field> fields, std::string_view
     return found == fields.end() ? std::nullopt : std::optional(found->meaning);
 }
 
-void appendUtf8(std::string& text, char32_t c) {
-    if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) c = 0xFFFD;
-    if (c < 0x80) {
-        text += static_cast<char>(c);
-    } else if (c < 0x800) {
-        text += static_cast<char>(0xC0 | c >> 6);
-        text += static_cast<char>(0x80 | (c & 0x3F));
-    } else if (c < 0x10000) {
-        text += static_cast<char>(0xE0 | c >> 12);
-        text += static_cast<char>(0x80 | (c >> 6 & 0x3F));
-        text += static_cast<char>(0x80 | (c & 0x3F));
-    } else {
-        text += static_cast<char>(0xF0 | c >> 18);
-        text += static_cast<char>(0x80 | (c >> 12 & 0x3F));
-        text += static_cast<char>(0x80 | (c >> 6 & 0x3F));
-        text += static_cast<char>(0x80 | (c & 0x3F));
-    }
-}
-
 /// "3" and "3/12" give 3; nothing where no number leads.
 std::optional<std::int64_t> leadingNumber(std::string_view text) {
     while (!text.empty() && text.front() == ' ')
@@ -140,6 +121,24 @@ bool isGenre(const MetadataItem& item) {
     return item.commonKey == common_key::type;
 }
 
+MetadataItem makeId3Item(std::string_view key) {
+    MetadataItem item = makeItem(key_space::id3, key, meaningOf(id3Fields, key));
+    if (isGenre(item)) item.identifier = identifier::id3ContentType;
+    return item;
+}
+
+MetadataItem makeAtomItem(std::string_view key) {
+    MetadataItem item = makeItem(key_space::iTunes, key, meaningOf(iTunesFields, key));
+    constexpr std::string_view copyright = "©";
+    if (key.starts_with(copyright)) item.identifier = "itsk/%A9" + std::string(key.substr(copyright.size()));
+    return item;
+}
+
+void setNumber(MetadataItem& item, std::int64_t number) {
+    item.value = number;
+    if (number != 0) item.numberValue = number;
+}
+
 std::string joined(const TagLib::StringList& values, bool genres) {
     std::vector<std::string> texts;
     for (const TagLib::String& value : values) {
@@ -157,6 +156,25 @@ std::string joined(const TagLib::StringList& values, bool genres) {
 
 } // namespace
 
+void appendUtf8(std::string& text, char32_t c) {
+    if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) c = 0xFFFD;
+    if (c < 0x80) {
+        text += static_cast<char>(c);
+    } else if (c < 0x800) {
+        text += static_cast<char>(0xC0 | c >> 6);
+        text += static_cast<char>(0x80 | (c & 0x3F));
+    } else if (c < 0x10000) {
+        text += static_cast<char>(0xE0 | c >> 12);
+        text += static_cast<char>(0x80 | (c >> 6 & 0x3F));
+        text += static_cast<char>(0x80 | (c & 0x3F));
+    } else {
+        text += static_cast<char>(0xF0 | c >> 18);
+        text += static_cast<char>(0x80 | (c >> 12 & 0x3F));
+        text += static_cast<char>(0x80 | (c >> 6 & 0x3F));
+        text += static_cast<char>(0x80 | (c & 0x3F));
+    }
+}
+
 std::string utf8(const TagLib::String& text) {
     std::string bytes;
     bytes.reserve(text.size());
@@ -172,11 +190,15 @@ std::string utf8(const TagLib::String& text) {
     return bytes;
 }
 
+void appendId3Text(std::vector<MetadataItem>& items, std::string_view key, std::string text) {
+    MetadataItem item = makeId3Item(key);
+    if (isGenre(item)) text = genreName(std::move(text));
+    appendText(items, std::move(item), std::move(text));
+}
+
 MetadataItem itemOfFrame(const TagLib::ID3v2::Frame& frame) {
     const TagLib::ByteVector name = frame.frameID();
-    const std::string_view key(name.data(), name.size());
-    MetadataItem item = makeItem(key_space::id3, key, meaningOf(id3Fields, key));
-    if (isGenre(item)) item.identifier = identifier::id3ContentType;
+    MetadataItem item = makeId3Item({name.data(), name.size()});
     if (const auto* userText = dynamic_cast<const TagLib::ID3v2::UserTextIdentificationFrame*>(&frame)) {
         item.description = utf8(userText->description());
         TagLib::StringList values = userText->fieldList();
@@ -259,6 +281,18 @@ void appendItems(std::vector<MetadataItem>& items, const TagLib::RIFF::Info::Tag
     }
 }
 
+void appendAtomText(std::vector<MetadataItem>& items, std::string_view key, std::string text) {
+    MetadataItem item = makeAtomItem(key);
+    if (isGenre(item)) text = genreName(std::move(text));
+    appendText(items, std::move(item), std::move(text));
+}
+
+void appendTrackNumber(std::vector<MetadataItem>& items, std::int64_t number) {
+    MetadataItem item = makeAtomItem("trkn");
+    setNumber(item, number);
+    items.push_back(std::move(item));
+}
+
 MetadataItem itemOfAtom(const TagLib::String& name, const TagLib::MP4::Item& atom) {
     constexpr std::string_view freeForm = "----:";
     std::string key = utf8(name);
@@ -273,16 +307,12 @@ MetadataItem itemOfAtom(const TagLib::String& name, const TagLib::MP4::Item& ato
             setText(item, text);
         return item;
     }
-    MetadataItem item = makeItem(key_space::iTunes, key, meaningOf(iTunesFields, key));
-    constexpr std::string_view copyright = "©";
-    if (key.starts_with(copyright)) item.identifier = "itsk/%A9" + key.substr(copyright.size());
+    MetadataItem item = makeAtomItem(key);
     const TagLib::StringList texts = atom.toStringList();
     if (!texts.isEmpty()) {
         setText(item, joined(texts, isGenre(item)));
     } else if (key == "trkn" || key == "disk") {
-        const std::int64_t number = atom.toIntPair().first;
-        item.value = number;
-        if (number != 0) item.numberValue = number;
+        setNumber(item, atom.toIntPair().first);
     } else {
         item.value = Binary{};
     }

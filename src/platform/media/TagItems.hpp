@@ -43,6 +43,11 @@ namespace velto::media {
 enum class Genre { included, leftOut };
 
 void appendItems(std::vector<MetadataItem>& items, const TagLib::ID3v2::Tag& tag);
+/// A text frame of an ID3v2 tag by its name in version 2.4, with its only value.
+void appendId3Text(std::vector<MetadataItem>& items, std::string_view key, std::string text);
+/// An entry of an MP4 tag list with its only text, and its track number.
+void appendAtomText(std::vector<MetadataItem>& items, std::string_view key, std::string text);
+void appendTrackNumber(std::vector<MetadataItem>& items, std::int64_t number);
 void appendItems(std::vector<MetadataItem>& items, const TagLib::ID3v1::Tag& tag, Genre genre);
 void appendItems(std::vector<MetadataItem>& items, const TagLib::APE::Tag& tag, Genre genre);
 void appendItems(std::vector<MetadataItem>& items, const TagLib::Ogg::XiphComment& tag);
@@ -57,5 +62,8 @@ void appendAiffText(std::vector<MetadataItem>& items, std::string_view chunk, st
 
 /// Always valid UTF-8: what cannot be encoded becomes U+FFFD, NUL characters are dropped.
 [[nodiscard]] std::string utf8(const TagLib::String& text);
+
+/// What is no character becomes U+FFFD.
+void appendUtf8(std::string& text, char32_t character);
 
 } // namespace velto::media

@@ -4,7 +4,7 @@
 #include "platform/model/ObjectAccess.hpp"
 
 #include <algorithm>
-#include <tuple>
+#include <iterator>
 
 namespace velto::model {
 
@@ -87,7 +87,7 @@ void BackgroundSave::captureRow(const Ref<Object>& object, std::size_t place) {
     if (isNew) captured_.push_back({object, {kind, place, ObjectAccess::row(changing), nullptr, {}}});
     RowChange& change = captured_[known->second].change;
     change.kind = std::max(change.kind, kind); // the later capture holds what the earlier one was for
-    CaptureSink sink;
+    CaptureSink sink(context_->state_->codecs[place].columnCount());
     context_->state_->codecs[place].encode(changing, change.kind != RowChange::Kind::update, sink);
     change.values = sink.take();
     ObjectAccess::unmark(changing, ObjectAccess::dirty | ObjectAccess::relinked);
@@ -100,7 +100,8 @@ void BackgroundSave::launch() {
     for (auto place = state.writeOrder.rbegin(); place != state.writeOrder.rend(); ++place)
         for (const auto& object : deleted_[*place])
             changes_.push_back({RowChange::Kind::remove, *place, ObjectAccess::row(*object), nullptr, {}});
-    const auto firstWritten = static_cast<std::ptrdiff_t>(changes_.size());
+    firstWritten_ = changes_.size();
+    changes_.reserve(changes_.size() + captured_.size());
     for (Captured& captured : captured_) {
         if (captured.object->isDeleted()) continue;
         changes_.push_back(std::move(captured.change));
@@ -108,18 +109,40 @@ void BackgroundSave::launch() {
         if (captured.change.kind == RowChange::Kind::insert)
             ObjectAccess::setState(const_cast<Object&>(*captured.object), ObjectState::saved);
     }
-    std::vector<std::size_t> rank(state.writeOrder.size());
-    for (std::size_t i = 0; i < rank.size(); ++i)
-        rank[state.writeOrder[i]] = i;
-    const auto key = [&](const RowChange& change) {
-        return std::tuple(change.kind == RowChange::Kind::insert, rank[change.entity], change.row);
+    rank_.resize(state.writeOrder.size());
+    for (std::size_t i = 0; i < rank_.size(); ++i)
+        rank_[state.writeOrder[i]] = i;
+}
+
+void BackgroundSave::sortChanges() {
+    // Sorts small keys and moves each row once: rows are large.
+    struct Key {
+        std::size_t group;
+        std::int64_t row;
+        std::size_t place;
     };
-    std::sort(changes_.begin() + firstWritten, changes_.end(),
-              [&](const RowChange& left, const RowChange& right) { return key(left) < key(right); });
+
+    std::vector<Key> keys;
+    keys.reserve(changes_.size());
+    for (std::size_t i = firstWritten_; i < changes_.size(); ++i) {
+        const bool isInsert = changes_[i].kind == RowChange::Kind::insert;
+        keys.push_back({rank_[changes_[i].entity] + (isInsert ? rank_.size() : 0), changes_[i].row, i});
+    }
+    std::sort(keys.begin(), keys.end(), [](const Key& left, const Key& right) {
+        return left.group != right.group ? left.group < right.group : left.row < right.row;
+    });
+    std::vector<RowChange> sorted;
+    sorted.reserve(changes_.size());
+    std::move(changes_.begin(), changes_.begin() + static_cast<std::ptrdiff_t>(firstWritten_),
+              std::back_inserter(sorted));
+    for (const Key& key : keys)
+        sorted.push_back(std::move(changes_[key.place]));
+    changes_ = std::move(sorted);
 }
 
 void BackgroundSave::write(std::promise<void>& outcome) {
     try {
+        sortChanges();
         if (!changes_.empty()) writer_.write(changes_);
         outcome.set_value();
     } catch (...) {

@@ -44,6 +44,9 @@ class BackgroundSave {
     /// Any thread: touches none of the main actor's objects.
     void write(std::promise<void>& outcome);
 
+    /// Puts changes_ in the order of writing. As write(), on any thread.
+    void sortChanges();
+
     /// Takes the outcome of write() over; waits for it where it is still to come.
     void settle();
 
@@ -56,7 +59,9 @@ class BackgroundSave {
     std::vector<Captured> captured_;
     std::unordered_map<const Object*, std::size_t> places_; ///< in captured_
     std::vector<std::vector<Ref<Object>>> deleted_;
-    std::vector<RowChange> changes_; ///< in the order of writing; the writer's from launch() on
+    std::vector<RowChange> changes_; ///< write() sorts them; the writer's from launch() on
+    std::vector<std::size_t> rank_;  ///< of the entities in the order of writing
+    std::size_t firstWritten_ = 0;   ///< in changes_; the deletions stand in front
     std::shared_ptr<std::promise<void>> promise_;
     std::future<void> written_;
     std::exception_ptr failure_;

@@ -34,6 +34,11 @@ class RowCodec {
 
     [[nodiscard]] const EntityDescription& entity() const { return entity_; }
 
+    /// The row's id among them.
+    [[nodiscard]] std::size_t columnCount() const {
+        return 1 + entity_.attributes().size() + entity_.toOnes().size();
+    }
+
     [[nodiscard]] std::vector<std::string> createStatements() const;
     [[nodiscard]] std::string selectAll() const;
     [[nodiscard]] std::string insertRow() const;
@@ -75,6 +80,8 @@ class StatementSink final : public RowSink {
 
 class CaptureSink final : public RowSink {
   public:
+    explicit CaptureSink(std::size_t columns) { row_.reserve(columns); }
+
     void null(int parameter) override { put(parameter, std::monostate()); }
 
     void integer(int parameter, std::int64_t value) override { put(parameter, value); }
