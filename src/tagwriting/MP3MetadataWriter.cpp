@@ -7,7 +7,10 @@
 #include "tagwriting/id3/ID3TagBuilder.hpp"
 #include "tagwriting/id3/ID3TagEditor.hpp"
 
+#include <algorithm>
+#include <array>
 #include <optional>
+#include <string_view>
 
 namespace velto {
 
@@ -43,6 +46,14 @@ void prove(const ID3Tag& meant, const RewritePaths& paths) {
         throw Error("The audio of the written file is not that of its backup");
 }
 
+/// An MP4 file that only calls itself MP3 plays as it is: a tag in front of it would hide it from every
+/// player.
+bool isMp4(const FileBytes& file) {
+    std::array<std::uint8_t, 8> head{};
+    constexpr std::string_view name = "ftyp";
+    return file.read(head, 0) == head.size() && std::equal(name.begin(), name.end(), head.begin() + 4);
+}
+
 /// `newTag` makes the tag to write from the one that stands in the file.
 template <typename MakeTag>
 void rewriteTag(const std::filesystem::path& file, RewriteJournal& journal, MakeTag newTag) {
@@ -50,7 +61,8 @@ void rewriteTag(const std::filesystem::path& file, RewriteJournal& journal, Make
     GuardedRewrite guard(resolved, journal, wholeCheckFor(resolved));
     const ID3Tag tag = newTag(ID3TagEditor::read(resolved).value_or(ID3Tag()));
     // A file that may not be written fails here, while it is still itself and not its backup.
-    { const FileBytes writable(resolved, FileBytes::Mode::readWrite); }
+    if (isMp4(FileBytes(resolved, FileBytes::Mode::readWrite)))
+        throw ID3TagEditorError(ID3TagEditorError::Case::invalidFileFormat);
     guard.copyToBackup();
     // Mostly only the head of the file is written; its audio stays where it is on the disk, so that a power
     // cut cannot reach it, and one sync at the end does. A sync of the backup in front of every write would

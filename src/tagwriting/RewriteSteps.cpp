@@ -42,8 +42,11 @@ std::string lowerCaseExtension(const std::filesystem::path& file) {
 std::filesystem::path resolvedFile(const std::filesystem::path& file) {
     std::error_code error;
     auto resolved = std::filesystem::canonical(file, error);
-    if (error) throw ServiceError(ServiceError::Case::fileNotFound, file.string());
-    return resolved;
+    if (!error) return resolved;
+    const auto folder = std::filesystem::canonical(file.parent_path(), error);
+    if (!error && std::filesystem::is_regular_file(RewritePaths(folder / file.filename()).backup, error))
+        return folder / file.filename();
+    throw ServiceError(ServiceError::Case::fileNotFound, file.string());
 }
 
 WholeCheck wholeCheckFor(const std::filesystem::path& file) {

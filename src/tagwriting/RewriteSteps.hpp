@@ -13,7 +13,8 @@ namespace velto {
 /// The lower-case extension without its dot.
 [[nodiscard]] std::string lowerCaseExtension(const std::filesystem::path& file);
 
-/// The file itself behind links, absolute. Throws fileNotFound.
+/// The file itself behind links, absolute; also where a rewrite that was cut short left only its backup,
+/// which the next rewrite puts back. Throws fileNotFound.
 [[nodiscard]] std::filesystem::path resolvedFile(const std::filesystem::path& file);
 
 /// The check for the kind of file that the extension tells.

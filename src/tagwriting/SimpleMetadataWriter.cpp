@@ -13,7 +13,7 @@ void checkForExport(const std::filesystem::path& file) {
     const std::string extension = lowerCaseExtension(file);
     if (!SimpleMetadataWriter::supportedExtensions().contains(extension))
         throw ServiceError(ServiceError::Case::unsupportedFileType, extension);
-    if (!std::filesystem::is_regular_file(resolved))
+    if (std::filesystem::exists(resolved) && !std::filesystem::is_regular_file(resolved))
         throw ServiceError(ServiceError::Case::metadataWriteFailed, file.string(), "Not a regular file");
 }
 

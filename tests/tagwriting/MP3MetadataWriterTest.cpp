@@ -180,12 +180,17 @@ TEST(MP3MetadataWriter, refusesWithoutTouching) {
     const std::string liar = raw("ID3\x03\0\0\x7F\x7F\x7F\x7Frest");
     EXPECT_EQ(writer.failure(folder.write("liar.mp3", liar)), Case::metadataWriteFailed);
     EXPECT_EQ(readFile(folder / "liar.mp3"), liar);
+    const std::string misnamed = raw("\0\0\0\x14"
+                                     "ftypM4A \0\0\0\0M4A \0\0\0\x08"
+                                     "mdat");
+    EXPECT_EQ(writer.failure(folder.write("misnamed.mp3", misnamed)), Case::metadataWriteFailed);
+    EXPECT_EQ(readFile(folder / "misnamed.mp3"), misnamed);
     EXPECT_EQ(writer.failure(folder.write(std::string(245, 'n') + ".mp3", "long")),
               Case::metadataWriteFailed);
-    EXPECT_EQ(writer.reporter.errors, 8);
+    EXPECT_EQ(writer.reporter.errors, 9);
     std::filesystem::remove(folder / (std::string(245, 'n') + ".mp3"));
     EXPECT_THAT(namesIn(folder.path()),
-                ElementsAre("folder.m4a", "folder.mp3", "liar.mp3", "pipe.mp3", "song.flac"));
+                ElementsAre("folder.m4a", "folder.mp3", "liar.mp3", "misnamed.mp3", "pipe.mp3", "song.flac"));
 }
 
 TEST(MP3MetadataWriter, fullDiskAtAnyByteLeavesTheFileWhole) {
