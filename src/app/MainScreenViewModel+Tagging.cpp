@@ -33,6 +33,11 @@ std::vector<FileItemRef> filesOf(const TrackRef& track) {
     return track->files.all();
 }
 
+/// Holds the state object from before its first step on: nobody else may by then.
+Task<void> creditsRefreshed(std::shared_ptr<MainScreenViewModel> viewModel) {
+    co_await viewModel->refreshCredits();
+}
+
 } // namespace
 
 /// Some tracks of a run with what is asked for them, in the same order.
@@ -94,7 +99,7 @@ Task<TaggingSummary> MainScreenViewModel::tagTracks(std::vector<TrackRef> select
     }
     if (selectedLibrary.get() && librarySyncService)
         background_->start(syncAfterTagging(weak_from_this(), librarySyncService, selectedLibrary));
-    if (authManager) background_->start(refreshCredits());
+    if (authManager) background_->start(creditsRefreshed(self));
     taggingProgress = std::nullopt;
     if (state.totalTagged >= 1) {
         if (state.allErrors.empty())

@@ -41,7 +41,8 @@ struct VeltoAppConfiguration {
 };
 
 /// The composition root's one object: it owns the store, the authentication manager, the update manager and
-/// all that they stand on, for the life of the process. Main actor.
+/// all that they stand on, for the life of the process. Nothing that was started may be under way any more
+/// when it goes. Main actor.
 class VeltoApp {
   public:
     /// Opens the store, recovers interrupted rewrites, composes the services. Throws Error with the text that

@@ -153,8 +153,10 @@ Task<void> DefaultAuthenticationManager::fetchUserProfile() {
     }
     bool isExpired = false;
     try {
-        signedIn(
-            co_await services_.graphQLClient.execute<UserPreferencesQueryResponse>(userAndDefaultsQuery));
+        // On the pool: a large reply takes longer to read than the main actor may be held up.
+        signedIn(co_await runOn(
+            services_.executors.pool,
+            services_.graphQLClient.execute<UserPreferencesQueryResponse>(userAndDefaultsQuery)));
         co_return;
     } catch (const std::exception& error) {
         isExpired = isUnauthorized(error);

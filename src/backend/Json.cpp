@@ -9,6 +9,9 @@ namespace velto::json {
 namespace {
 
 constexpr int maximumDepth = 512;
+/// Above what a vocabulary of every genre there is takes. It bounds what a reply of small values grows to in
+/// memory, and how long the main actor copies its names.
+constexpr std::size_t maximumValues = 20'000;
 /// The parser's messages quote what it read last, which may be the whole reply.
 constexpr std::size_t maximumDescription = 300;
 
@@ -45,13 +48,19 @@ CodingError::CodingError(const std::string& description)
     : Error(shortened(description)) {}
 
 nlohmann::json parse(std::string_view text) {
-    const auto limitDepth = [](int depth, nlohmann::json::parse_event_t, const nlohmann::json&) {
+    using Event = nlohmann::json::parse_event_t;
+    std::size_t values = 0;
+    const auto limit = [&values](int depth, Event event, const nlohmann::json&) {
         if (depth > maximumDepth)
             throw CodingError(fmt::format("The JSON is nested over {} levels", maximumDepth));
+        const bool isValue =
+            event == Event::value || event == Event::object_start || event == Event::array_start;
+        if (isValue && ++values > maximumValues)
+            throw CodingError(fmt::format("The JSON holds over {} values", maximumValues));
         return true;
     };
     try {
-        return nlohmann::json::parse(text, limitDepth);
+        return nlohmann::json::parse(text, limit);
     } catch (const nlohmann::json::exception& error) {
         throw CodingError(fmt::format("The data is not valid JSON: {}", error.what()));
     }

@@ -22,8 +22,8 @@ class CodingError : public Error {
     explicit CodingError(const std::string& description);
 };
 
-/// Parses a reply. Nesting beyond 512 levels is refused: records here are five deep, and a reply is a
-/// stranger's.
+/// Parses a reply. Nesting beyond 512 levels and more than 20,000 values are refused: records here are five
+/// deep, and a reply is a stranger's.
 [[nodiscard]] nlohmann::json parse(std::string_view text);
 
 /// A JSON value and where it stands. Strict: no type passes for another, a required key must be there, null

@@ -52,6 +52,7 @@ TEST_F(AuthenticationManagerTest, ACallbackSignsInAndASignOutForgets) {
     transport.reply(200, profileReply);
     runtime.run(manager->handleAuthCallback("token-1"));
     EXPECT_EQ(trace, (Trace{"authenticating", "a@b.c 0/42"}));
+    EXPECT_NE(transport.repliedOn, std::this_thread::get_id()) << "a large reply holds up the main actor";
     EXPECT_EQ(keychain.retrieveToken(), "token-1");
     EXPECT_EQ(crashReporter.user, "u1");
     EXPECT_EQ(crashReporter.lines, (Trace{"Auth callback received with token", "Token saved to keychain",

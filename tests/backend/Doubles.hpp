@@ -12,6 +12,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -30,6 +31,7 @@ class ScriptedTransport final : public http::Transport {
 
     Task<http::Response> send(http::Request request) override {
         requests.push_back(std::move(request));
+        repliedOn = std::this_thread::get_id();
         if (script_.empty()) throw std::logic_error("a request that nobody expected");
         auto [failure, response] = std::move(script_.front());
         script_.pop_front();
@@ -38,6 +40,7 @@ class ScriptedTransport final : public http::Transport {
     }
 
     std::vector<http::Request> requests;
+    std::thread::id repliedOn; ///< where the caller goes on with the latest reply
 
   private:
     std::deque<std::pair<std::exception_ptr, http::Response>> script_;

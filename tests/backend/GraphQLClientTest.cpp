@@ -79,6 +79,10 @@ TEST_F(GraphQLClientTest, TurnsEveryReplyIntoItsFailure) {
     const std::string decoding = "Failed to decode response: ";
     const std::string invalid = "Invalid response from server";
     const std::string wrongType = "❌ [GraphQL] Failed to decode type: Number";
+    std::string manyValues = R"({"data":{"n":1},"more":[0)";
+    for (int i = 0; i < 20'000; ++i)
+        manyValues += ",0";
+    manyValues += "]}";
     const std::vector<Row> rows = {
         {std::nullopt, "", Case::invalidResponse, invalid, "❌ [GraphQL] Response is not HTTPURLResponse",
          false},
@@ -107,6 +111,8 @@ TEST_F(GraphQLClientTest, TurnsEveryReplyIntoItsFailure) {
         {200, "", Case::decodingError, decoding, wrongType, true},
         {200, "{\"data\":{\"n\":\"\xff\"}}", Case::decodingError, decoding, wrongType, true},
         {200, std::string(1'000'000, '['), Case::decodingError, decoding, wrongType, true},
+        {200, manyValues, Case::decodingError, decoding + "The JSON holds over 20000 values", wrongType,
+         true},
         {200, "\"" + std::string(1'000'000, 'x'), Case::decodingError, decoding, wrongType, true},
     };
     for (const Row& row : rows) {

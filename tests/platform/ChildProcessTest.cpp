@@ -5,11 +5,13 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
+#include <fstream>
 #include <set>
 
 namespace velto::files {
@@ -61,6 +63,19 @@ TEST(RunProcess, NoDescriptorIsInherited) {
                          std::to_string(leaked) + " ] && echo leaked; done; true"));
     ::close(leaked);
     EXPECT_EQ(output.standardOutput.find("leaked"), std::string::npos) << output.standardOutput;
+}
+
+TEST(StartDetached, TheProgramGoesOnInASessionOfItsOwn) {
+    const test::TemporaryFolder folder;
+    const std::string pipe = (folder / "pipe").string();
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    // The program waits for a reader, and the start does not wait for the program.
+    startDetached({"/bin/sh", "-c", "cut -d' ' -f6 /proc/self/stat >\"$0\"", pipe});
+    std::ifstream reader(pipe);
+    pid_t session = 0;
+    reader >> session;
+    EXPECT_GT(session, 0);
+    EXPECT_NE(session, ::getsid(0));
 }
 
 TEST(ChildProcess, ItsFirstLineIsReadAndItEndsWithItsOwner) {

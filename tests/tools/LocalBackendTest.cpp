@@ -158,6 +158,10 @@ TEST_F(LocalBackend, RefusesBodiesOverTheLimitInEitherFraming) {
         "application/json");
     ASSERT_TRUE(chunked);
     EXPECT_EQ(chunked->status, 413);
+    const auto form = client.Post("/auth/desktop-login", "email=a%40b.c&name=" + block,
+                                  "application/x-www-form-urlencoded");
+    ASSERT_TRUE(form);
+    EXPECT_EQ(form->status, 413);
     EXPECT_EQ(backend.credits(token), 1000);
 }
 

@@ -63,7 +63,7 @@ void Server::get(const char* path, Handler handler) {
 void Server::post(const char* path, Handler handler, std::size_t limit) {
     http_.Post(path, [this, handler, limit](const Request& request, Response& response,
                                             const httplib::ContentReader& reader) {
-        const auto body = readBody(request, response, reader, bodyLimit);
+        const auto body = readBody(request, response, reader, limit);
         if (!comesFromHere(request))
             return show(response, plainPage("Refused", "Only this computer may ask."), 403);
         if (body) (this->*handler)(request, *body, response);

@@ -158,6 +158,13 @@ ProcessOutput runProcess(const std::vector<std::string>& arguments, std::size_t 
     return result;
 }
 
+void startDetached(std::vector<std::string> arguments) {
+    // The helper makes the session, starts the program in it and ends, so that nobody has to reap the
+    // program.
+    arguments.insert(arguments.begin(), {"/usr/bin/setsid", "--fork"});
+    reap(spawnProgram(arguments, {}, true));
+}
+
 ChildProcess::ChildProcess(pid_t child, Descriptor input, Descriptor output)
     : child_(child)
     , input_(std::move(input))

@@ -27,6 +27,11 @@ struct ProcessOutput {
 [[nodiscard]] ProcessOutput runProcess(const std::vector<std::string>& arguments,
                                        std::size_t outputLimitBytes = std::size_t{512} << 20);
 
+/// Starts a program that goes on by itself, also when this process ends: it has a session of its own and
+/// /dev/null for its standard streams. Blocks until it is started; whether it then does its work is not told.
+/// Throws SystemError where nothing can be started.
+void startDetached(std::vector<std::string> arguments);
+
 /// A helper program that lives as long as this object. Its standard input is a pipe that stays open, so that
 /// a child that watches it ends also when this process is killed. It has a process group of its own: an
 /// interrupt typed at the terminal does not reach it. Standard error goes to /dev/null. Move-only.
