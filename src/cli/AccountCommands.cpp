@@ -8,10 +8,10 @@ namespace velto::cli {
 
 namespace {
 
-Output sessionOutput(const UserSession& session) {
+Output sessionOutput(const UserSession& session, const std::optional<std::string>& error = {}) {
     Output output{{}, toJson(session), {}};
     if (!session.isSignedIn) {
-        output.failure = "Not signed in";
+        output.failure = error ? "Not signed in: " + *error : "Not signed in";
         return output;
     }
     const std::string email = session.email.value_or("");
@@ -33,6 +33,13 @@ struct ShownError {
 };
 
 } // namespace
+
+Task<void> restoreSession(Context& context) {
+    auto& manager = context.app.authManager();
+    const ShownError shown(manager);
+    co_await manager.restoreSession();
+    if (!manager.authenticationState()->session()) context.sessionError = shown.text;
+}
 
 Task<Output> signIn(Context& context) {
     const auto viewModel = context.app.viewModel();
@@ -71,7 +78,7 @@ Task<Output> signOut(Context& context) {
 
 Task<Output> whoAmI(Context& context) {
     const auto viewModel = context.app.viewModel();
-    co_return sessionOutput(viewModel->userSession);
+    co_return sessionOutput(viewModel->userSession, context.sessionError);
 }
 
 } // namespace velto::cli

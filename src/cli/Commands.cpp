@@ -37,10 +37,10 @@ Task<Output> runCommand(Context& context) {
     throw CommandFailed("Unknown command");
 }
 
-Interruption interrupt(const Context& context) {
+Interruption interrupt(Context& context) {
     const auto viewModel = context.app.viewModel();
     if (viewModel->scanProgress.get()) {
-        spawn(context.executors.main, viewModel->cancelScan());
+        context.interruptions.start(viewModel->cancelScan());
         return Interruption::handled;
     }
     return viewModel->taggingProgress.get() ? Interruption::mustWait : Interruption::quitNow;

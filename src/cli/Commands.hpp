@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/BackgroundTasks.hpp"
 #include "app/VeltoApp.hpp"
 #include "cli/Json.hpp"
 #include "cli/Options.hpp"
@@ -30,6 +31,8 @@ struct Context {
     Terminal& terminal;
     Executors executors;
     Clock& clock;
+    BackgroundTasks interruptions;           ///< what interrupts started; awaited before the application goes
+    std::optional<std::string> sessionError; ///< why a stored token led to no session
 };
 
 /// What a command leaves: standard output gets `json` with --json, else `text`. A `failure` goes to standard
@@ -56,7 +59,10 @@ enum class Interruption {
     quitNow,  ///< nothing is under way that would be left half done
     mustWait, ///< files are being written; a second interrupt ends the program all the same
 };
-Interruption interrupt(const Context& context);
+Interruption interrupt(Context& context);
+
+/// Tries the stored token, and keeps why it did not lead to a session.
+Task<void> restoreSession(Context& context);
 
 // The commands, one function each.
 Task<Output> addLibrary(Context& context);

@@ -43,7 +43,8 @@ Task<Output> addLibrary(Context& context) {
     const auto viewModel = context.app.viewModel();
     co_await viewModel->loadData();
     const auto folder = absoluteFolder(context.options.folder);
-    co_await viewModel->addLibrary(context.options.library.value_or(folder.filename().string()), folder,
+    const std::string usualName = (folder.has_filename() ? folder.filename() : folder).string();
+    co_await viewModel->addLibrary(context.options.library.value_or(usualName), folder,
                                    context.options.includeGlob.value_or(defaultIncludeGlob),
                                    context.options.excludeGlob);
     failOnError(*viewModel);

@@ -8,6 +8,17 @@ namespace {
 
 constexpr int usageError = 2;
 
+/// A text that says what is wrong with the value, or nothing.
+std::string isNotEmpty(const std::string& value) {
+    return value.empty() ? "must not be empty" : "";
+}
+
+/// The parser itself lets "-1" wrap around.
+std::string isWholeNumber(const std::string& value) {
+    const bool digits = value.find_first_not_of("0123456789") == std::string::npos;
+    return digits ? "" : "\"" + value + "\" is not a whole number";
+}
+
 class Parser {
   public:
     Parser() {
@@ -15,13 +26,15 @@ class Parser {
         app_.set_version_flag("--version", std::string("veltoctl ") + VELTO_VERSION);
         app_.add_option("--home", options_.home, "Keep store, defaults and logs below this folder")
             ->envname("VELTO_HOME")
-            ->type_name("DIR");
+            ->type_name("DIR")
+            ->check(isNotEmpty);
         app_.add_option("--backend", options_.backend, "Base address of the backend (default: the local one)")
             ->envname("VELTO_BACKEND_URL")
             ->type_name("URL");
         app_.add_option("--token-file", options_.tokenFile,
                         "Keep the token in this file (mode 0600) instead of the keyring")
-            ->type_name("FILE");
+            ->type_name("FILE")
+            ->check(isNotEmpty);
         app_.add_flag("--json", options_.json, "Print one JSON value and nothing else on standard output");
         app_.add_flag("--quiet", options_.quiet, "No progress and no log lines on standard error");
         app_.fallthrough();
@@ -58,8 +71,10 @@ class Parser {
         library->fallthrough();
         CLI::App* add =
             command(*library, "add", "Make a folder of music a library and scan it", Command::libraryAdd);
-        add->add_option("PATH", options_.folder, "The folder")->required();
-        add->add_option("--name", options_.library, "Its name (default: the folder's)")->type_name("N");
+        add->add_option("PATH", options_.folder, "The folder")->required()->check(isNotEmpty);
+        add->add_option("--name", options_.library, "Its name (default: the folder's)")
+            ->type_name("N")
+            ->check(isNotEmpty);
         add->add_option("--include", options_.includeGlob, "Files to take")->type_name("G");
         add->add_option("--exclude", options_.excludeGlob, "Files to leave out")->type_name("G");
         add->add_flag("!--no-scan", options_.scanAfterAdding, "Do not scan it now");
@@ -76,7 +91,8 @@ class Parser {
                        Command::check);
         libraryCommand("tracks", "List a library's tracks", Command::tracks)
             ->add_option("--limit", options_.limit, "At most this many")
-            ->type_name("N");
+            ->type_name("N")
+            ->check(isWholeNumber);
         for (CLI::App* sub :
              {libraryCommand("tag", "Tag a library's tracks with AI genres, one credit each", Command::tag),
               libraryCommand("clear-tags", "Take the tags out of the store and the files again",

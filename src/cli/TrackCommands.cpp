@@ -43,6 +43,10 @@ Task<Output> tag(Context& context) {
     co_await selectNamedLibrary(context);
     const auto tracks = distinctTracks(*viewModel);
     if (tracks.empty()) throw CommandFailed("No tracks selected");
+    // Whoever is signed out is asked for no credits; without a connection the tagging itself says what is
+    // wrong.
+    if (!viewModel->userSession->isSignedIn && !context.sessionError)
+        throw CommandFailed("Authentication required. Please sign in to tag tracks.");
     const std::string question = "This will use " + plural(tracks.size(), "credit") + ". Continue?";
     co_await confirm(context, question);
     viewModel->errorMessage = std::nullopt;

@@ -33,7 +33,7 @@ class TerminalBrowser final : public Browser {
         if (std::getenv("DISPLAY") == nullptr && std::getenv("WAYLAND_DISPLAY") == nullptr) return;
         asio::post(executors_.pool, [url] {
             try {
-                (void)files::runProcess({"/usr/bin/xdg-open", url});
+                files::startDetached({"/usr/bin/xdg-open", url}); // may be the browser itself, for hours
             } catch (const std::exception& error) {
                 log::line("⚠️ [BROWSER] {}", describe(error)); // the address is on the terminal
             }
@@ -89,6 +89,12 @@ class Program {
 
   private:
     Task<void> runToEnd(int& code) {
+        co_await runCommandLine(code);
+        // What an interrupt started still holds the state object, which stands on the application.
+        if (commandContext_) co_await commandContext_->interruptions.finished();
+    }
+
+    Task<void> runCommandLine(int& code) {
         try {
             home_ = prepareHome(options_.home);
             logFile_ = log::addFileSink(home_.log);
@@ -125,7 +131,7 @@ class Program {
         }
         if ((needsBackend(options_) && options_.command != Command::signIn) ||
             options_.command == Command::check)
-            co_await app_->authManager().restoreSession();
+            co_await restoreSession(*commandContext_);
         co_return co_await runCommand(*commandContext_);
     }
 
@@ -144,7 +150,8 @@ class Program {
                                                                 .needsBackend = withBackend,
                                                                 .checksAtLoad = false});
         (void)app_->viewModel();
-        commandContext_.emplace(Context{options_, *app_, terminal_, executors_, clock_});
+        commandContext_.emplace(
+            Context{options_, *app_, terminal_, executors_, clock_, BackgroundTasks(executors_.main), {}});
     }
 
     void waitForSignal() {

@@ -1,0 +1,227 @@
+#include "cli/CliFixture.hpp"
+
+#include <fmt/format.h>
+
+#include <fstream>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace velto::test {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+
+TEST_F(Cli, RefusesAStoreThatIsNotItsOwnAndLeavesItAsItIs) {
+    struct Case {
+        const char* says;
+        void (*make)(const fs::path& store);
+    };
+
+    const Case cases[] = {
+        {"is not a Velto library store",
+         [](const fs::path& store) { std::ofstream(store) << std::string(5000, 'g'); }},
+        {"was written by a newer version of Velto",
+         [](const fs::path& store) {
+             (void)runProgram(
+                 {VELTOCTL_PROGRAM, "--quiet", "--home", store.parent_path().string(), "library", "list"});
+             (void)runProgram({"/usr/bin/python3", "-c",
+                               "import sqlite3, sys\nstore = sqlite3.connect(sys.argv[1])\n"
+                               "store.execute('PRAGMA user_version = 2000000000')\nstore.commit()",
+                               store.string()});
+         }},
+        {"is not a regular file", [](const fs::path& store) { fs::create_directory(store); }},
+    };
+    for (const auto& [says, make] : cases) {
+        fs::remove_all(home());
+        fs::create_directory(home());
+        const auto store = home() / "velto.store";
+        make(store);
+        const std::string before = fs::is_regular_file(store) ? readFile(store) : "";
+        const auto output = run({"library", "list"});
+        EXPECT_EQ(output.status, 1) << says;
+        EXPECT_THAT(output.standardError, testing::StartsWith("Could not create ModelContainer: "));
+        EXPECT_THAT(output.standardError, HasSubstr(says));
+        EXPECT_EQ(fs::is_regular_file(store) ? readFile(store) : "", before) << says;
+    }
+    std::ofstream(folder_ / "file") << "x";
+    const auto output = files::runProcess(
+        {VELTOCTL_PROGRAM, "--quiet", "--home", (folder_ / "file/below").string(), "library", "list"});
+    EXPECT_EQ(output.status, 1);
+    EXPECT_THAT(output.standardError, HasSubstr("Cannot make the folder"));
+}
+
+TEST_F(Cli, RefusesATokenFileThatOthersCouldReadOrThatIsNoFile) {
+    const auto tokenOnly = [&](const std::string& name, const Arguments& arguments) {
+        Arguments all{VELTOCTL_PROGRAM, "--quiet",      "--home",
+                      home().string(),  "--token-file", (folder_ / name).string()};
+        all.insert(all.end(), arguments.begin(), arguments.end());
+        return files::runProcess(all);
+    };
+    for (const char* name : {"group", "others", "own"})
+        folder_.write(name, "secret");
+    ASSERT_EQ(::chmod((folder_ / "group").c_str(), 0640), 0);
+    ASSERT_EQ(::chmod((folder_ / "others").c_str(), 0604), 0);
+    ASSERT_EQ(::chmod((folder_ / "own").c_str(), 0600), 0);
+    fs::create_symlink("own", folder_ / "link");
+    fs::create_directory(folder_ / "folder");
+    ASSERT_EQ(::mkfifo((folder_ / "pipe").c_str(), 0600), 0);
+    const std::pair<const char*, const char*> cases[] = {{"group", "is open to others"},
+                                                         {"others", "is open to others"},
+                                                         {"link", "is not a regular file"},
+                                                         {"folder", "is not a regular file"},
+                                                         {"pipe", "is not a regular file"}};
+    for (const auto& [name, says] : cases) {
+        const auto output = tokenOnly(name, {"library", "list"});
+        EXPECT_EQ(output.status, 1) << name;
+        EXPECT_THAT(output.standardError, HasSubstr(says)) << name;
+    }
+    EXPECT_EQ(tokenOnly("own", {"library", "list"}).status, 0);
+}
+
+TEST_F(Cli, SaysWhatIsWrongWithABackend) {
+    prepare();
+    fs::copy(tokenFile(), folder_ / "kept");
+    const std::string before = readFile(music() / "song.mp3");
+
+    struct Case {
+        Arguments backendOptions; ///< none: nothing listens there
+        const char* address;      ///< null: the backend's
+        Arguments arguments;
+        const char* says;
+    };
+
+    const Arguments tag{"tag", "--yes"};
+    const Case cases[] = {
+        {{"--fault", "rate-limit"}, nullptr, tag, "Rate limit exceeded on batch 1\n"},
+        {{"--fault", "unauthorized"},
+         nullptr,
+         tag,
+         "Authentication required. Please sign in to tag tracks.\n"},
+        {{"--fault", "insufficient-credits"},
+         nullptr,
+         tag,
+         "Insufficient credits. You need 1 but only have 0"},
+        {{"--fault", "server-error"}, nullptr, tag, "Batch 1 failed: Network error: Invalid response"},
+        {{"--fault", "malformed"}, nullptr, tag, "Batch 1 failed: Network error: Failed to decode response"},
+        {{"--fault", "huge"}, nullptr, tag, "Network error: The server's reply is too large."},
+        {{"--fault", "drop"}, nullptr, tag, "Network error: The network connection was lost."},
+        {{"--fault", "unauthorized", "--fault-on", "all"},
+         nullptr,
+         tag,
+         "Authentication required. Please sign in to tag tracks.\n"},
+        {{"--fault", "server-error", "--fault-on", "all"},
+         nullptr,
+         {"whoami"},
+         "Not signed in: Invalid response from server\n"},
+        {{}, "http://127.0.0.1:1", {"whoami"}, "Not signed in: The server could not be reached.\n"},
+        {{}, "http://127.0.0.1:1", tag, "Network error: The server could not be reached."},
+        {{}, "http://127.0.0.1:1", {"library", "add", "/tmp"}, "Please sign in to add a library\n"},
+        {{}, "ht!tp://%%%", tag, "Network error: Invalid API endpoint URL"},
+        {{}, "ht!tp://%%%", {"sign-in"}, "Invalid authentication URL\n"},
+        {{}, "ht!tp://%%%", {"sign-in", "velto://auth?token=abc"}, "Invalid API endpoint URL\n"},
+        {{"--fault", "partial@1"},
+         nullptr,
+         {"sign-in", "velto://auth?token=a%0d%0aX-Evil:%20b"},
+         "a header holds a control character"},
+        {{"--fault", "partial@1"}, nullptr, {"sign-in", "velto://auth?token=unknown"}, "Unauthorized"},
+    };
+    for (const auto& [options, address, arguments, says] : cases) {
+        backend_.reset();
+        if (!options.empty()) startBackend(options);
+        if (address != nullptr) backendAddress_ = address;
+        fs::copy(folder_ / "kept", tokenFile(), fs::copy_options::overwrite_existing);
+        const auto output = run(arguments);
+        EXPECT_EQ(output.status, 1) << says;
+        EXPECT_THAT(output.standardError, HasSubstr(says));
+        EXPECT_EQ(readFile(music() / "song.mp3"), before);
+    }
+}
+
+TEST_F(Cli, SaysWhatIsWrongWithAFolder) {
+    prepare();
+    fs::create_directory(folder_ / "gone");
+    ASSERT_EQ(run({"library", "add", (folder_ / "gone").string()}).status, 0);
+    fs::remove(folder_ / "gone");
+    const std::pair<Arguments, const char*> cases[] = {
+        {{"library", "add", music().string(), "--name", "Music"},
+         "A library with this name already exists\n"},
+        {{"library", "add", (music() / "song.mp3").string()}, "The selected item is not a directory\n"},
+        {{"library", "add", (folder_ / "nowhere").string()}, "The selected item is not a directory\n"},
+        {{"scan", "gone"}, "Import failed: Library directory not accessible: "},
+        {{"check", "gone"}, "Failed to refresh library: Command execution failed: "},
+    };
+    for (const auto& [arguments, says] : cases) {
+        const auto output = run(arguments);
+        EXPECT_EQ(output.status, 1) << says;
+        EXPECT_EQ(output.standardOutput, "");
+        EXPECT_THAT(output.standardError, testing::StartsWith(says));
+    }
+    EXPECT_EQ(json({"library", "remove", "gone"}).at("name"), "gone");
+}
+
+TEST_F(Cli, ScansAndTagsWhatItCanOfAFolderOfOddFiles) {
+    const std::string song = sample("song.mp3");
+    const std::string names[] = {"good.mp3", "broken \xff\xfe.mp3", "new\nline.mp3"};
+    for (const auto& name : names)
+        folder_.write("music/" + name, song);
+    // A tag that declares 256 MB, in a file of some KB; one of its frames does so too.
+    folder_.write("music/declares.mp3",
+                  std::string("ID3\3\0\0\x7f\x7f\x7f\x7fTIT2\x0f\xff\xff\xff\0\0", 20) + song);
+    std::vector<fs::path> useless{folder_.write("music/empty.mp3", ""), folder_.write("music/empty.wav", ""),
+                                  folder_.write("music/cut.m4a", sample("song.m4a").substr(0, 3000)),
+                                  folder_.write("music/cut.aiff", sample("song.aiff").substr(0, 40))};
+    fs::create_directory_symlink("..", music() / "loop");
+    fs::create_symlink("self.mp3", music() / "self.mp3");
+    ASSERT_EQ(::mkfifo((music() / "pipe.mp3").c_str(), 0600), 0);
+    fs::create_directory(music() / "closed");
+    folder_.write("music/closed/song.mp3", song);
+    fs::permissions(music() / "closed", fs::perms::none);
+    const bool asRoot = ::geteuid() == 0; // may read everything
+
+    prepare();
+    const auto scan = json({"scan"});
+    EXPECT_GE(scan.at("errorCount"), useless.size());
+    EXPECT_LE(scan.at("totalSeen"), 10);
+    EXPECT_EQ(json({"tag", "--yes"}).at("errors"), nlohmann::json::array());
+    for (const auto& name : names)
+        EXPECT_NE(genreIn(music() / name), "") << name;
+    if (asRoot) {
+        EXPECT_NE(genreIn(music() / "closed/song.mp3"), "");
+    }
+    EXPECT_EQ(fs::file_size(useless[0]) + fs::file_size(useless[1]), 0);
+    EXPECT_EQ(fs::file_size(useless[2]), 3000);
+}
+
+TEST_F(Cli, MakesFilesWholeThatAKilledWriteLeft) {
+    for (const char* name : {"damaged.mp3", "aside.m4a", "forgotten.mp3", "lost.aiff"})
+        addSong("song" + fs::path(name).extension().string(), name);
+    prepare();
+    const auto backup = [&](const char* name) { return music() / ("." + std::string(name) + ".backup"); };
+    const auto damage = [&](const char* name) {
+        fs::copy_file(music() / name, backup(name));
+        std::ofstream(music() / name, std::ios::binary) << readFile(backup(name)).substr(0, 3000);
+    };
+    damage("damaged.mp3");
+    fs::rename(music() / "aside.m4a", backup("aside.m4a"));
+    std::ofstream(home() / "rewrites.journal", std::ios::binary)
+        << '+' << (music() / "damaged.mp3").string() << '\0' << '+' << (music() / "aside.m4a").string()
+        << '\0';
+    // As after a power cut: the journal does not know of these.
+    damage("forgotten.mp3");
+    fs::rename(music() / "lost.aiff", backup("lost.aiff"));
+
+    ASSERT_EQ(run({"library", "list"}).status, 0);
+    EXPECT_EQ(readFile(music() / "damaged.mp3"), sample("song.mp3"));
+    EXPECT_EQ(readFile(music() / "aside.m4a"), sample("song.m4a"));
+    ASSERT_EQ(run({"tag", "--yes"}).status, 0);
+    for (const char* name : {"damaged.mp3", "aside.m4a", "forgotten.mp3", "lost.aiff"}) {
+        EXPECT_FALSE(fs::exists(backup(name))) << name;
+        ASSERT_TRUE(fs::exists(music() / name)) << name;
+        EXPECT_NE(genreIn(music() / name), "") << name;
+    }
+    EXPECT_EQ(audioIn(music() / "forgotten.mp3"), audioIn(music() / "damaged.mp3"));
+}
+
+} // namespace
+} // namespace velto::test

@@ -1,0 +1,108 @@
+#include "cli/CliFixture.hpp"
+
+#include <csignal>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+
+namespace velto::test {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+
+/// More than are read before the child stands still, because nobody takes its log lines.
+constexpr int manyFiles = 8000;
+
+std::string inStore(const fs::path& home, const std::string& query) {
+    return runProgram({"/usr/bin/python3", "-c",
+                       "import sqlite3, sys\n"
+                       "for row in sqlite3.connect(sys.argv[1]).execute(sys.argv[2]): print(*row)",
+                       (home / "velto.store").string(), query});
+}
+
+TEST_F(Cli, StopsAScanAndClosesItsRun) {
+    prepare();
+    ASSERT_EQ(run({"library", "add", manySongs(manyFiles).string(), "--no-scan"}).status, 0);
+    RunningProgram scan(command({"scan", "many"}));
+    ASSERT_TRUE(scan.waitFor("[SEQUENTIAL] Processing")) << scan.standardError;
+    scan.signal(SIGINT);
+    EXPECT_EQ(scan.finish(), 130) << scan.standardError;
+    EXPECT_THAT(scan.standardError, HasSubstr("Import failed: Scan was cancelled"));
+
+    EXPECT_THAT(inStore(home(), "SELECT notes FROM ScanRun WHERE finishedAt IS NOT NULL ORDER BY _id"),
+                testing::EndsWith("\nScan failed: The operation was cancelled\n"));
+    EXPECT_EQ(inStore(home(), "SELECT count(*) FROM ScanRun WHERE finishedAt IS NULL"), "0\n");
+    EXPECT_EQ(json({"tracks", "many"}), nlohmann::json::array());
+    EXPECT_EQ(json({"scan", "many"}).at("newCount"), manyFiles);
+}
+
+TEST_F(Cli, EndsAScanThatIsInterruptedTooLateAsIfNothingHadHappened) {
+    prepare();
+    ASSERT_EQ(run({"library", "add", manySongs(manyFiles).string(), "--no-scan"}).status, 0);
+    RunningProgram scan(command({"scan", "many"}));
+    ASSERT_TRUE(scan.waitFor("[DEFERRED] Starting optimized")) << scan.standardError;
+    scan.signal(SIGINT);
+    EXPECT_EQ(scan.finish(), 0) << scan.standardError;
+    EXPECT_EQ(inStore(home(), "SELECT count(*) FROM FileItem"), std::to_string(manyFiles + 1) + "\n");
+}
+
+TEST_F(Cli, SurvivesAFolderThatVanishesWhileItIsScanned) {
+    prepare();
+    const auto many = manySongs(manyFiles);
+    ASSERT_EQ(run({"library", "add", many.string(), "--no-scan"}).status, 0);
+    RunningProgram scan(command({"scan", "many"}));
+    ASSERT_TRUE(scan.waitFor("[SEQUENTIAL] Processing")) << scan.standardError;
+    fs::remove_all(many);
+    EXPECT_EQ(scan.finish(), 0) << scan.standardError;
+    EXPECT_NE(inStore(home(), "SELECT errorCount FROM ScanRun ORDER BY _id DESC LIMIT 1"), "0\n");
+    EXPECT_EQ(run({"scan", "many"}).status, 1);
+}
+
+TEST_F(Cli, LetsFilesBeWrittenAtTheFirstInterruptAndEndsAtTheSecond) {
+    prepare();
+    const std::string before = readFile(music() / "song.mp3");
+    for (const int interrupts : {1, 2}) {
+        startBackend({"--fault", interrupts == 1 ? "slow:300" : "slow:600000"});
+        RunningProgram tagging(command({"tag", "--yes"}));
+        ASSERT_TRUE(tagging.waitFor("[VM] Processing batch 1/1")) << tagging.standardError;
+        tagging.signal(SIGINT);
+        ASSERT_TRUE(tagging.waitFor("Press Ctrl-C again")) << tagging.standardError;
+        if (interrupts == 2) tagging.signal(SIGINT);
+        EXPECT_EQ(tagging.finish(), interrupts == 1 ? 0 : 130);
+        EXPECT_NE(genreIn(music() / "song.mp3"), "");
+    }
+    EXPECT_NE(readFile(music() / "song.mp3"), before);
+    startBackend();
+    EXPECT_EQ(json({"tag", "--yes"}).at("tagged"), 1);
+}
+
+TEST_F(Cli, HasABackendOfItsOwnThatEndsWithItEvenWhenItIsKilled) {
+    // Orphans come to this process, so that their end can be awaited.
+    ASSERT_EQ(::prctl(PR_SET_CHILD_SUBREAPER, 1), 0);
+    RunningProgram first(command({"sign-in"}));
+    ASSERT_TRUE(first.waitFor("token=...):"));
+    const std::string address = "http://127.0.0.1:";
+    const auto at = first.standardError.rfind(address) + address.size();
+    httplib::Client page("127.0.0.1", std::stoi(first.standardError.substr(at)));
+    const auto link = page.Get("/auth/desktop-login?email=own@example.org&format=text");
+    ASSERT_TRUE(link);
+
+    const auto second = run({"library", "list"});
+    EXPECT_EQ(second.status, 1);
+    EXPECT_THAT(second.standardError, HasSubstr("Could not create ModelContainer: The library store " +
+                                                (home() / "velto.store").string() +
+                                                " is in use by another running copy of Velto."));
+
+    const auto children = first.children();
+    ASSERT_EQ(children.size(), 1);
+    first.signal(SIGKILL);
+    EXPECT_EQ(first.finish(), 128 + SIGKILL);
+    EXPECT_EQ(::waitpid(children.front(), nullptr, 0), children.front());
+
+    // Its state is under home: the token of that page still counts.
+    EXPECT_EQ(json({"sign-in", link->body}).at("email"), "own@example.org");
+    EXPECT_EQ(run({"whoami"}).standardOutput, "own@example.org, 1000 credits left\n");
+}
+
+} // namespace
+} // namespace velto::test
