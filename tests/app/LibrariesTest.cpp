@@ -17,10 +17,12 @@ class Libraries : public AppFixture {
         std::filesystem::create_directories(folder / name);
         return folder / name;
     }
+
     LibraryRef add(const std::string& name) {
         runtime.run(viewModel->addLibrary(name, makeFolder(name), "*.mp3", std::nullopt));
         return viewModel->selectedLibrary;
     }
+
     std::vector<std::string> names() {
         std::vector<std::string> found;
         for (const LibraryRef& library : viewModel->libraries.get())
@@ -37,6 +39,7 @@ TEST_F(Libraries, AreRefusedWithTheirReason) {
     add("A");
     EXPECT_EQ(error(), "");
     const auto file = folder.write("file", "x");
+
     const struct {
         std::string name;
         std::filesystem::path path;
@@ -47,6 +50,7 @@ TEST_F(Libraries, AreRefusedWithTheirReason) {
         {"A", makeFolder("other"), LibraryCreationError::Case::duplicateName},
         {"A", makeFolder("A"), LibraryCreationError::Case::duplicateName},
     };
+
     for (const auto& each : cases) {
         try {
             runtime.run(viewModel->addLibrary(each.name, each.path, {}, {}));
@@ -85,10 +89,12 @@ TEST_F(Libraries, AccessIsHeldOnceAndGivenBack) {
 TEST_F(Libraries, AStaleGrantStillOpensAndAMissingFolderTells) {
     signIn();
     const LibraryRef library = add("A");
-    std::filesystem::rename(folder / "A", folder / "old"); // keeps its inode, so that the new folder gets another
+    std::filesystem::rename(folder / "A",
+                            folder / "old"); // keeps its inode, so that the new folder gets another
     makeFolder("A");
     runtime.run(viewModel->restoreAccess(library));
-    EXPECT_TRUE(log.contains("⚠️ [ACCESS] Security bookmark for library 'A' is stale - attempting access anyway"));
+    EXPECT_TRUE(log.contains(
+        "⚠️ [ACCESS] Security bookmark for library 'A' is stale - attempting access anyway"));
     EXPECT_TRUE(log.contains("✅ [ACCESS] Restored access to library 'A'"));
     std::filesystem::remove(folder / "A");
     runtime.run(viewModel->restoreAccess(library));
@@ -127,6 +133,7 @@ class DeletionWithBackend : public Libraries {
         runtime.run(viewModel->loadData());
         viewModel->errorMessage = std::nullopt;
     }
+
     /// From now on nothing can be written.
     void fillDisk() {
         std::signal(SIGXFSZ, SIG_IGN);
@@ -135,6 +142,7 @@ class DeletionWithBackend : public Libraries {
         setrlimit(RLIMIT_FSIZE, &none);
         full = true;
     }
+
     void TearDown() override {
         if (full) setrlimit(RLIMIT_FSIZE, &before);
     }
@@ -156,8 +164,8 @@ TEST_F(DeletionWithBackend, AFailureThereChangesNothingHere) {
 TEST_F(DeletionWithBackend, TracksThatLiveOnGoUpAgain) {
     const LibraryRef other = model::make<Library>("M", "/m", std::nullopt, std::nullopt, true);
     container->mainContext().insert(other);
-    const auto file = model::make<FileItem>("/m/x.mp3", "x.mp3", "x.mp3", "mp3", 1, clock.now(), FileStatus::ready,
-                                            clock.now());
+    const auto file = model::make<FileItem>("/m/x.mp3", "x.mp3", "x.mp3", "mp3", 1, clock.now(),
+                                            FileStatus::ready, clock.now());
     container->mainContext().insert(file);
     file->edit().library = other;
     const TrackRef shared = library->files.front()->track;
@@ -173,7 +181,8 @@ TEST_F(DeletionWithBackend, TracksThatLiveOnGoUpAgain) {
 TEST_F(DeletionWithBackend, ALocalFailureIsRolledBackThere) {
     sync->afterDeletion = [this] { fillDisk(); };
     runtime.run(viewModel->deleteLibrary(library));
-    EXPECT_EQ(error().rfind("Failed to delete library locally, but it has been restored: ", 0), 0U) << error();
+    EXPECT_EQ(error().rfind("Failed to delete library locally, but it has been restored: ", 0), 0U)
+        << error();
     EXPECT_THAT(sync->calls, ElementsAre("deleteLibrary", "syncLibrary", "syncTracks 2"));
     EXPECT_THAT(names(), ElementsAre("L"));
     ASSERT_EQ(library->files.size(), 2U);
@@ -184,8 +193,9 @@ TEST_F(DeletionWithBackend, WhenTheRollbackFailsTooTheUserIsTold) {
     sync->failsToRestore = true;
     sync->afterDeletion = [this] { fillDisk(); };
     runtime.run(viewModel->deleteLibrary(library));
-    EXPECT_EQ(error(), "Critical: Library deletion failed. Backend deleted 7 tracks but local copy remains. Please "
-                       "contact support.");
+    EXPECT_EQ(error(),
+              "Critical: Library deletion failed. Backend deleted 7 tracks but local copy remains. Please "
+              "contact support.");
 }
 
 TEST_F(Libraries, SignOutClearsTheStoreAndKeepsTheGrants) {
@@ -204,8 +214,8 @@ class Scans : public Libraries {
   protected:
     void makeSong(const std::string& path) {
         std::filesystem::create_directories((folder / path).parent_path());
-        runProgram({"ffmpeg", "-v", "error", "-f", "lavfi", "-i", "sine=duration=0.3", "-metadata", "artist=A",
-                    "-metadata", "title=" + path, (folder / path).string()});
+        runProgram({"ffmpeg", "-v", "error", "-f", "lavfi", "-i", "sine=duration=0.3", "-metadata",
+                    "artist=A", "-metadata", "title=" + path, (folder / path).string()});
     }
 };
 
@@ -245,10 +255,15 @@ TEST(UserSessionTest, InitialsComeFromNameThenAddress) {
         std::optional<std::string> name, email;
         std::string expected;
     } cases[] = {
-        {"ann bee cee", "x@y", "AB"}, {"ann", "x@y", "A"},   {"élan  vital", "x@y", "ÉV"},
-        {"", "x@y", "X"},             {{}, "x@y", "X"},      {{}, "", "U"},
+        {"ann bee cee", "x@y", "AB"},
+        {"ann", "x@y", "A"},
+        {"élan  vital", "x@y", "ÉV"},
+        {"", "x@y", "X"},
+        {{}, "x@y", "X"},
+        {{}, "", "U"},
         {"  ", {}, "U"},
     };
+
     for (const auto& each : cases) {
         UserSession session;
         session.name = each.name;

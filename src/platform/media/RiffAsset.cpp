@@ -105,7 +105,7 @@ std::optional<double> plainDuration(std::string_view format) {
     const auto exponent = static_cast<int>(bigEndian(format, 8, 2));
     const double rate = std::ldexp(static_cast<double>(bigEndian(format, 10, 8)), exponent - 16383 - 63);
     if (rate < 1'000 || rate > 1'000'000) return std::nullopt;
-    return seconds(frames, static_cast<int>(rate + 0.5));
+    return seconds(frames, static_cast<int>(std::lround(rate)));
 }
 
 /// Seconds by a "fmt " chunk of plain samples; absent for anything compressed.

@@ -52,7 +52,8 @@ void ModelContext::adopt(Object& object) {
 void ModelContext::remove(const Ref<Object>& object) {
     load();
     if (object->context() != this) return;
-    const Ref<Object> held = object; // the caller's handle may be one that goes with the removal
+    // The caller's handle may be one that goes with the removal.
+    const Ref<Object> held = object; // NOLINT(performance-unnecessary-copy-initialization)
     state_->remove(const_cast<Object&>(*held));
 }
 

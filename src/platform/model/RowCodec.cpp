@@ -132,8 +132,9 @@ bool decodeAttribute(const AttributeDescription& attribute, Object& object, cons
     }
     case AttributeKind::textList: {
         auto list = isText ? listFromText(row.text(column)) : std::nullopt;
-        if (list) assign(attribute, object, *std::move(list));
-        return list.has_value();
+        if (!list) return false;
+        assign(attribute, object, *std::move(list));
+        return true;
     }
     case AttributeKind::enumeration:
         return isText && attribute.assignRawValue(object, row.text(column));

@@ -34,7 +34,8 @@ Distance distance(Date date, Date now) {
     const double seconds = std::abs(Seconds(date - now).count());
     const int months = past ? wholeMonths(date, now) : wholeMonths(now, date);
     const auto whole = [&](double secondsAUnit) { return sign * std::floor(seconds / secondsAUnit); };
-    if (months >= 12) return {sign * (months / 12), UDAT_REL_UNIT_YEAR};
+    const int years = months / 12;
+    if (years >= 1) return {sign * years, UDAT_REL_UNIT_YEAR};
     if (months >= 1) return {sign * months, UDAT_REL_UNIT_MONTH};
     if (seconds >= 7 * 86'400) return {whole(7 * 86'400), UDAT_REL_UNIT_WEEK};
     if (seconds >= 86'400) return {whole(86'400), UDAT_REL_UNIT_DAY};
