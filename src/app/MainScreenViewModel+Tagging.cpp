@@ -83,7 +83,8 @@ Task<TaggingSummary> MainScreenViewModel::tagTracks(std::vector<TrackRef> select
     co_await runBatches(run);
 
     const TaggingState& state = run->state;
-    const TaggingSummary summary{state.totalTagged, state.totalCredits, state.allErrors};
+    const TaggingSummary summary{state.totalTagged, state.totalCredits, state.allErrors,
+                                 state.unwrittenFiles};
     tracksBeingTagged = std::set<model::PersistentIdentifier>{};
     if (state.globalRetryAfter && !state.allErrors.empty())
         log::line("⏱️ [VM] Rate limiting detected. Server requests {:.1f}s delay before retry",
@@ -220,7 +221,7 @@ Task<void> MainScreenViewModel::tagBatch(std::shared_ptr<TaggingRun> run, std::s
             log::line("⚠️ [VM] Warning: Received tags for unknown track ID: {}", tags.id);
             continue;
         }
-        co_await applyTags(found->second, tags);
+        co_await applyTags(run, found->second, tags);
         ++state.totalTagged;
         state.taggingProgress = TaggingProgress{run->totalTracks, state.totalTagged, run->startTime};
         taggingProgress = state.taggingProgress;
@@ -234,7 +235,7 @@ Task<void> MainScreenViewModel::tagBatch(std::shared_ptr<TaggingRun> run, std::s
     }
 }
 
-Task<void> MainScreenViewModel::applyTags(TrackRef track, TrackTags tags) {
+Task<void> MainScreenViewModel::applyTags(std::shared_ptr<TaggingRun> run, TrackRef track, TrackTags tags) {
     const std::string text = genreText(tags);
     TrackFields& fields = track->edit();
     fields.genre = text;
@@ -249,6 +250,7 @@ Task<void> MainScreenViewModel::applyTags(TrackRef track, TrackTags tags) {
         try {
             co_await metadataWriter->writeGenreTags(genres, path, false);
         } catch (const std::exception& error) {
+            ++run->state.unwrittenFiles;
             log::line("⚠️ [VM] Failed to write genre to file {}: {}", filename, describe(error));
             log::line("⚠️ [VM] Error type: {}", typeName(error));
             log::line("⚠️ [VM] File path: {}", path);

@@ -176,7 +176,7 @@ class MainScreenViewModel final : public std::enable_shared_from_this<MainScreen
     static Task<void> runBatch(std::shared_ptr<MainScreenViewModel> self, std::shared_ptr<TaggingRun> run,
                                std::size_t index);
     Task<void> tagBatch(std::shared_ptr<TaggingRun> run, std::size_t index);
-    Task<void> applyTags(TrackRef track, TrackTags tags);
+    Task<void> applyTags(std::shared_ptr<TaggingRun> run, TrackRef track, TrackTags tags);
     void releaseBatch(const TaggingBatch& batch);
     void batchFailed(TaggingState& state, std::size_t number, const std::exception& error);
 

@@ -24,6 +24,7 @@ struct TaggingState {
     std::int64_t totalTagged = 0;
     std::int64_t totalCredits = 0;
     std::vector<std::string> allErrors;
+    std::int64_t unwrittenFiles = 0;
     std::optional<TaggingProgress> taggingProgress;
     std::optional<std::int64_t> globalRetryAfter; ///< milliseconds: the largest that the server asked for
 
@@ -37,6 +38,7 @@ struct TaggingSummary {
     std::int64_t tagged = 0;
     std::int64_t credits = 0;
     std::vector<std::string> errors;
+    std::int64_t unwrittenFiles = 0; ///< files whose genre could not be written; their tracks count as tagged
 };
 
 } // namespace velto

@@ -57,9 +57,11 @@ Task<Output> tag(Context& context) {
         message = summary.errors.empty() ? "No tracks were tagged"
                                          : fmt::format("{}", fmt::join(summary.errors, "\n"));
     co_await viewModel->backgroundWorkFinished();
-    if (viewModel->errorMessage.get() && viewModel->errorMessage.get() != message &&
-        message.has_value() == false)
-        context.terminal.say(*viewModel->errorMessage.get());
+    if (!message && viewModel->errorMessage.get()) context.terminal.say(*viewModel->errorMessage.get());
+    if (summary.unwrittenFiles > 0)
+        context.terminal.say("The genre could not be written to " +
+                             plural(static_cast<std::size_t>(summary.unwrittenFiles), "file") +
+                             "; the log says to which and why.");
     Output output;
     output.json = {{"tagged", summary.tagged},
                    {"credits", summary.credits},

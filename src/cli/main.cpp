@@ -7,6 +7,7 @@
 #include <asio/signal_set.hpp>
 #include <asio/thread_pool.hpp>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -103,6 +104,9 @@ class Program {
             terminal_.endProgress();
             const bool written =
                 std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
+            // Whoever reads only the first lines of a pipe needs no message.
+            if (!written && errno != EPIPE)
+                terminal_.say(describe(SystemError(errno, "Cannot write", "standard output")));
             if (output.failure) terminal_.say(*output.failure);
             code = output.failure || !written ? failed : done;
         } catch (const CommandCancelled& error) {

@@ -170,6 +170,7 @@ TEST_F(Tagging, AFileThatCannotBeWrittenDoesNotUndoTheTags) {
     writer->failingName = "0.mp3";
     const auto summary = tag(2);
     EXPECT_EQ(summary.tagged, 2);
+    EXPECT_EQ(summary.unwrittenFiles, 1);
     EXPECT_TRUE(library->files.front()->track->lastTagged);
     EXPECT_EQ(writer->written.size(), 1U);
     EXPECT_TRUE(

@@ -62,6 +62,15 @@ TEST_F(Cli, TellsWrongUsageFromAFailureAndFromHelp) {
     }
 }
 
+TEST_F(Cli, FailsWhereItsOutputCannotBeWritten) {
+    Arguments all{"/bin/sh", "-c", R"("$0" "$@" >/dev/full)"};
+    for (const auto& word : command({"--quiet", "--json", "library", "list"}))
+        all.push_back(word);
+    const auto output = files::runProcess(all);
+    EXPECT_EQ(output.status, 1);
+    EXPECT_EQ(output.standardError, "Cannot write standard output: No space left on device\n");
+}
+
 TEST_F(Cli, TagsAFolderOfMusicAndClearsItAgain) {
     const auto mp3 = addSong("song.mp3", "a.mp3");
     const auto m4a = addSong("song.m4a", "sub/b.m4a");
