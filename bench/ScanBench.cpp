@@ -1,7 +1,11 @@
 // What a scan costs beside the least that the same work can cost: `scan_bench FOLDER` walks the folder with a
-// bare loop and with the scanner, each in a process of its own, and prints times, ratios and peak memory.
+// bare loop and with the scanner, each in a process of its own. `scan_bench FOLDER scan` scans it once, for a
+// profiler.
+
+#include "Measure.hpp"
 
 #include "platform/files/ChildProcess.hpp"
+#include "platform/files/Descriptor.hpp"
 #include "platform/log/Log.hpp"
 #include "scanning/ConcurrentScanner.hpp"
 #include "scanning/FileFinder.hpp"
@@ -13,91 +17,23 @@
 #include "support/TemporaryFolder.hpp"
 #include "support/TestRuntime.hpp"
 
+#include <fcntl.h>
 #include <fileref.h>
 #include <fmt/format.h>
 #include <sqlite3.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
 #include <tag.h>
 #include <unistd.h>
 
-#include <chrono>
-#include <cstdio>
+#include <algorithm>
 #include <filesystem>
-#include <functional>
+#include <fstream>
 #include <stdexcept>
 
 namespace {
 
 using namespace velto;
+using namespace velto::bench;
 namespace fs = std::filesystem;
-
-double seconds(const std::function<void()>& work) {
-    const auto start = std::chrono::steady_clock::now();
-    work();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
-struct Outcome {
-    double seconds = 0;
-    double cpuSeconds = 0; ///< of the process and its children: what a busy machine does not distort
-    long files = 0;
-    long peakKilobytes = 0;
-};
-
-double cpuSeconds(int who) {
-    struct ::rusage usage {};
-
-    ::getrusage(who, &usage);
-    const auto value = [](const timeval& time) {
-        return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
-    };
-    return value(usage.ru_utime) + value(usage.ru_stime);
-}
-
-double cpuSeconds() {
-    return cpuSeconds(RUSAGE_SELF) + cpuSeconds(RUSAGE_CHILDREN);
-}
-
-void measure(Outcome& outcome, const std::function<void()>& work) {
-    const double before = cpuSeconds();
-    outcome.seconds = seconds(work);
-    outcome.cpuSeconds = cpuSeconds() - before;
-}
-
-/// Repeats a short piece of work and keeps the best.
-void measureBest(Outcome& outcome, const std::function<void()>& work) {
-    Outcome once;
-    for (int i = 0; i < 7; ++i) {
-        measure(once, work);
-        if (i == 0 || once.seconds < outcome.seconds) outcome.seconds = once.seconds;
-        if (i == 0 || once.cpuSeconds < outcome.cpuSeconds) outcome.cpuSeconds = once.cpuSeconds;
-    }
-}
-
-/// Runs `measurement` in a child process, so that each has its own peak memory.
-Outcome inChild(const std::function<Outcome()>& measurement) {
-    int ends[2];
-    if (::pipe(ends) != 0) throw std::runtime_error("no pipe");
-    if (::fork() == 0) {
-        Outcome outcome = measurement();
-
-        struct ::rusage usage {};
-
-        ::getrusage(RUSAGE_SELF, &usage);
-        outcome.peakKilobytes = usage.ru_maxrss;
-        const bool isWritten = ::write(ends[1], &outcome, sizeof outcome) == sizeof outcome;
-        log::flush();
-        ::_exit(isWritten ? 0 : 1);
-    }
-    ::close(ends[1]);
-    Outcome outcome;
-    const bool isRead = ::read(ends[0], &outcome, sizeof outcome) == sizeof outcome;
-    ::close(ends[0]);
-    ::wait(nullptr);
-    if (!isRead) throw std::runtime_error("a measurement failed");
-    return outcome;
-}
 
 void exec(sqlite3* database, const char* sql) {
     if (sqlite3_exec(database, sql, nullptr, nullptr, nullptr) != SQLITE_OK)
@@ -124,9 +60,9 @@ void insertSong(sqlite3_stmt* insert, const fs::path& path) {
     sqlite3_clear_bindings(insert);
 }
 
-Outcome bareLoop(const fs::path& root, const fs::path& store) {
-    Outcome outcome;
-    measure(outcome, [&] {
+Cost bareLoop(const fs::path& root, const fs::path& store) {
+    fs::remove(store);
+    return costOf([&] {
         sqlite3* database = nullptr;
         sqlite3_open(store.c_str(), &database);
         exec(database,
@@ -135,16 +71,12 @@ Outcome bareLoop(const fs::path& root, const fs::path& store) {
              "BEGIN");
         sqlite3_stmt* insert = nullptr;
         sqlite3_prepare_v2(database, "INSERT INTO songs VALUES(?,?,?,?,?,?)", -1, &insert, nullptr);
-        for (const auto& entry : fs::recursive_directory_iterator(root)) {
-            if (!entry.is_regular_file()) continue;
-            insertSong(insert, entry.path());
-            ++outcome.files;
-        }
+        for (const auto& entry : fs::recursive_directory_iterator(root))
+            if (entry.is_regular_file()) insertSong(insert, entry.path());
         exec(database, "COMMIT");
         sqlite3_finalize(insert);
         sqlite3_close(database);
     });
-    return outcome;
 }
 
 class NoReporter final : public CrashReporter {
@@ -188,47 +120,39 @@ struct Bench {
     std::unique_ptr<ConcurrentScanner> scanner;
 };
 
-Outcome scan(const fs::path& root, const fs::path& store) {
+/// Into the store of that folder: the first time is a scan, the second a rescan.
+Cost scan(const fs::path& root, const fs::path& store) {
     Bench bench(store);
     const LibraryRef library = bench.library(root);
-    Outcome outcome;
     ScanRunRef run;
-    measure(outcome, [&] { run = bench.runtime.run(bench.scanner->scanLibrary(library)); });
-    outcome.files = static_cast<long>(run->totalSeen);
-    return outcome;
+    Cost cost = costOf([&] { run = bench.runtime.run(bench.scanner->scanLibrary(library)); });
+    cost.count = static_cast<double>(run->totalSeen);
+    return cost;
 }
 
-Outcome check(const fs::path& root, const fs::path& store) {
+Cost check(const fs::path& root, const fs::path& store) {
     Bench bench(store);
     const LibraryRef library = bench.library(root);
     bench.container->mainContext().load();
-    Outcome outcome;
-    measureBest(outcome, [&] {
-        outcome.files =
-            static_cast<long>(bench.runtime.run(bench.scanner->findUnindexedFiles(library)).size());
+    return cheapestOf(5, [&] {
+        if (!bench.runtime.run(bench.scanner->findUnindexedFiles(library)).empty())
+            throw std::runtime_error("the library is not as it was scanned");
     });
-    return outcome;
 }
 
-Outcome bareFind(const fs::path& root) {
+Cost bareFind(const fs::path& root) {
     std::vector<std::string> arguments = findArguments({root.string(), std::nullopt, std::nullopt});
     arguments.emplace(arguments.begin(), "/usr/bin/find");
-    Outcome outcome;
-    measureBest(outcome, [&] {
-        const auto output = files::runProcess(arguments);
-        outcome.files = static_cast<long>(output.standardOutput.size());
-    });
-    return outcome;
+    return cheapestOf(5, [&] { static_cast<void>(files::runProcess(arguments)); });
 }
 
-Outcome signatures() {
+Cost signatures() {
     constexpr long pairs = 500'000;
     FileSystemInfo info;
     info.relPath = "Some Artist/An Album of Theirs/01 Some Artist - The Title of a Song.mp3";
     const SHA256SignatureGenerator generator;
     std::size_t sum = 0;
-    Outcome outcome{.files = 2 * pairs};
-    measure(outcome, [&] {
+    Cost cost = costOf([&] {
         for (long i = 0; i < pairs; ++i) {
             info.sizeBytes = i;
             sum += generator.quickSig(info).size();
@@ -238,37 +162,85 @@ Outcome signatures() {
         }
     });
     if (sum == 0) throw std::runtime_error("no signatures");
-    return outcome;
+    cost.count = 2 * pairs;
+    return cost;
 }
 
-void print(const char* name, const Outcome& outcome, const Outcome& floor) {
-    fmt::print("{:<28} {:>9.1f} ms {:>6.2f}x {:>9.1f} ms cpu {:>6.2f}x {:>8} {:>8.1f} MB\n", name,
-               outcome.seconds * 1'000, outcome.seconds / floor.seconds, outcome.cpuSeconds * 1'000,
-               outcome.cpuSeconds / floor.cpuSeconds, outcome.files,
-               static_cast<double>(outcome.peakKilobytes) / 1'024);
-    std::fflush(stdout);
+void measureWarm(const fs::path& root) {
+    constexpr int rounds = 7;
+    const test::TemporaryFolder bareStore;
+    static_cast<void>(inChild([&] { return bareLoop(root, bareStore / "songs"); })); // the cache, for both
+    Series bare;
+    Series scans;
+    Series rescans;
+    Series finds;
+    Series checks;
+    for (int i = 0; i < rounds; ++i) {
+        const test::TemporaryFolder store;
+        bare.push_back(inChild([&] { return bareLoop(root, bareStore / "songs"); }));
+        scans.push_back(inChild([&] { return scan(root, store.path()); }));
+        rescans.push_back(inChild([&] { return scan(root, store.path()); }));
+        finds.push_back(inChild([&] { return bareFind(root); }));
+        checks.push_back(inChild([&] { return check(root, store.path()); }));
+    }
+    const auto files = static_cast<std::size_t>(scans.front().count);
+    report(fmt::format("scan of {} files, warm cache; floor: bare TagLib + SQLite loop", files), scans, bare,
+           1.3);
+    report(fmt::format("rescan of {} files, nothing changed; same floor", files), rescans, bare, 1.15);
+    report(fmt::format("check of {} files, nothing changed; floor: bare find", files), checks, finds, 2.0);
+    const auto larger = [](const Cost& a, const Cost& b) { return a.peakBytes < b.peakBytes; };
+    report("peak memory of the scan", std::max_element(scans.begin(), scans.end(), larger)->peakBytes / 1e6,
+           Hold::atMost, 60 + 0.003 * static_cast<double>(files), "MB");
+}
+
+/// Makes the kernel forget everything that it holds of the disk; without the right to, the files' content
+/// alone.
+const char* makeCold(const fs::path& root) {
+    ::sync();
+    if (std::ofstream drop("/proc/sys/vm/drop_caches"); drop && drop << 3 && drop.flush())
+        return "all caches dropped";
+    for (const auto& entry : fs::recursive_directory_iterator(root)) {
+        if (!entry.is_regular_file()) continue;
+        const files::Descriptor file(::open(entry.path().c_str(), O_RDONLY | O_CLOEXEC));
+        ::posix_fadvise(file.get(), 0, 0, POSIX_FADV_DONTNEED);
+    }
+    return "file contents dropped";
+}
+
+void measureCold(const fs::path& root) {
+    constexpr int rounds = 5;
+    const test::TemporaryFolder bareStore;
+    Series bare;
+    Series scans;
+    const char* how = "";
+    for (int i = 0; i < rounds; ++i) {
+        const test::TemporaryFolder store;
+        how = makeCold(root);
+        bare.push_back(inChild([&] { return bareLoop(root, bareStore / "songs"); }));
+        how = makeCold(root);
+        scans.push_back(inChild([&] { return scan(root, store.path()); }));
+    }
+    report(fmt::format("scan, cold cache ({}); floor: bare loop, as cold", how), scans, bare, 1.0);
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 2) {
-        fmt::print(stderr, "usage: scan_bench FOLDER\n");
+    if (argc != 2 && !(argc == 3 && argv[2] == std::string("scan"))) {
+        fmt::print(stderr, "usage: scan_bench FOLDER [scan]\n");
         return 2;
     }
     const fs::path root = fs::canonical(argv[1]);
-    const test::TemporaryFolder store;
-    const auto bare = [&](const char* name) { return inChild([&] { return bareLoop(root, store / name); }); };
-    bare("warm-up"); // the cache, for both
-    const Outcome loop = bare("bare"), scanned = inChild([&] { return scan(root, store.path()); });
-    const Outcome rescanned = inChild([&] { return scan(root, store.path()); });
-    print("bare loop", loop, loop);
-    print("scan", scanned, loop);
-    print("rescan, unchanged", rescanned, loop);
-    const Outcome find = inChild([&] { return bareFind(root); });
-    print("bare find (files: bytes)", find, find);
-    print("check (files: missing)", inChild([&] { return check(root, store.path()); }), find);
-    const Outcome signed_ = inChild(signatures);
-    fmt::print("quickSig and canonicalSig: {:.0f} a second of cpu\n",
-               static_cast<double>(signed_.files) / signed_.cpuSeconds);
+    if (argc == 3) {
+        const test::TemporaryFolder store;
+        const Cost cost = scan(root, store.path());
+        fmt::print("{:.1f} ms, {:.1f} ms of cpu\n", cost.seconds * 1e3, cost.cpuSeconds * 1e3);
+        const Cost again = scan(root, store.path());
+        fmt::print("{:.1f} ms, {:.1f} ms of cpu\n", again.seconds * 1e3, again.cpuSeconds * 1e3);
+        return 0;
+    }
+    measureWarm(root);
+    measureCold(root);
+    const Cost cost = inChild(signatures);
+    report("quickSig and canonicalSig", cost.count / cost.cpuSeconds, Hold::atLeast, 1e6, "a second");
 }

@@ -1,9 +1,9 @@
 // What the store costs against bare SQLite doing the same rows: opening and listing, inserting, look-ups
-// inside a scan, signatures. Prints one line a measure with its ratio.
+// inside a scan.
 
+#include "Measure.hpp"
 #include "platform/log/Log.hpp"
 #include "store/BatchRepositories.hpp"
-#include "store/CanonicalSignature.hpp"
 
 #include <asio/co_spawn.hpp>
 #include <asio/io_context.hpp>
@@ -13,25 +13,13 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
-#include <functional>
 #include <memory>
+#include <stdexcept>
 
 namespace {
 
 using namespace velto;
-
-double secondsOf(const std::function<void()>& work) {
-    const auto start = std::chrono::steady_clock::now();
-    work();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
-double bestOf(int rounds, const std::function<void()>& work) {
-    double best = secondsOf(work);
-    for (int i = 1; i < rounds; ++i)
-        best = std::min(best, secondsOf(work));
-    return best;
-}
+using namespace velto::bench;
 
 void run(Task<void> task) {
     asio::io_context context;
@@ -233,66 +221,85 @@ void bareInsert(const std::filesystem::path& from, const std::filesystem::path& 
     sqlite3_close(connection);
 }
 
-void report(const std::string& what, double ours, double floor) {
-    fmt::print("{:<58} {:>9.3f} ms  floor {:>9.3f} ms  ratio {:.2f}\n", what, ours * 1e3, floor * 1e3,
-               ours / floor);
-}
-
 void measureListing(const std::filesystem::path& store) {
-    std::size_t seen = 0;
-    const double ours = bestOf(3, [&] {
-        const auto container = open(store);
-        for (const auto& file : library(container->mainContext())->files)
-            seen += file->track ? 1 : 0;
-    });
-    const double floor = bestOf(3, [&] { seen += bareRead(store); });
-    report("open and list 100,000 tracks and files", ours, floor);
+    constexpr int rounds = 7;
+    Series ours;
+    Series floor;
+    for (int i = 0; i < rounds; ++i) {
+        floor.push_back(inChild([&] { return costOf([&] { static_cast<void>(bareRead(store)); }); }));
+        ours.push_back(inChild([&] {
+            std::unique_ptr<model::ModelContainer> container;
+            std::size_t seen = 0;
+            const Cost cost = costOf([&] {
+                container = open(store);
+                for (const auto& file : library(container->mainContext())->files)
+                    seen += file->track ? 1 : 0;
+            });
+            if (seen != 100'000) throw std::runtime_error("the store does not hold what was put into it");
+            return cost;
+        }));
+    }
+    report("open a store of 100000 tracks and files and list it; floor: bare SQLite read", ours, floor, 4.0);
 }
 
 void measureInserts(const std::filesystem::path& folder) {
-    double ignored = 0;
-    double memory = 0;
-    double ours = 1e9;
-    for (int i = 0; i < 3; ++i) {
+    constexpr int rounds = 5;
+    Series ours;
+    Series floor;
+    for (int i = 0; i < rounds; ++i) {
         const auto store = folder / fmt::format("insert{}.store", i);
-        const auto container = open(store);
-        auto& context = container->mainContext();
-        memory = secondsOf([&] { run(scan(&context, library(context), 0, 10'000, &ignored, &ignored)); });
-        ours = std::min(ours, secondsOf([&] { context.save(); }));
+        ours.push_back(inChild([&] {
+            const auto container = open(store);
+            auto& context = container->mainContext();
+            double ignored = 0;
+            run(scan(&context, library(context), 0, 10'000, &ignored, &ignored));
+            return costOf([&] { context.save(); });
+        }));
+        floor.push_back(inChild([&] { return costOf([&] { bareInsert(store, folder / "bare.store"); }); }));
     }
-    const double floor = bestOf(3, [&] { bareInsert(folder / "insert0.store", folder / "bare.store"); });
-    report("save 10,000 new files and tracks", ours, floor);
-    fmt::print("{:<58} {:>9.3f} ms\n", "  the batch repositories' work on them before the save",
-               memory * 1e3);
+    report("save 10000 new files and tracks; floor: the same rows by bare SQLite", ours, floor);
+}
+
+/// The time of 5,000 calls inside a scan that comes to a library of `count` files.
+struct Calls {
+    Cost ensureFile;
+    Cost upsertTrack;
+};
+
+Calls calls(const std::filesystem::path& store, int count) {
+    const auto container = open(store);
+    auto& context = container->mainContext();
+    double ignored = 0;
+    if (context.fetch<Track>().empty()) run(scan(&context, library(context), 0, count, &ignored, &ignored));
+    Calls times;
+    run(scan(&context, library(context), count, 5'000, &times.ensureFile.seconds,
+             &times.upsertTrack.seconds));
+    // Each call is timed by itself; it never waits, so that its time is CPU time.
+    times.ensureFile.cpuSeconds = times.ensureFile.seconds;
+    times.upsertTrack.cpuSeconds = times.upsertTrack.seconds;
+    return times;
 }
 
 void measureLookUps(const std::filesystem::path& folder, const std::filesystem::path& large) {
-    std::array<std::array<double, 2>, 2> times{};
-    for (const int count : {1'000, 100'000}) {
-        const auto store = count == 1'000 ? folder / "small.store" : large;
-        const auto container = open(store);
-        auto& context = container->mainContext();
-        double ignored = 0;
-        if (count == 1'000) run(scan(&context, library(context), 0, count, &ignored, &ignored));
-        auto& time = times[count == 1'000 ? 0 : 1];
-        run(scan(&context, library(context), count, 5'000, &time.front(), &time.back()));
+    constexpr int rounds = 5;
+    Series ensureSmall;
+    Series ensureLarge;
+    Series upsertSmall;
+    Series upsertLarge;
+    for (int i = 0; i < rounds; ++i) {
+        // Nothing is saved: every round finds the stores as they were.
+        const Calls small = calls(folder / "small.store", 1'000);
+        const Calls big = calls(large, 100'000);
+        ensureSmall.push_back(small.ensureFile);
+        ensureLarge.push_back(big.ensureFile);
+        upsertSmall.push_back(small.upsertTrack);
+        upsertLarge.push_back(big.upsertTrack);
     }
-    report("ensureFile x5000 at 100,000 files, floor: at 1,000", times[1][0], times[0][0]);
-    report("upsertTrack x5000 at 100,000 tracks, floor: at 1,000", times[1][1], times[0][1]);
-}
-
-void measureSignatures() {
-    std::size_t bytes = 0;
-    std::vector<TrackMetadata> songs;
-    for (int i = 0; i < 1000; ++i)
-        songs.push_back(metadata(i));
-    const double time = bestOf(3, [&] {
-        for (int i = 0; i < 1'000'000; ++i) {
-            const auto& song = songs[static_cast<std::size_t>(i % 1000)];
-            bytes += canonicalSig(song.artist, song.title, song.album, song.durationSec).size();
-        }
-    });
-    fmt::print("{:<58} {:>9.0f} a second ({} bytes)\n", "canonicalSig", 1e6 / time, bytes);
+    // "Constant" leaves room for what no longer fits the processor's caches; anything linear would be 100
+    // times.
+    constexpr double constant = 2.0;
+    report("5000 calls of ensureFile at 100000 files; floor: at 1000", ensureLarge, ensureSmall, constant);
+    report("5000 calls of upsertTrack at 100000 tracks; floor: at 1000", upsertLarge, upsertSmall, constant);
 }
 
 } // namespace
@@ -302,17 +309,17 @@ int main() {
     if (::mkdtemp(pattern.data()) == nullptr) return 1;
     const std::filesystem::path folder = pattern;
     const auto large = folder / "large.store";
-    {
+    static_cast<void>(inChild([&] {
         const auto container = open(large);
         auto& context = container->mainContext();
         double ignored = 0;
         run(scan(&context, library(context), 0, 100'000, &ignored, &ignored));
         context.save();
-    }
+        return Cost();
+    }));
     measureListing(large);
     measureInserts(folder);
     measureLookUps(folder, large);
-    measureSignatures();
     std::filesystem::remove_all(folder);
     return 0;
 }

@@ -1,21 +1,46 @@
+// What writing genres into many files costs beside a bare loop that rewrites them and proves nothing:
+// `tagwriting_bench FOLDER [PART]`, where FOLDER holds song.mp3, long.mp3, song.m4a and song.aiff; with PART
+// only the measures whose name holds it.
+
+#include "Measure.hpp"
+#include "platform/files/Descriptor.hpp"
 #include "support/TemporaryFolder.hpp"
 #include "support/TestRuntime.hpp"
 #include "tagwriting/MetadataWriter.hpp"
 
-#include <benchmark/benchmark.h>
-
 #include <fcntl.h>
+#include <fileref.h>
+#include <fmt/format.h>
+#include <sys/syscall.h>
+#include <tag.h>
 #include <unistd.h>
 
-#include <fstream>
+#include <cstdlib>
+#include <filesystem>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace {
 
-using namespace velto;
+bool skipsSyncs = false;
+std::string part; ///< of the names of the measures to run
 
-constexpr int fileCount = 1000;
+} // namespace
+
+/// Stands in front of the C library's, so that the same writer can be timed without its syncs.
+extern "C" int fsync(int descriptor) {
+    return skipsSyncs ? 0 : static_cast<int>(::syscall(SYS_fsync, descriptor));
+}
+
+namespace {
+
+using namespace velto;
+using namespace velto::bench;
+namespace fs = std::filesystem;
+using files::Descriptor;
+
+constexpr const char* genre = "Deep House - House - 1990s";
 
 class NoReporter final : public CrashReporter {
   public:
@@ -26,112 +51,154 @@ class NoReporter final : public CrashReporter {
     void setUserID(const std::optional<std::string>&) override {}
 };
 
-std::string fileName(int index) {
-    return "song" + std::to_string(index) + ".mp3";
-}
-
-/// Songs of `kilobytes` each, with a small version 2.3 tag and no padding, as encoders leave them; on the
-/// disk.
-void makeSongs(const test::TemporaryFolder& folder, std::int64_t kilobytes) {
-    const std::string tag("ID3\x03\0\0\0\0\0\x10TIT2\0\0\0\x06\0\0\0Title", 26);
-    std::string song = tag + "\xFF\xFB";
-    while (song.size() < static_cast<std::size_t>(kilobytes) << 10)
-        song += static_cast<char>(song.size() * 31 ^ song.size() >> 8);
-    for (int index = 0; index < fileCount; ++index)
-        folder.write(fileName(index), song);
+/// Copies of one song under their own names, on the disk.
+std::vector<fs::path> makeSongs(const fs::path& folder, const fs::path& song, int count) {
+    std::vector<fs::path> songs;
+    for (int i = 0; i < count; ++i) {
+        songs.push_back(folder / fmt::format("song{}{}", i, song.extension().string()));
+        fs::copy_file(song, songs.back());
+    }
     ::sync();
+    return songs;
 }
 
-void copyContent(int from, int to) {
-    while (::copy_file_range(from, nullptr, to, nullptr, 1 << 30, 0) > 0) {
+Descriptor openFor(const fs::path& file, int flags) {
+    Descriptor descriptor(::open(file.c_str(), flags | O_CLOEXEC, 0600));
+    if (!descriptor) throw std::runtime_error("cannot open " + file.string());
+    return descriptor;
+}
+
+void copyInKernel(const fs::path& from, const fs::path& to) {
+    const Descriptor source = openFor(from, O_RDONLY);
+    const Descriptor copy = openFor(to, O_WRONLY | O_CREAT | O_EXCL);
+    while (::copy_file_range(source.get(), nullptr, copy.get(), nullptr, 1 << 30, 0) > 0) {
     }
 }
 
-/// The floor: copies the backup, rewrites the file with a tag in front, syncs it, unlinks the backup. Proves
-/// nothing and survives nothing.
-void bareLoop(const test::TemporaryFolder& folder) {
-    const std::string tag("ID3\x03\0\0\0\0\x0F\x76", 10);
-    for (int index = 0; index < fileCount; ++index) {
-        const std::string file = (folder / fileName(index)).string();
-        const std::string backup = (folder / ("." + fileName(index) + ".backup")).string();
-        const int source = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
-        const int copy = ::open(backup.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-        copyContent(source, copy);
-        ::close(copy);
-        ::close(source);
-        const std::string content = tag + std::string(2038, '\0') + test::readFile(file).substr(26);
-        const int target = ::open(file.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
-        benchmark::DoNotOptimize(::write(target, content.data(), content.size()));
-        ::fsync(target);
-        ::close(target);
-        ::unlink(backup.c_str());
+/// Copies the backup, writes the file anew behind a tag of 2 KiB, syncs it, unlinks the backup.
+void bareMp3(const fs::path& file) {
+    const fs::path backup = file.parent_path() / ("." + file.filename().string() + ".backup");
+    copyInKernel(file, backup);
+    const Descriptor source = openFor(backup, O_RDONLY);
+    std::string tag("ID3\x03\0\0\0\0\x0F\x76", 10);
+    if (::pread(source.get(), tag.data(), 10, 0) != 10) throw std::runtime_error("cannot read");
+    off_t sound = 10;
+    for (int i = 6; i < 10; ++i)
+        sound += static_cast<off_t>(tag[static_cast<std::size_t>(i)]) << (7 * (9 - i));
+    tag = std::string("ID3\x03\0\0\0\0\x0F\x76", 10) + std::string(2038, '\0');
+    const Descriptor target = openFor(file, O_WRONLY | O_TRUNC);
+    if (::write(target.get(), tag.data(), tag.size()) < 0) throw std::runtime_error("cannot write");
+    while (::copy_file_range(source.get(), &sound, target.get(), nullptr, 1 << 30, 0) > 0) {
     }
+    ::fsync(target.get());
+    ::unlink(backup.c_str());
 }
 
-void bare(benchmark::State& state) {
-    for (auto _ : state) {
-        state.PauseTiming();
-        const test::TemporaryFolder folder;
-        makeSongs(folder, state.range(0));
-        state.ResumeTiming();
-        bareLoop(folder);
+/// Copies the file, has TagLib edit the copy, syncs it, puts it in the file's place.
+void bareExport(const fs::path& file) {
+    const fs::path copy = file.parent_path() / ("copy" + file.filename().string());
+    copyInKernel(file, copy);
+    {
+        TagLib::FileRef edited(copy.c_str(), false);
+        edited.tag()->setGenre(genre);
+        if (!edited.save()) throw std::runtime_error("cannot edit");
     }
+    ::fsync(openFor(copy, O_RDONLY).get());
+    if (::rename(copy.c_str(), file.c_str()) != 0) throw std::runtime_error("cannot rename");
 }
 
-Task<void> writeAll(SimpleMetadataWriter& writer, const test::TemporaryFolder& folder) {
-    const std::vector<std::string> genres{"Deep House - House - 1990s"};
-    for (int index = 0; index < fileCount; ++index)
-        co_await writer.writeGenreTags(genres, folder / fileName(index), false);
-}
-
-void proven(benchmark::State& state) {
-    test::TestRuntime runtime;
-    NoReporter reporter;
-    for (auto _ : state) {
-        state.PauseTiming();
-        const test::TemporaryFolder folder;
-        const test::TemporaryFolder home;
-        makeSongs(folder, state.range(0));
-        RewriteJournal journal(home / "journal");
-        SimpleMetadataWriter writer(runtime.executors(), reporter, journal);
-        state.ResumeTiming();
-        runtime.run(writeAll(writer, folder));
-    }
-}
-
-/// Songs that have room for the new tag already.
-void provenAgain(benchmark::State& state) {
-    test::TestRuntime runtime;
-    NoReporter reporter;
+Cost bare(const fs::path& song, int count, void (*rewrite)(const fs::path&)) {
     const test::TemporaryFolder folder;
-    makeSongs(folder, state.range(0));
-    RewriteJournal journal(folder / "journal");
+    const auto songs = makeSongs(folder.path(), song, count);
+    return costOf([&] {
+        for (const auto& file : songs)
+            rewrite(file);
+    });
+}
+
+Task<void> writeAll(SimpleMetadataWriter& writer, const std::vector<fs::path>& songs) {
+    const std::vector<std::string> genres{genre};
+    for (const auto& file : songs)
+        co_await writer.writeGenreTags(genres, file, false);
+}
+
+Cost proven(const fs::path& song, int count) {
+    const test::TemporaryFolder folder;
+    const test::TemporaryFolder home;
+    const auto songs = makeSongs(folder.path(), song, count);
+    test::TestRuntime runtime;
+    NoReporter reporter;
+    RewriteJournal journal(home / "journal");
     SimpleMetadataWriter writer(runtime.executors(), reporter, journal);
-    runtime.run(writeAll(writer, folder));
-    for (auto _ : state)
-        runtime.run(writeAll(writer, folder));
+    return costOf([&] { runtime.run(writeAll(writer, songs)); });
+}
+
+/// mutagen in one process that does all files; it tells its own time, without the interpreter's start.
+Cost mutagen(const fs::path& song, int count) {
+    const test::TemporaryFolder folder;
+    makeSongs(folder.path(), song, count);
+    const std::string script = R"(
+import os, sys, time
+from mutagen.id3 import ID3, TCON
+songs = [os.path.join(sys.argv[1], name) for name in sorted(os.listdir(sys.argv[1]))]
+start, cpu = time.perf_counter(), time.process_time()
+for song in songs:
+    tag = ID3(song)
+    tag.add(TCON(encoding=3, text=sys.argv[2]))
+    tag.save(song, v2_version=3)
+print(time.perf_counter() - start, time.process_time() - cpu)
+)";
+    const std::string output =
+        test::runProgram({"/usr/bin/python3", "-c", script, folder.path().string(), genre});
+    Cost cost;
+    char* end = nullptr;
+    cost.seconds = std::strtod(output.c_str(), &end);
+    cost.cpuSeconds = std::strtod(end, nullptr);
+    if (cost.seconds <= 0) throw std::runtime_error("mutagen told no time");
+    return cost;
+}
+
+void measure(const std::string& what, const fs::path& song, int count, void (*rewrite)(const fs::path&)) {
+    if (what.find(part) == std::string::npos) return;
+    constexpr int rounds = 5;
+    Series ours;
+    Series floor;
+    for (int i = 0; i < rounds; ++i) {
+        floor.push_back(inChild([&] { return bare(song, count, rewrite); }));
+        ours.push_back(inChild([&] { return proven(song, count); }));
+    }
+    report(what, ours, floor, 1.3);
+}
+
+void measureWithoutSyncs(const std::string& what, const fs::path& song, int count) {
+    if (what.find(part) == std::string::npos) return;
+    constexpr int rounds = 5;
+    Series ours;
+    Series theirs;
+    skipsSyncs = true;
+    for (int i = 0; i < rounds; ++i) {
+        theirs.push_back(inChild([&] { return mutagen(song, count); }));
+        ours.push_back(inChild([&] { return proven(song, count); }));
+    }
+    skipsSyncs = false;
+    report(what, ours, theirs, 1.0);
 }
 
 } // namespace
 
-// 1,000 files of 100 KiB and of 5 MiB; wall time. The ratio of "proven" to "bare" is what counts.
-BENCHMARK(bare)
-    ->Name("tagwriting/bare")
-    ->Arg(100)
-    ->Arg(5120)
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime()
-    ->Iterations(2);
-BENCHMARK(proven)
-    ->Name("tagwriting/proven")
-    ->Arg(100)
-    ->Arg(5120)
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime()
-    ->Iterations(2);
-BENCHMARK(provenAgain)
-    ->Name("tagwriting/again")
-    ->Arg(100)
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime()
-    ->Iterations(2);
+int main(int argc, char** argv) {
+    if (argc != 2 && argc != 3) {
+        fmt::print(stderr, "usage: tagwriting_bench FOLDER [PART]\n");
+        return 2;
+    }
+    const fs::path songs = argv[1];
+    if (argc == 3) part = argv[2];
+    measure("genre into 1000 MP3 of 100 KB, proven and synced; floor: copy, rewrite, sync, unlink",
+            songs / "song.mp3", 1000, bareMp3);
+    measure("genre into 100 MP3 of 5 MB, likewise", songs / "long.mp3", 100, bareMp3);
+    measureWithoutSyncs("genre into 1000 MP3 of 100 KB, without the syncs; floor: mutagen",
+                        songs / "song.mp3", 1000);
+    measure("genre into 1000 M4A, proven and synced; floor: copy, TagLib edit, sync, rename",
+            songs / "song.m4a", 1000, bareExport);
+    measure("genre into 1000 AIFF, likewise", songs / "song.aiff", 1000, bareExport);
+}

@@ -118,7 +118,8 @@ std::optional<double> pcmDuration(std::string_view format, std::uint64_t soundSi
     if (format.size() < 16 || littleEndian(0, 2) != pcm) return std::nullopt;
     const std::uint64_t frameSize = std::uint64_t{littleEndian(2, 2)} * ((littleEndian(14, 2) + 7) / 8);
     const std::uint32_t rate = littleEndian(4, 4);
-    if (frameSize == 0 || rate < 1'000 || rate > 1'000'000) return std::nullopt;
+    if (frameSize == 0 || frameSize > 64 || soundSize % frameSize != 0 || rate < 1'000 || rate > 1'000'000)
+        return std::nullopt;
     return seconds(soundSize / frameSize, static_cast<int>(rate));
 }
 
@@ -182,9 +183,11 @@ Asset openAiff(FileReader& reader) {
     Asset asset{};
     std::vector<std::string> formats;
     std::string id3;
+    bool hasSound = false;
     std::uint64_t textRoom = maximumText;
     for (const Chunk& chunk : chunksOf(reader, ByteOrder::big)) {
         if (chunk.name == "SSND") {
+            hasSound = hasSound || chunk.size > 0;
             view.appendSound(chunk);
         } else if (chunk.name == "COMM" && takeRoom(textRoom, chunk)) {
             formats.push_back(reader.copy(chunk.offset, static_cast<std::size_t>(chunk.size)));
@@ -196,7 +199,7 @@ Asset openAiff(FileReader& reader) {
                            reader.copy(chunk.offset, static_cast<std::size_t>(chunk.size)));
         }
     }
-    const auto duration = formats.size() == 1 ? plainDuration(formats.front()) : std::nullopt;
+    const auto duration = hasSound && formats.size() == 1 ? plainDuration(formats.front()) : std::nullopt;
     auto plain = plainId3Items(id3);
     if (duration && (plain || id3.empty())) {
         asset.durationSeconds = *duration;
