@@ -6,9 +6,6 @@
 #include "support/TestRuntime.hpp"
 
 #include <gtest/gtest.h>
-#include <httplib.h>
-
-#include <thread>
 
 namespace velto {
 namespace {
@@ -183,40 +180,6 @@ TEST(AnyCodable, HoldsScalarsAndNothingElse) {
     EXPECT_THROW(typeAfter("[]"), json::CodingError);
     EXPECT_THROW(static_cast<void>(AnyCodable{'c'}.encode()), json::CodingError);
     EXPECT_THROW(static_cast<void>(AnyCodable{}.encode()), json::CodingError);
-}
-
-TEST_F(GraphQLClientTest, OverRealHttpATokenInjectsNoHeaderAndAHugeReplyIsRefused) {
-    httplib::Server server;
-    int requests = 0;
-    server.Post("/api/graphql", [&](const httplib::Request&, httplib::Response& response) {
-        ++requests;
-        response.set_content_provider(200'000'000, "application/json",
-                                      [](std::size_t, std::size_t length, httplib::DataSink& sink) {
-                                          const std::string block(std::min<std::size_t>(length, 65'536), ' ');
-                                          return sink.write(block.data(), block.size());
-                                      });
-    });
-    const int port = server.bind_to_any_port("127.0.0.1");
-    std::thread thread([&] { server.listen_after_bind(); });
-    http::HttpClient transportOverCurl;
-    std::string current;
-    DefaultGraphQLClient client(
-        "http://127.0.0.1:" + std::to_string(port) + "/api/graphql", [&] { return token(current); },
-        transportOverCurl, crashReporter);
-    const auto codeWith = [&](const std::string& value) {
-        current = value;
-        try {
-            runtime.run(client.execute<Number>("query Q { n }"));
-        } catch (const http::URLError& error) {
-            return error.code();
-        }
-        return http::URLError::Code::unknown;
-    };
-    EXPECT_EQ(codeWith("a\r\nX-Admin: 1"), http::URLError::Code::invalidHeader);
-    EXPECT_EQ(requests, 0);
-    EXPECT_EQ(codeWith("good"), http::URLError::Code::dataLengthExceedsMaximum);
-    server.stop();
-    thread.join();
 }
 
 } // namespace

@@ -46,18 +46,6 @@ TEST_F(Cli, EndsAScanThatIsInterruptedTooLateAsIfNothingHadHappened) {
     EXPECT_EQ(inStore(home(), "SELECT count(*) FROM FileItem"), std::to_string(manyFiles + 1) + "\n");
 }
 
-TEST_F(Cli, SurvivesAFolderThatVanishesWhileItIsScanned) {
-    prepare();
-    const auto many = manySongs(manyFiles);
-    ASSERT_EQ(run({"library", "add", many.string(), "--no-scan"}).status, 0);
-    RunningProgram scan(command({"scan", "many"}));
-    ASSERT_TRUE(scan.waitFor("[SEQUENTIAL] Processing")) << scan.standardError;
-    fs::remove_all(many);
-    EXPECT_EQ(scan.finish(), 0) << scan.standardError;
-    EXPECT_NE(inStore(home(), "SELECT errorCount FROM ScanRun ORDER BY _id DESC LIMIT 1"), "0\n");
-    EXPECT_EQ(run({"scan", "many"}).status, 1);
-}
-
 TEST_F(Cli, LetsFilesBeWrittenAtTheFirstInterruptAndEndsAtTheSecond) {
     prepare();
     const std::string before = readFile(music() / "song.mp3");

@@ -1,9 +1,8 @@
-#include "platform/concurrency/Clock.hpp"
 #include "platform/concurrency/Executors.hpp"
 #include "platform/concurrency/Published.hpp"
 #include "platform/concurrency/TaskHandle.hpp"
+#include "platform/core/Date.hpp"
 #include "platform/log/Log.hpp"
-#include "support/ManualClock.hpp"
 #include "support/TemporaryFolder.hpp"
 #include "support/TestRuntime.hpp"
 
@@ -15,7 +14,6 @@
 namespace velto {
 namespace {
 
-using test::ManualClock;
 using test::TestRuntime;
 
 Task<std::thread::id> threadAfterOffload(Executors executors, std::thread::id& inside) {
@@ -60,31 +58,6 @@ TEST(Concurrency, ACancelledTaskEndsAtItsCheckpoint) {
     runtime.run(cancelAndWait(handle));
     EXPECT_TRUE(handle.isDone());
     EXPECT_THROW(runtime.run(handle.value()), CancellationError);
-}
-
-Task<void> sleepTwice(Clock& clock, int& woken) {
-    co_await clock.sleep(Seconds(2));
-    ++woken;
-    co_await clock.sleep(Seconds(0.1));
-    ++woken;
-}
-
-TEST(Concurrency, TheManualClockWakesExactlyWhoIsDue) {
-    TestRuntime runtime;
-    ManualClock clock(runtime.main());
-    int woken = 0;
-    spawn(runtime.main(), sleepTwice(clock, woken));
-    runtime.poll();
-    clock.advance(Seconds(1.999));
-    runtime.poll();
-    EXPECT_EQ(woken, 0);
-    clock.advance(Seconds(0.001));
-    runtime.poll();
-    EXPECT_EQ(woken, 1);
-    EXPECT_TRUE(clock.advanceToNextSleeper());
-    runtime.poll();
-    EXPECT_EQ(woken, 2);
-    EXPECT_EQ(clock.slept(), (std::vector<double>{2, 0.1}));
 }
 
 TEST(Published, TellsObserversUntilTheyLeave) {

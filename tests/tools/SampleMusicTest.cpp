@@ -62,42 +62,5 @@ TEST(SampleMusic, MakesTheSameOddLibraryEachTimeAndLeavesForeignFoldersAlone) {
     EXPECT_EQ(contents(folder / "mine"), (std::map<std::string, std::string>{{"song.mp3", "precious"}}));
 }
 
-TEST(SampleMusic, ItsFilesAreRealAudioWithTheTagsMeant) {
-    const TemporaryFolder folder;
-    make(folder / "music", {"--seconds", "0.5"});
-    int versions[5] = {};
-    for (const auto& [path, content] : contents(folder / "music")) {
-        if (path == ".velto-sample-music") continue;
-        SCOPED_TRACE(path);
-        const auto probed = nlohmann::json::parse(
-            runProgram({"ffprobe", "-v", "error", "-of", "json", "-show_format", "-show_streams",
-                        "file:" + (folder / "music").string() + "/" + path}),
-            nullptr, false);
-        ASSERT_FALSE(probed.is_discarded());
-        EXPECT_EQ(probed["streams"][0]["codec_type"], "audio");
-        if (content.substr(0, 3) == "ID3") ++versions[static_cast<std::size_t>(content[3])];
-        const bool bare = path.find(" - ") != std::string::npos;
-        const bool tagged = probed["format"].contains("tags") && probed["format"]["tags"].contains("title");
-        EXPECT_TRUE(!path.ends_with(".mp3") || tagged != bare);
-    }
-    EXPECT_GT(versions[2], 0);
-    EXPECT_GT(versions[3], 0);
-    EXPECT_GT(versions[4], 0);
-}
-
-TEST(SampleMusic, ManyFilesDifferInTheirTags) {
-    const TemporaryFolder folder;
-    EXPECT_THAT(make(folder / "many", {"--many", "120"}), HasSubstr("120 files"));
-    const auto files = contents(folder / "many");
-    std::map<std::string, int> folders, same;
-    for (const auto& [path, content] : files) {
-        ++folders[fs::path(path).parent_path().string()];
-        ++same[content];
-    }
-    EXPECT_EQ(same.size(), 121U);
-    EXPECT_EQ(folders["00/00000"], 50);
-    EXPECT_EQ(folders["00/00002"], 20);
-}
-
 } // namespace
 } // namespace velto::test
