@@ -23,6 +23,16 @@ std::vector<TrackRef> distinctTracks(const LibraryRef& library) {
     return found;
 }
 
+/// After a deletion that could not be saved: what it removed lives again, and no later save removes it after
+/// all.
+void takeBack(model::ModelContext& context, CrashReporter& crashReporter) {
+    try {
+        context.rollback();
+    } catch (const std::exception& error) {
+        crashReporter.recordError(error); // the user is told of the deletion's failure
+    }
+}
+
 LibraryCreationError creationError(const FolderGrantError& error) {
     return LibraryCreationError(error.kind() == FolderGrantError::Case::folderNotReadable
                                     ? LibraryCreationError::Case::accessDenied
@@ -120,12 +130,28 @@ Task<void> MainScreenViewModel::deleteLibrary(LibraryRef library) {
     } catch (const std::exception& error) {
         failure = describe(error);
     }
-    co_await rollBackDeletion(library, affected, failure, removed);
+    if (library->isDeleted())
+        errorMessage = "Failed to delete library: " + failure; // gone on both sides: nothing to restore
+    else
+        co_await rollBackDeletion(library, affected, failure, removed);
 }
 
 Task<void> MainScreenViewModel::deleteLocally(LibraryRef library) {
     const std::string name = library->name;
-    co_await libraryRepository_->deleteLibrary(library);
+    modelContext_.save(); // whoever takes the deletion back takes nothing else back with it
+    std::exception_ptr failure;
+    try {
+        co_await libraryRepository_->deleteLibrary(library);
+    } catch (...) {
+        failure = std::current_exception();
+        takeBack(modelContext_, services_.crashReporter);
+    }
+    // Where only the removal of its orphaned tracks failed, the library itself is gone all the same.
+    if (library->isDeleted()) co_await forgetLibrary(library, name);
+    if (failure) std::rethrow_exception(failure);
+}
+
+Task<void> MainScreenViewModel::forgetLibrary(LibraryRef library, std::string name) {
     libraries.mutate([&](std::vector<LibraryRef>& all) { std::erase(all, library); });
     stopAccess(name);
     try {
@@ -153,7 +179,7 @@ Task<void> MainScreenViewModel::rollBackDeletion(LibraryRef library, std::vector
                        std::to_string(removedAtBackend) +
                        " tracks but local copy remains. Please contact support.";
     }
-    // Nothing was saved, so nothing counts as synced: the next sync sends the tracks once more.
+    // The upload is not saved, so it does not count: the next sync sends the tracks once more.
     for (const TrackRef& track : affected)
         track->edit().lastSyncedAt = std::nullopt;
 }
@@ -181,6 +207,7 @@ Task<void> MainScreenViewModel::clearLocalData() {
     } catch (const std::exception& error) {
         log::line("❌ [AUTH] Failed to clear local data: {}", describe(error));
         errorMessage = "Warning: Failed to clear local data on signout: " + describe(error);
+        takeBack(modelContext_, services_.crashReporter);
     }
     co_return;
 }

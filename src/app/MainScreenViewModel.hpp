@@ -168,6 +168,7 @@ class MainScreenViewModel final : public std::enable_shared_from_this<MainScreen
     Task<void> afterScan(LibraryRef library);
 
     Task<void> deleteLocally(LibraryRef library);
+    Task<void> forgetLibrary(LibraryRef library, std::string name);
     Task<void> rollBackDeletion(LibraryRef library, std::vector<TrackRef> affected, std::string localError,
                                 std::int64_t removedAtBackend);
 

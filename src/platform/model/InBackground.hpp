@@ -14,8 +14,8 @@ Task<void> loadInBackground(ModelContext& context, Executors executors);
 
 /// What ModelContext::save() does: the values are captured in short turns of the main actor and written on
 /// the pool. Changes made before the last turn are in, later ones stay pending. A second call waits for the
-/// first, and a plain save() may come between. Fails as save() does, and then all that it took is pending
-/// again.
+/// first, and a plain save() or a rollback() may come between. Fails as save() does, and then all that it
+/// took is pending again.
 Task<void> saveInBackground(ModelContext& context, Executors executors);
 
 } // namespace velto::model
