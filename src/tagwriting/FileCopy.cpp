@@ -49,6 +49,32 @@ struct ::stat copyAttributes(int from, int to) {
     return info;
 }
 
+bool mark(const FileBytes& copy, off_t length) {
+    const std::string text = std::to_string(length);
+    return ::fsetxattr(copy.descriptor(), lengthAttribute, text.data(), text.size(), 0) == 0;
+}
+
+/// False where a mark is wanted and cannot be had.
+bool copy(const std::filesystem::path& from, const std::filesystem::path& to, bool withMark) {
+    const FileBytes source(from, FileBytes::Mode::read);
+    FileBytes copy(to, FileBytes::Mode::createNew);
+    try {
+        const struct ::stat info = copyAttributes(source.descriptor(), copy.descriptor());
+        if (withMark && !mark(copy, info.st_size)) {
+            (void)::unlink(to.c_str());
+            return false;
+        }
+        copy.copyContent(source);
+        if (copy.size() != info.st_size) throw SystemError(EIO, "Cannot copy", from.string());
+        const std::array<timespec, 2> times{info.st_atim, info.st_mtim};
+        (void)::futimens(copy.descriptor(), times.data());
+        return true;
+    } catch (...) {
+        (void)::unlink(to.c_str());
+        throw;
+    }
+}
+
 } // namespace
 
 void copyAttributes(const std::filesystem::path& from, const std::filesystem::path& to) {
@@ -57,32 +83,20 @@ void copyAttributes(const std::filesystem::path& from, const std::filesystem::pa
 }
 
 void copyFile(const std::filesystem::path& from, const std::filesystem::path& to) {
-    const FileBytes source(from, FileBytes::Mode::read);
-    FileBytes copy(to, FileBytes::Mode::createNew);
-    try {
-        const struct ::stat info = copyAttributes(source.descriptor(), copy.descriptor());
-        const std::string length = std::to_string(info.st_size);
-        const bool isMarked =
-            ::fsetxattr(copy.descriptor(), lengthAttribute, length.data(), length.size(), 0) == 0;
-        copy.copyContent(source);
-        if (copy.size() != info.st_size) throw SystemError(EIO, "Cannot copy", from.string());
-        // Where the file system keeps no mark, the copy has to be on the disk before it may be relied upon.
-        if (!isMarked) copy.sync();
-        const std::array<timespec, 2> times{info.st_atim, info.st_mtim};
-        (void)::futimens(copy.descriptor(), times.data());
-    } catch (...) {
-        (void)::unlink(to.c_str());
-        throw;
-    }
+    (void)copy(from, to, false);
+}
+
+bool copyMarked(const std::filesystem::path& from, const std::filesystem::path& to) {
+    return copy(from, to, true);
 }
 
 bool isCompleteCopy(const std::filesystem::path& copy) {
-    std::array<char, 24> text{};
-    const ssize_t length = ::getxattr(copy.c_str(), lengthAttribute, text.data(), text.size());
-
     struct ::stat info {};
 
-    if (length <= 0 || ::stat(copy.c_str(), &info) != 0) return true;
+    if (::stat(copy.c_str(), &info) != 0) return false;
+    std::array<char, 24> text{};
+    const ssize_t length = ::getxattr(copy.c_str(), lengthAttribute, text.data(), text.size());
+    if (length <= 0) return info.st_size > 0;
     long long expected = 0;
     const auto [stop, error] = std::from_chars(text.data(), text.data() + length, expected);
     return error != std::errc() || info.st_size == expected;

@@ -10,13 +10,17 @@ namespace velto {
 void copyAttributes(const std::filesystem::path& from, const std::filesystem::path& to);
 
 /// Makes `to`, which must not exist, a copy of `from` with its attributes and times. On failure `to` is gone.
-/// Not synced. The copy carries the length that it is to have, so that a power cut that cut it short shows.
+/// Not synced. Throws SystemError.
 void copyFile(const std::filesystem::path& from, const std::filesystem::path& to);
 
-/// False for a copy by copyFile of which the disk holds a part only.
+/// As copyFile; from its first byte on the copy carries the length that it is to have, so that one that was
+/// cut short shows. False where the file system keeps no such mark: `to` is then gone.
+[[nodiscard]] bool copyMarked(const std::filesystem::path& from, const std::filesystem::path& to);
+
+/// False for a part of a copy: one shorter than its mark tells, or an empty one that has none yet.
 [[nodiscard]] bool isCompleteCopy(const std::filesystem::path& copy);
 
-/// Takes the mark of copyFile off: the copy becomes the file itself.
+/// Takes the mark of copyMarked off: the copy becomes the file itself.
 void forgetCopyMark(const std::filesystem::path& copy);
 
 /// Puts the names of a folder on the disk.

@@ -1,6 +1,7 @@
 #include "tagwriting/GuardedRewrite.hpp"
 
 #include "platform/core/Error.hpp"
+#include "platform/files/Sha256.hpp"
 #include "platform/log/Log.hpp"
 #include "tagwriting/FileCopy.hpp"
 #include "tagwriting/id3/FileBytes.hpp"
@@ -9,8 +10,10 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <exception>
+#include <string_view>
 
 namespace velto {
 
@@ -18,8 +21,13 @@ namespace {
 
 using id3::FileBytes;
 
-std::filesystem::path hidden(const std::filesystem::path& file, const char* extension) {
-    return file.parent_path() / ("." + file.filename().string() + extension);
+constexpr std::size_t longestExtension = std::string_view(".backup").size();
+
+/// A name that leaves no room for the extension is stood in for by its hash.
+std::filesystem::path hidden(const std::filesystem::path& file, std::string_view extension) {
+    std::string name = file.filename().string();
+    if (1 + name.size() + longestExtension > NAME_MAX) name = files::hexadecimal(files::sha256(name), 16);
+    return file.parent_path() / ("." + name + std::string(extension));
 }
 
 bool stands(const std::filesystem::path& path) {
@@ -91,11 +99,13 @@ GuardedRewrite::~GuardedRewrite() {
 void GuardedRewrite::copyToBackup() {
     isSettled_ = false;
     try {
-        copyFile(paths_.file, paths_.making);
-        move(paths_.making, paths_.backup);
+        if (!copyMarked(paths_.file, paths_.backup)) {
+            copyFile(paths_.file, paths_.making);
+            FileBytes(paths_.making, FileBytes::Mode::read).sync();
+            move(paths_.making, paths_.backup);
+        }
     } catch (...) {
-        (void)::unlink(paths_.making.c_str());
-        isSettled_ = true;
+        isSettled_ = ::unlink(paths_.making.c_str()) == 0 || errno == ENOENT;
         throw;
     }
     hasBackup_ = true;
@@ -122,7 +132,6 @@ void GuardedRewrite::takePlace(const std::filesystem::path& replacement) {
     removeIfThere(paths_.temporary);
     try {
         copyFile(replacement, paths_.temporary);
-        forgetCopyMark(paths_.temporary);
         FileBytes(paths_.temporary, FileBytes::Mode::read).sync();
         move(paths_.temporary, paths_.file);
     } catch (...) {
@@ -133,8 +142,10 @@ void GuardedRewrite::takePlace(const std::filesystem::path& replacement) {
 }
 
 void GuardedRewrite::sync() {
-    FileBytes(paths_.file, FileBytes::Mode::read).sync();
-    if (wasMoved_) syncFolder(paths_.file.parent_path());
+    if (wasMoved_)
+        syncFolder(paths_.file.parent_path()); // the content is on the disk since before the move
+    else
+        FileBytes(paths_.file, FileBytes::Mode::read).sync();
 }
 
 void GuardedRewrite::finish() {

@@ -12,8 +12,8 @@ using WholeCheck = bool (*)(const std::filesystem::path& file, const std::filesy
 /// Where the hidden copies of a file lie while it is rewritten: all in its folder.
 struct RewritePaths {
     std::filesystem::path file;
-    std::filesystem::path backup;    ///< "." + name + ".backup"; under this name a backup is complete
-    std::filesystem::path making;    ///< a backup that is being copied; worth nothing
+    std::filesystem::path backup; ///< "." + name + ".backup"; complete unless its mark says otherwise
+    std::filesystem::path making; ///< a backup that is being copied where no mark can be had; worth nothing
     std::filesystem::path temporary; ///< "." + name + ".tmp": a new file that will take the place
 
     explicit RewritePaths(std::filesystem::path target);
@@ -24,7 +24,7 @@ struct RewritePaths {
 /// next can tell which of the two to take:
 ///
 ///   killed while              the folder then holds               the next look does
-///   copying the backup        file, part under `making`           removes the part
+///   copying the backup        file, part of a copy                removes the part
 ///   backup stands             file, backup                        file is whole: removes the backup
 ///   file is being written     damaged file, backup                puts the backup back
 ///   file was set aside        backup                              puts the backup back

@@ -120,6 +120,40 @@ TEST(MediaExport, AnAiffTagBehindAnExtendedHeaderKeepsItsFrames) {
               "Night House");
 }
 
+TEST(MediaExport, AnAiffTagIsReplacedWhereverItStands) {
+    const TemporaryFolder folder;
+    const std::string sound =
+        test::readFile(test::makeSound(folder, "bare.aiff", {"-map_metadata", "-1", "-fflags", "+bitexact"}));
+    const std::string tag = test::id3Tag(3, 0, test::textFrame("TIT2", "Nights")); // of an odd size
+    const std::string chunk = "ID3 " + test::bytesOf(tag.size(), 4) + tag;
+    ASSERT_EQ(chunk.size() % 2, 1U);
+
+    const struct {
+        const char* what;
+        std::string content;
+        const char* title;
+    } cases[] = {
+        {"in front", sound.substr(0, 12) + chunk + '\0' + sound.substr(12), "Nights"},
+        {"at the end, not filled up", sound + chunk, "Nights"},
+        {"nowhere, behind a chunk that is not filled up", sound + "ANNO" + test::bytesOf(3, 4) + "abc", ""},
+    };
+
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.what);
+        std::string bytes = each.content;
+        bytes.replace(4, 4, test::bytesOf(bytes.size() - 8, 4));
+        const auto source = folder.write("source.aiff", bytes);
+        const auto output = folder / "output.aiff";
+        exportPassthrough(source, output, isGenre, genre("Deep House"));
+        EXPECT_TRUE(sameAudio(source, output));
+        EXPECT_EQ(runMutagen(output, "f = AIFF(path)\nprint(f.get('TIT2', ''), f['TCON'], sep='|', end='')"),
+                  std::string(each.title) + "|Deep House");
+        const std::string written = test::readFile(output);
+        EXPECT_EQ(written.substr(4, 4), test::bytesOf(written.size() - 8, 4));
+        EXPECT_EQ(written.find("abc") != written.npos, bytes.find("abc") != bytes.npos);
+    }
+}
+
 TEST(MediaExport, RefusesBeforeAnythingIsMade) {
     const TemporaryFolder folder;
     const auto raw = test::makeSound(folder, "raw.aac", {"-f", "adts"});

@@ -1,6 +1,7 @@
 #include "platform/files/AtomicReplace.hpp"
 
 #include "platform/core/Error.hpp"
+#include "platform/files/CopyContent.hpp"
 #include "platform/files/Descriptor.hpp"
 
 #include <fcntl.h>
@@ -17,12 +18,8 @@ void writeAndSync(const std::string& path, std::string_view content) {
     (void)::unlink(path.c_str()); // a left-over, or something else in its place
     const Descriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
     if (!file) throw SystemError(errno, "Cannot write", path);
-    while (!content.empty()) {
-        const ssize_t written = ::write(file.get(), content.data(), content.size());
-        if (written < 0 && errno == EINTR) continue;
-        if (written < 0) throw SystemError(errno, "Cannot write", path);
-        content.remove_prefix(static_cast<std::size_t>(written));
-    }
+    if (!writeFully(file.get(), content.data(), content.size()))
+        throw SystemError(errno, "Cannot write", path);
     if (::fsync(file.get()) != 0) throw SystemError(errno, "Cannot write", path);
 }
 

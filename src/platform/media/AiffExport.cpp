@@ -1,5 +1,6 @@
-#include "platform/media/AiffEditor.hpp"
+#include "platform/media/AiffExport.hpp"
 
+#include "platform/files/CopyContent.hpp"
 #include "platform/media/Id3View.hpp"
 #include "platform/media/RiffChunks.hpp"
 #include "platform/media/TagItems.hpp"
@@ -7,10 +8,15 @@
 
 #include <id3v2framefactory.h>
 #include <id3v2tag.h>
+#include <linux/fs.h>
 #include <mpegfile.h>
-#include <rifffile.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <limits>
 #include <set>
 
 namespace velto::media {
@@ -18,29 +24,14 @@ namespace velto::media {
 namespace {
 
 constexpr std::size_t id3Header = 10;
-constexpr std::size_t maximumChunks = 4096;
+constexpr std::uint64_t chunkHeader = 8;
+constexpr std::uint64_t sizeOfForm =
+    4; ///< where the file's first chunk, which holds all others, tells its size
 
-/// TagLib's rewriting of chunks, which it offers to subclasses alone.
-class ChunkFile final : public TagLib::RIFF::File {
-  public:
-    explicit ChunkFile(const std::filesystem::path& path)
-        : TagLib::RIFF::File(path.c_str(), BigEndian) {}
-
-    [[nodiscard]] TagLib::Tag* tag() const override { return nullptr; }
-
-    [[nodiscard]] TagLib::AudioProperties* audioProperties() const override { return nullptr; }
-
-    bool save() override { return false; }
-
-    void replace(const std::string& name, const std::string& content) {
-        const TagLib::ByteVector chunk(name.data(), static_cast<unsigned int>(name.size()));
-        if (content.empty())
-            removeChunk(chunk);
-        else
-            setChunkData(chunk,
-                         TagLib::ByteVector(content.data(), static_cast<unsigned int>(content.size())));
-    }
-};
+void appendSize(std::string& bytes, std::size_t size, int count, int bitsEach) {
+    for (int i = count - 1; i >= 0; --i)
+        bytes += static_cast<char>(size >> (i * bitsEach) & ((1U << bitsEach) - 1));
+}
 
 /// The raw frames of a tag as id3ViewAt gives it.
 class RawFrames {
@@ -101,11 +92,6 @@ class RawFrames {
         return name == "TCO" ? "TCON" : name;
     }
 
-    static void appendSize(std::string& bytes, std::size_t size, int count, int bitsEach) {
-        for (int i = count - 1; i >= 0; --i)
-            bytes += static_cast<char>(size >> (i * bitsEach) & ((1U << bitsEach) - 1));
-    }
-
     std::string tag_;
     unsigned version_;
     std::string frames_;
@@ -127,33 +113,62 @@ std::set<std::string> droppedNames(const std::string& tag,
     return names;
 }
 
+/// The chunk with its header and the byte that an odd size is filled up with; empty for a tag without frames.
+std::string id3Chunk(const std::string& name, const std::string& tag) {
+    if (tag.empty()) return {};
+    std::string chunk = name;
+    appendSize(chunk, tag.size(), 4, 8);
+    chunk += tag;
+    if (tag.size() % 2 != 0) chunk += '\0';
+    return chunk;
+}
+
+/// Writes `source` to `output` with `chunk` in the place of its bytes from `begin` to `end`.
+void replaceBytes(const FileReader& source, std::uint64_t begin, std::uint64_t end, const std::string& chunk,
+                  int output) {
+    const std::uint64_t size = source.size() - (end - begin) + chunk.size() - chunkHeader;
+    if (size > std::numeric_limits<std::uint32_t>::max())
+        throw MediaError(MediaError::Case::cannotWrite, source.path(), "it would be too large for its kind");
+    std::string field;
+    appendSize(field, size, 4, 8);
+    // Sharing all blocks first costs nothing where the file system can, also where some go again.
+    const bool isWritten =
+        (::ioctl(output, FICLONE, source.descriptor()) == 0 ||
+         files::appendBytes(source.descriptor(), 0, begin, output)) &&
+        ::ftruncate(output, static_cast<off_t>(begin)) == 0 && ::lseek(output, 0, SEEK_END) >= 0 &&
+        files::writeFully(output, chunk.data(), chunk.size()) &&
+        files::appendBytes(source.descriptor(), end, source.size() - end, output) &&
+        ::pwrite(output, field.data(), field.size(), sizeOfForm) == static_cast<ssize_t>(field.size());
+    if (!isWritten) throw MediaError(MediaError::Case::cannotWrite, source.path(), std::strerror(errno));
+}
+
 } // namespace
 
-void editAiff(const std::filesystem::path& path, const std::function<bool(const MetadataItem&)>& drop,
-              const std::optional<MetadataItem>& add) {
-    std::string chunkName = "ID3 ";
+void exportAiff(FileReader& source, int output, const std::function<bool(const MetadataItem&)>& drop,
+                const std::optional<MetadataItem>& add) {
+    const std::vector<Chunk> chunks = chunksOf(source, ByteOrder::big);
+    if (chunks.size() >= maximumChunks || chunks.empty() ||
+        std::any_of(chunks.begin(), chunks.end(), [](const Chunk& chunk) { return chunk.isCut; }))
+        source.fail(MediaError::Case::damaged, "its chunks contradict its size");
+    const auto old =
+        std::find_if(chunks.begin(), chunks.end(), [](const Chunk& chunk) { return chunk.isId3(); });
     std::string tag;
-    {
-        FileReader reader(path);
-        const std::vector<Chunk> chunks = chunksOf(reader, ByteOrder::big);
-        if (chunks.size() >= maximumChunks || chunks.empty() ||
-            std::any_of(chunks.begin(), chunks.end(), [](const Chunk& chunk) { return chunk.isCut; }))
-            reader.fail(MediaError::Case::damaged, "its chunks contradict its size");
-        const auto id3 = std::find_if(chunks.begin(), chunks.end(), [](const Chunk& chunk) {
-            return chunk.name == "ID3 " || chunk.name == "id3 ";
-        });
-        if (id3 != chunks.end()) {
-            chunkName = id3->name;
-            if (auto view = id3ViewAt(reader, id3->offset, id3->offset + id3->size, Id3Content::everything))
-                tag = std::move(view->bytes);
-        }
-    }
+    if (old != chunks.end())
+        if (auto view = id3ViewAt(source, old->offset, old->offset + old->size, Id3Content::everything))
+            tag = std::move(view->bytes);
     RawFrames frames(tag);
     frames.remove(droppedNames(tag, drop));
     if (add) frames.appendGenre(*add->text());
-    ChunkFile file(path);
-    if (!file.isValid() || file.readOnly()) throw MediaError(MediaError::Case::cannotWrite, path);
-    file.replace(chunkName, frames.render());
+
+    const bool isNew = old == chunks.end();
+    const std::uint64_t begin = isNew ? chunks.back().end : old->offset - chunkHeader;
+    const std::uint64_t end = isNew ? begin : old->end;
+    std::string chunk = id3Chunk(isNew ? "ID3 " : old->name, frames.render());
+    // Some writers leave out the byte that fills up an odd size.
+    const Chunk& last = chunks.back();
+    if (isNew && !chunk.empty() && last.size % 2 != 0 && last.end == last.offset + last.size)
+        chunk.insert(0, 1, '\0');
+    replaceBytes(source, begin, end, chunk, output);
 }
 
 } // namespace velto::media

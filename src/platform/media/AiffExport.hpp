@@ -1,14 +1,16 @@
 #pragma once
 
-#include "platform/media/Asset.hpp"
+#include "platform/media/FileReader.hpp"
 
 #include <functional>
+#include <optional>
 
 namespace velto::media {
 
-/// Edits the ID3 chunk of an AIFF file in place: the frames that `drop` accepts go, the text of `add` becomes
-/// the genre. All other frames keep their bytes. A missing chunk is made, one without frames is taken out.
-void editAiff(const std::filesystem::path& path, const std::function<bool(const MetadataItem&)>& drop,
-              const std::optional<MetadataItem>& add);
+/// Writes the AIFF file `source` to the empty file `output`, with a new ID3 chunk: the frames that `drop`
+/// accepts are gone, the text of `add` is the genre. All other frames and chunks keep their bytes. A missing
+/// chunk is added behind the last one, one that has no frame any more is left out.
+void exportAiff(FileReader& source, int output, const std::function<bool(const MetadataItem&)>& drop,
+                const std::optional<MetadataItem>& add);
 
 } // namespace velto::media

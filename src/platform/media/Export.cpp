@@ -1,15 +1,14 @@
 #include "platform/media/Export.hpp"
 
+#include "platform/files/CopyContent.hpp"
 #include "platform/files/Descriptor.hpp"
-#include "platform/media/AiffEditor.hpp"
+#include "platform/media/AiffExport.hpp"
 #include "platform/media/FileReader.hpp"
 #include "platform/media/Mp4Atoms.hpp"
 #include "platform/media/TagItems.hpp"
 
 #include <fcntl.h>
-#include <linux/fs.h>
 #include <mp4file.h>
-#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -29,55 +28,12 @@ using Drop = std::function<bool(const MetadataItem&)>;
     throw MediaError(MediaError::Case::cannotWrite, path, strerror_r(errorNumber, buffer, sizeof buffer));
 }
 
-bool writeAll(int target, const char* bytes, std::size_t count) {
-    while (count > 0) {
-        const ssize_t written = ::write(target, bytes, count);
-        if (written < 0 && errno == EINTR) continue;
-        if (written <= 0) return false;
-        bytes += written;
-        count -= static_cast<std::size_t>(written);
-    }
-    return true;
-}
-
-bool copyByHand(int from, int to) {
-    std::vector<char> buffer(256 * 1024);
-    while (true) {
-        const ssize_t got = ::read(from, buffer.data(), buffer.size());
-        if (got < 0 && errno == EINTR) continue;
-        if (got <= 0) return got == 0;
-        if (!writeAll(to, buffer.data(), static_cast<std::size_t>(got))) return false;
-    }
-}
-
-/// Shares the blocks where the file system can, else copies inside the kernel, else by hand.
-bool copyContent(int from, int to, std::uint64_t size) {
-    if (::ioctl(to, FICLONE, from) == 0) return true;
-    for (std::uint64_t left = size; left > 0;) {
-        const ssize_t copied =
-            ::copy_file_range(from, nullptr, to, nullptr, static_cast<std::size_t>(left), 0);
-        if (copied < 0 && errno == EINTR) continue;
-        if (copied < 0 && left == size) return copyByHand(from, to);
-        if (copied < 0) return false;
-        if (copied == 0) return left == size ? copyByHand(from, to) : true;
-        left -= static_cast<std::uint64_t>(copied);
-    }
-    return true;
-}
-
-void copyFile(const std::filesystem::path& source, const std::filesystem::path& output) {
-    const files::Descriptor from(::open(source.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-
-    struct stat status {};
-
-    if (from.get() < 0 || ::fstat(from.get(), &status) != 0 || !S_ISREG(status.st_mode))
-        throw MediaError(MediaError::Case::cannotOpen, source);
+files::Descriptor create(const std::filesystem::path& output) {
     ::unlink(output.c_str());
-    files::Descriptor to(::open(output.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
-    if (to.get() < 0) failWriting(output, errno);
-    if (!copyContent(from.get(), to.get(), static_cast<std::uint64_t>(status.st_size)) ||
-        ::close(to.release()) != 0)
-        failWriting(output, errno);
+    files::Descriptor created(
+        ::open(output.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    if (!created) failWriting(output, errno);
+    return created;
 }
 
 TagLib::String asTagLibString(const std::string& text) {
@@ -141,18 +97,9 @@ void editMp4(const std::filesystem::path& output, const Drop& drop, const std::o
         throw MediaError(MediaError::Case::cannotWrite, output, "a tag of another kind would be lost");
 }
 
-void checkAdded(const std::filesystem::path& output, const MetadataItem& added) {
-    for (const MetadataItem& item : openAsset(output).items)
-        if (item.commonKey == common_key::type && item.text() != nullptr && *item.text() == *added.text())
-            return;
-    if (added.text()->empty()) return;
-    throw MediaError(MediaError::Case::cannotWrite, output, "the genre did not read back");
-}
-
 enum class Container { mp4, aiff };
 
-Container containerOf(const std::filesystem::path& source) {
-    FileReader reader(source);
+Container containerOf(FileReader& reader) {
     const std::string head(reader.at(0, 12));
     if (head.starts_with("FORM") && (head.ends_with("AIFF") || head.ends_with("AIFC")))
         return Container::aiff;
@@ -164,16 +111,18 @@ Container containerOf(const std::filesystem::path& source) {
 
 void exportPassthrough(const std::filesystem::path& source, const std::filesystem::path& output,
                        const Drop& drop, const std::optional<MetadataItem>& add) {
-    const Container container = containerOf(source);
+    FileReader reader(source);
+    const Container container = containerOf(reader);
     if (add && add->text() == nullptr)
         throw MediaError(MediaError::Case::cannotWrite, output, "the value to add is no text");
     try {
-        copyFile(source, output);
-        if (container == Container::mp4)
+        const files::Descriptor created = create(output);
+        if (container == Container::aiff)
+            exportAiff(reader, created.get(), drop, add);
+        else if (files::copyContent(reader.descriptor(), created.get()))
             editMp4(output, drop, add);
         else
-            editAiff(output, drop, add);
-        if (add) checkAdded(output, *add);
+            failWriting(output, errno);
     } catch (const MediaError&) {
         ::unlink(output.c_str());
         throw;

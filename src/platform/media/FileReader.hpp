@@ -23,6 +23,9 @@ class FileReader {
 
     [[nodiscard]] const std::filesystem::path& path() const { return path_; }
 
+    /// Stays the reader's.
+    [[nodiscard]] int descriptor() const { return descriptor_; }
+
     [[nodiscard]] std::uint64_t size() const { return size_; }
 
     /// Up to `length` bytes (at most maximumView) from `offset`, fewer only at the file's end. Valid until

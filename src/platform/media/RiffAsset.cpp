@@ -20,7 +20,6 @@ namespace velto::media {
 
 namespace {
 
-constexpr std::size_t maximumChunks = 4096;
 constexpr std::uint64_t fileHeader = 12;
 constexpr std::uint64_t chunkHeader = 8;
 /// Of all the text chunks of a file together: more is no name, title or genre.
@@ -73,10 +72,6 @@ class ChunkView {
     ByteOrder order_;
     ViewStream stream_;
 };
-
-bool isId3(const Chunk& chunk) {
-    return chunk.name == "ID3 " || chunk.name == "id3 ";
-}
 
 /// The chunk's tag, which goes into the view; empty where it holds no texts.
 std::string appendId3(ChunkView& view, FileReader& reader, const Chunk& chunk) {
@@ -133,11 +128,11 @@ std::vector<Chunk> chunksOf(FileReader& reader, ByteOrder order) {
         std::uint32_t size = bigEndian32(header, 4);
         if (order == ByteOrder::little) size = __builtin_bswap32(size);
         const std::uint64_t offset = position + chunkHeader;
-        chunks.push_back({header.substr(0, 4), offset, std::min<std::uint64_t>(size, reader.size() - offset),
-                          size > reader.size() - offset});
+        const std::uint64_t length = std::min<std::uint64_t>(size, reader.size() - offset);
         position = offset + size;
         // An odd size is padded; some writers forget it.
         if (size % 2 != 0 && reader.at(position, 1) == std::string_view("\0", 1)) ++position;
+        chunks.push_back({header.substr(0, 4), offset, length, position, length < size});
     }
     return chunks;
 }
@@ -159,7 +154,7 @@ Asset openWave(FileReader& reader) {
         } else if (chunk.name == "fmt " || chunk.name == "fact" || chunk.name == "LIST") {
             hasOther = true;
             if (takeRoom(textRoom, chunk)) view.append(chunk);
-        } else if (isId3(chunk) && id3.empty()) {
+        } else if (chunk.isId3() && id3.empty()) {
             id3 = appendId3(view, reader, chunk);
         }
     }
@@ -192,7 +187,7 @@ Asset openAiff(FileReader& reader) {
         } else if (chunk.name == "COMM" && takeRoom(textRoom, chunk)) {
             formats.push_back(reader.copy(chunk.offset, static_cast<std::size_t>(chunk.size)));
             view.appendContent(chunk, formats.back());
-        } else if (isId3(chunk) && id3.empty()) {
+        } else if (chunk.isId3() && id3.empty()) {
             id3 = appendId3(view, reader, chunk);
         } else if ((chunk.name == "NAME" || chunk.name == "AUTH") && takeRoom(textRoom, chunk)) {
             appendAiffText(asset.items, chunk.name,

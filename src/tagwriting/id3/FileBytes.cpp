@@ -1,9 +1,9 @@
 #include "tagwriting/id3/FileBytes.hpp"
 
+#include "platform/files/CopyContent.hpp"
+
 #include <fcntl.h>
 #include <linux/falloc.h>
-#include <linux/fs.h>
-#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -16,7 +16,6 @@ namespace velto::id3 {
 namespace {
 
 constexpr std::size_t bufferSize = std::size_t{256} << 10;
-constexpr std::size_t kernelCopySize = std::size_t{1} << 30;
 
 int flagsFor(FileBytes::Mode mode) {
     // O_NONBLOCK: a pipe by that name must not hold us up; it means nothing to a regular file.
@@ -99,7 +98,10 @@ void FileBytes::sync() const {
 }
 
 bool FileBytes::insertInFront(off_t length) {
-    return ::fallocate(descriptor_, FALLOC_FL_INSERT_RANGE, 0, length) == 0;
+    if (::fallocate(descriptor_, FALLOC_FL_INSERT_RANGE, 0, length) != 0) return false;
+    (void)::posix_fadvise(descriptor_, 0, 0,
+                          POSIX_FADV_WILLNEED); // its pages are gone; who writes, reads again
+    return true;
 }
 
 void FileBytes::shiftTail(off_t from, off_t to) {
@@ -122,20 +124,7 @@ void FileBytes::shiftTail(off_t from, off_t to) {
 }
 
 void FileBytes::copyContent(const FileBytes& source) {
-    if (::ioctl(descriptor_, FICLONE, source.descriptor_) == 0) return;
-    loff_t in = 0;
-    loff_t out = 0;
-    ssize_t count = 0;
-    while ((count = ::copy_file_range(source.descriptor_, &in, descriptor_, &out, kernelCopySize, 0)) > 0) {
-    }
-    if (count == 0 && in >= source.size()) return;
-    if (count < 0 && (errno == ENOSPC || errno == EDQUOT || errno == EFBIG)) fail("Cannot write");
-    std::vector<std::uint8_t> buffer(bufferSize);
-    while (const std::size_t length = source.read(buffer, in)) {
-        write(ByteView(buffer).first(length), out);
-        in += static_cast<loff_t>(length);
-        out += static_cast<loff_t>(length);
-    }
+    if (!files::copyContent(source.descriptor_, descriptor_)) fail("Cannot write");
 }
 
 bool sameBytes(const FileBytes& left, off_t leftFrom, const FileBytes& right, off_t rightFrom) {

@@ -52,7 +52,7 @@ void ID3TagEditor::write(const ID3Tag& tag, const std::filesystem::path& to,
                                                      total - ID3TagConfiguration::tagHeaderSizeInBytes);
     bytes.resize(total, 0);
     std::copy(header.begin(), header.end(), bytes.begin());
-    Mp3FileWriter::write(file, plan, bytes, beforeAudioMoves);
+    Mp3FileWriter::write(file, plan, std::move(bytes), beforeAudioMoves);
 }
 
 bool ID3TagEditor::sameAudio(const std::filesystem::path& left, const std::filesystem::path& right) {

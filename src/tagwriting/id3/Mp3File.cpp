@@ -41,6 +41,15 @@ off_t roundedUp(off_t value, off_t unit) {
     return (value + unit - 1) / unit * unit;
 }
 
+/// The audio that shares a block with the end of the new tag. Written along with the tag, as it is, it spares
+/// reading that block from the disk: making room has dropped the file's pages.
+Bytes audioOfLastTagBlock(const FileBytes& file, const Mp3WithID3TagBuilder& plan) {
+    const off_t shared = roundedUp(plan.newLength, file.blockSize()) - plan.newLength;
+    Bytes audio(static_cast<std::size_t>(shared));
+    audio.resize(file.read(audio, plan.oldLength));
+    return audio;
+}
+
 } // namespace
 
 std::optional<Bytes> Mp3FileReader::read(const std::filesystem::path& path) {
@@ -80,18 +89,23 @@ Mp3WithID3TagBuilder Mp3WithID3TagBuilder::plan(const FileBytes& file, std::size
     return {Step::insertInFront, room, room + roundedUp(needed + leastPadding - room, block)};
 }
 
-void Mp3FileWriter::write(FileBytes& file, const Mp3WithID3TagBuilder& plan, ByteView tag,
+void Mp3FileWriter::write(FileBytes& file, const Mp3WithID3TagBuilder& plan, Bytes tag,
                           const std::function<void()>& beforeAudioMoves) {
     using Step = Mp3WithID3TagBuilder::Step;
-    const bool inserted =
-        plan.step == Step::insertInFront && file.insertInFront(plan.newLength - plan.oldLength);
+    bool inserted = false;
+    if (plan.step == Step::insertInFront) {
+        const Bytes audio = audioOfLastTagBlock(file, plan);
+        inserted = file.insertInFront(plan.newLength - plan.oldLength);
+        if (inserted) tag.insert(tag.end(), audio.begin(), audio.end());
+    }
     if (plan.step != Step::headOnly && !inserted) {
         if (beforeAudioMoves) beforeAudioMoves();
         file.shiftTail(plan.oldLength, plan.newLength);
     }
     if (!inserted) file.write(Header{}, 0);
-    file.write(tag.subspan(headerSize), static_cast<off_t>(headerSize));
-    file.write(tag.first(headerSize), 0);
+    const ByteView bytes(tag);
+    file.write(bytes.subspan(headerSize), static_cast<off_t>(headerSize));
+    file.write(bytes.first(headerSize), 0);
 }
 
 } // namespace velto::id3

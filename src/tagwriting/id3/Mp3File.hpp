@@ -43,7 +43,7 @@ struct Mp3FileWriter {
     /// state in between is never taken for a whole file. `beforeAudioMoves` is called once where the audio
     /// has to be copied to another place of the file. Not synced. Throws SystemError; the file is then
     /// undefined.
-    static void write(FileBytes& file, const Mp3WithID3TagBuilder& plan, ByteView tag,
+    static void write(FileBytes& file, const Mp3WithID3TagBuilder& plan, Bytes tag,
                       const std::function<void()>& beforeAudioMoves = {});
 };
 
