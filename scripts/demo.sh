@@ -19,19 +19,33 @@ if [[ -n "$in_place" && "$in_place" != --in-place ]]; then
   echo "usage: ./dev run [FOLDER [--in-place]]" >&2
   exit 2
 fi
+# A link to the folder is no copy of it: what is copied, and what is told, is the folder itself.
+[[ -z "$folder" ]] || folder=$(realpath -- "$folder")
 if [[ -z "$folder" ]]; then
   music=$demo/sample-music
+  maker=tools/sample-music/make-sample-music.py
   rm -rf "$music"
   echo "1. Sample music"
-  /usr/bin/python3 tools/sample-music/make-sample-music.py "$music" --count 60
+  # Made once; each run tags a fresh copy.
+  if ! sha256sum --status -c "$demo/pristine.sum" 2>/dev/null; then
+    /usr/bin/python3 "$maker" "$demo/pristine" --count 60
+    sha256sum "$maker" >"$demo/pristine.sum"
+  fi
+  cp -a --reflink=auto "$demo/pristine" "$music"
 elif [[ "$in_place" == --in-place ]]; then
-  music=$(realpath "$folder")
+  music=$folder
   echo "1. Your folder, in place: $music"
 else
   music=$demo/copy
   rm -rf "$music"
   echo "1. A copy of your folder (the originals are not touched)"
-  cp -a --reflink=auto "$folder" "$music"
+  needed=$(du -s --block-size=1 -- "$folder" | cut -f1)
+  free=$(df --output=avail --block-size=1 "$demo" | tail -1)
+  if ((needed > free)); then
+    echo "A copy of $folder needs $((needed >> 20)) MB, $demo has $((free >> 20)) MB free: name a smaller folder." >&2
+    exit 1
+  fi
+  cp -a --reflink=auto -- "$folder" "$music"
 fi
 
 coproc BACKEND { exec "$programs/velto-backend" --port 0 --credits 1000000 --exit-with-stdin --state "$demo/backend.sqlite" 2>"$demo/backend.log"; }
@@ -50,10 +64,10 @@ echo "3. Signed in"
 velto whoami
 
 echo "4. Scan"
-velto library add "$music" --name Demo --include '*.{mp3,m4a,aac,mp4,aif,aiff,wav,flac}' || true
+velto library add "$music" --name Demo --include '*.{mp3,m4a,aac,mp4,aif,aiff,wav,flac}'
 
 echo "5. Tag everything"
-velto tag Demo --yes || true
+velto tag Demo --yes
 
 echo "6. What happened"
 velto whoami

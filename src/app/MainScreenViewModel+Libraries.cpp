@@ -6,6 +6,7 @@
 #include "platform/files/UserDefaults.hpp"
 #include "platform/log/CrashReporter.hpp"
 #include "platform/log/Log.hpp"
+#include "platform/model/InBackground.hpp"
 #include "store/Repositories.hpp"
 
 #include <algorithm>
@@ -98,7 +99,8 @@ Task<void> MainScreenViewModel::createLibrary(std::string name, std::string root
 
 Task<void> MainScreenViewModel::deleteLibrary(LibraryRef library) {
     const auto self = shared_from_this();
-    if (scanFinished_ && selectedLibrary.get() == library) {
+    // The library that is being scanned need not be selected any more.
+    if (runningScan_ && (runningScan_->library == library || selectedLibrary.get() == library)) {
         co_await cancelScan();
         errorMessage = std::nullopt; // the cancellation is wanted
     }
@@ -187,7 +189,12 @@ Task<void> MainScreenViewModel::rollBackDeletion(LibraryRef library, std::vector
 Task<void> MainScreenViewModel::clearLocalData() {
     const auto self = shared_from_this();
     log::line("🗑️ [AUTH] Clearing all local data for signout...");
+    if (runningScan_) {
+        co_await cancelScan();
+        errorMessage = std::nullopt;
+    }
     try {
+        modelContext_.save(); // whoever takes the removal back takes nothing else back with it
         for (const auto& each : modelContext_.fetch<Library>())
             modelContext_.remove(each);
         for (const auto& each : modelContext_.fetch<Track>())
@@ -196,7 +203,7 @@ Task<void> MainScreenViewModel::clearLocalData() {
             modelContext_.remove(each);
         for (const auto& each : modelContext_.fetch<PlaylistFolder>())
             modelContext_.remove(each);
-        modelContext_.save();
+        co_await model::saveInBackground(modelContext_, services_.executors);
         libraries = std::vector<LibraryRef>{};
         tracks = std::vector<TrackRef>{};
         playlists = std::vector<PlaylistRef>{};

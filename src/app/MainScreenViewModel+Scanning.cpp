@@ -20,15 +20,12 @@ Task<ScanRunRef> MainScreenViewModel::refreshSelectedLibrary() {
 
 Task<ScanRunRef> MainScreenViewModel::scan(LibraryRef library) {
     const auto self = shared_from_this();
-    // A scan under way keeps its progress: the scanner refuses this one.
-    const bool isOnlyScan = scanFinished_ == nullptr;
-    const auto finished = isOnlyScan ? std::make_shared<Event>(services_.executors.main) : nullptr;
-    if (isOnlyScan) {
-        scanFinished_ = finished;
-        ScanProgress progress;
-        progress.startTime = services_.clock.now();
-        scanProgress = progress;
+    while (runningScan_ && runningScan_->isCancelled) {
+        const auto leaving = runningScan_;
+        co_await leaving->finished.wait();
     }
+    // A scan under way keeps its progress: the scanner refuses this one.
+    const auto started = runningScan_ ? nullptr : startedScan(library);
     ScanRunRef run;
     std::exception_ptr failure;
     try {
@@ -40,14 +37,23 @@ Task<ScanRunRef> MainScreenViewModel::scan(LibraryRef library) {
         log::line("Import failed: {}", describe(error));
         errorMessage = "Import failed: " + describe(error);
     }
-    if (isOnlyScan) {
+    if (started) {
         lastScanFailure = failure;
-        scanFinished_ = nullptr;
+        runningScan_ = nullptr;
         scanProgress = std::nullopt;
-        finished->set();
+        started->finished.set();
     }
     if (run) co_await afterScan(library);
     co_return run;
+}
+
+std::shared_ptr<MainScreenViewModel::RunningScan>
+MainScreenViewModel::startedScan(const LibraryRef& library) {
+    runningScan_ = std::make_shared<RunningScan>(library, services_.executors.main);
+    ScanProgress progress;
+    progress.startTime = services_.clock.now();
+    scanProgress = progress;
+    return runningScan_;
 }
 
 Task<void> MainScreenViewModel::afterScan(LibraryRef library) {
@@ -65,9 +71,10 @@ Task<void> MainScreenViewModel::afterScan(LibraryRef library) {
 
 Task<void> MainScreenViewModel::cancelScan() {
     const auto self = shared_from_this();
-    const auto finished = scanFinished_;
+    const auto running = runningScan_;
+    if (running) running->isCancelled = true;
     co_await scanner->cancelScan();
-    if (finished) co_await finished->wait();
+    if (running) co_await running->finished.wait();
 }
 
 Task<void> MainScreenViewModel::checkForNewFiles(std::weak_ptr<MainScreenViewModel> viewModel,

@@ -164,17 +164,19 @@ Task<void> MainScreenViewModel::runBatch(std::shared_ptr<MainScreenViewModel> se
     try {
         co_await self->tagBatch(run, index);
     } catch (const TaggingServiceError& error) {
-        self->releaseBatch(batch);
         switch (error.kind()) {
         case TaggingServiceError::Case::insufficientCredits:
+            self->releaseBatch(batch);
             self->errorMessage = fmt::format(
                 "Insufficient credits. You need {} but only have {} available. Please purchase more credits.",
                 error.needed(), error.available());
             break;
         case TaggingServiceError::Case::authenticationRequired:
+            self->releaseBatch(batch);
             self->errorMessage = "Authentication required. Please sign in to tag tracks.";
             break;
         case TaggingServiceError::Case::rateLimitExceeded: {
+            self->releaseBatch(batch);
             if (error.retryAfter()) state.foldRetryAfter(*error.retryAfter());
             const std::string text = fmt::format("Rate limit exceeded on batch {}", number);
             state.allErrors.push_back(text);
@@ -182,19 +184,20 @@ Task<void> MainScreenViewModel::runBatch(std::shared_ptr<MainScreenViewModel> se
             break;
         }
         default:
-            self->batchFailed(state, number, error);
+            self->batchFailed(*run, index, error);
         }
     } catch (const std::exception& error) {
-        self->releaseBatch(batch);
-        self->batchFailed(state, number, error);
+        self->batchFailed(*run, index, error);
     }
     --run->running;
     run->batchEnded->set();
 }
 
-void MainScreenViewModel::batchFailed(TaggingState& state, std::size_t number, const std::exception& error) {
+void MainScreenViewModel::batchFailed(TaggingRun& run, std::size_t index, const std::exception& error) {
+    const std::size_t number = index + 1;
     services_.crashReporter.recordError(error);
-    state.allErrors.push_back(fmt::format("Batch {} failed: {}", number, describe(error)));
+    releaseBatch(run.batches[index]);
+    run.state.allErrors.push_back(fmt::format("Batch {} failed: {}", number, describe(error)));
     log::line("❌ [VM] Batch {} failed: {}", number, describe(error));
 }
 
@@ -275,12 +278,13 @@ Task<void> MainScreenViewModel::markTracksAsTagged(std::vector<TrackRef> selecti
     co_await loadTracksForSelectedLibrary();
 }
 
-Task<void> MainScreenViewModel::clearTags(std::vector<TrackRef> selection) {
+Task<std::int64_t> MainScreenViewModel::clearTags(std::vector<TrackRef> selection) {
     const auto self = shared_from_this();
-    if (selection.empty()) co_return;
+    std::int64_t unwrittenFiles = 0;
+    if (selection.empty()) co_return unwrittenFiles;
     log::line("🗑️ Clearing tags from {} track(s)", selection.size());
     TaggingProgress progress{static_cast<std::int64_t>(selection.size()), 0, services_.clock.now()};
-    taggingProgress = progress;
+    clearingProgress = progress;
     for (const TrackRef& track : selection) {
         TrackFields& fields = track->edit();
         fields.genres = std::nullopt;
@@ -293,21 +297,23 @@ Task<void> MainScreenViewModel::clearTags(std::vector<TrackRef> selection) {
             try {
                 co_await metadataWriter->clearGenreTags(path);
             } catch (const std::exception& error) {
+                ++unwrittenFiles;
                 log::line("❌ Failed to clear genre from {}: {}", filename, describe(error));
             }
         }
         ++progress.completedTracks;
-        taggingProgress = progress;
+        clearingProgress = progress;
     }
-    taggingProgress = std::nullopt;
+    clearingProgress = std::nullopt;
     try {
         co_await model::saveInBackground(modelContext_, services_.executors);
     } catch (const std::exception& error) {
         errorMessage = "Failed to clear tags: " + describe(error);
-        co_return;
+        co_return unwrittenFiles;
     }
     co_await loadTracksForSelectedLibrary();
     log::line("✅ Successfully cleared tags from {} track(s)", selection.size());
+    co_return unwrittenFiles;
 }
 
 } // namespace velto

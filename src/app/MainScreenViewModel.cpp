@@ -45,7 +45,7 @@ MainScreenViewModel::MainScreenViewModel(const MainScreenServices& services)
                                             services_.executors, services_.clock, services_.crashReporter);
     cancellables_.push_back(
         scanner->observableProgress().subscribe([this](const std::optional<ScanProgress>& progress) {
-            if (scanFinished_ && progress) scanProgress = progress;
+            if (runningScan_ && progress) scanProgress = progress;
         }));
     log::line("✅ [VIEWMODEL] MainScreenViewModel initialized");
 }
@@ -73,11 +73,6 @@ void MainScreenViewModel::takeState(const AuthenticationState& state) {
     isAuthenticating = state.isAuthenticating();
 }
 
-void MainScreenViewModel::invalidateCache() {
-    cacheValid_ = false;
-    log::line("🗑️ [CACHE] Invalidated filteredTracks cache");
-}
-
 Task<void> MainScreenViewModel::backgroundWorkFinished() {
     const auto self = shared_from_this();
     co_await background_->finished();
@@ -101,6 +96,10 @@ Task<void> MainScreenViewModel::signOut() {
     // A token that could not be deleted leaves the session, and so the data, as they were.
     if (!authManager->authenticationState().get().isUnauthenticated()) co_return;
     co_await clearLocalData();
+}
+
+void MainScreenViewModel::invalidateCache() {
+    log::line("🗑️ [CACHE] Invalidated filteredTracks cache");
 }
 
 } // namespace velto

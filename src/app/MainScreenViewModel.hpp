@@ -5,6 +5,7 @@
 #include "platform/concurrency/Clock.hpp"
 #include "platform/concurrency/Executors.hpp"
 #include "platform/concurrency/Published.hpp"
+#include "platform/concurrency/TaskHandle.hpp"
 #include "platform/model/ModelContext.hpp"
 #include "scanning/Scanner.hpp"
 #include "store/Entities.hpp"
@@ -28,7 +29,6 @@ class AuthenticationManager;
 class BackgroundTasks;
 class ConcurrentScanner;
 class CrashReporter;
-class Event;
 class FileRepository;
 class FolderGrants;
 class GenreTextParser;
@@ -63,8 +63,8 @@ struct MainScreenServices {
 };
 
 /// The one central state object: every face reads it and calls its operations. Main actor only. Its
-/// operations never fail: what goes wrong ends up as a text in `errorMessage`. Long work runs elsewhere; each
-/// operation gives way where it waits. One source file a flow.
+/// operations do not throw (but for addLibrary's LibraryCreationError): what goes wrong ends up as a text in
+/// `errorMessage`. Long work runs elsewhere; each operation gives way where it waits. One source file a flow.
 class MainScreenViewModel final : public std::enable_shared_from_this<MainScreenViewModel> {
   public:
     static std::shared_ptr<MainScreenViewModel> create(const MainScreenServices& services);
@@ -82,8 +82,9 @@ class MainScreenViewModel final : public std::enable_shared_from_this<MainScreen
     Published<std::vector<TrackRef>> tracks;      ///< of the selected library, one a file
     Published<bool> isLoading{false};
     Published<std::optional<std::string>> errorMessage;
-    Published<std::optional<ScanProgress>> scanProgress; ///< present exactly while a scan runs
-    Published<std::optional<TaggingProgress>> taggingProgress;
+    Published<std::optional<ScanProgress>> scanProgress;        ///< present exactly while a scan runs
+    Published<std::optional<TaggingProgress>> taggingProgress;  ///< present while tagging runs
+    Published<std::optional<TaggingProgress>> clearingProgress; ///< present while clearTags runs
     Published<bool> isShowingAddLibrary{false};
     Published<std::vector<PlaylistRef>> playlists;
     Published<std::vector<PlaylistFolderRef>> playlistFolders;
@@ -121,9 +122,8 @@ class MainScreenViewModel final : public std::enable_shared_from_this<MainScreen
     Task<void> clearLocalData();
 
     // Scanning.
-    /// Scans the selected library to its end. The finished run, or null where the scan failed or was
-    /// cancelled
-    /// (`lastScanFailure` then holds why).
+    /// Scans the selected library to its end, behind a cancelled scan that is still on its way out. The
+    /// finished run, or null where the scan failed or was cancelled; `lastScanFailure` then holds why.
     Task<ScanRunRef> refreshSelectedLibrary();
     /// Looks in each library's folder for files that the store does not know, and scans where there are any.
     static Task<void> checkForNewFiles(std::weak_ptr<MainScreenViewModel> viewModel,
@@ -139,7 +139,8 @@ class MainScreenViewModel final : public std::enable_shared_from_this<MainScreen
     // Tagging.
     Task<TaggingSummary> tagTracks(std::vector<TrackRef> selection);
     Task<void> markTracksAsTagged(std::vector<TrackRef> selection);
-    Task<void> clearTags(std::vector<TrackRef> selection);
+    /// How many files could not be written; the log says which.
+    Task<std::int64_t> clearTags(std::vector<TrackRef> selection);
 
     // Session.
     Task<void> refreshCredits();
@@ -151,10 +152,21 @@ class MainScreenViewModel final : public std::enable_shared_from_this<MainScreen
     struct TaggingRun;
     struct TaggingBatch;
 
+    struct RunningScan {
+        RunningScan(LibraryRef scanned, const Executor& main)
+            : library(std::move(scanned))
+            , finished(main) {}
+
+        LibraryRef library;
+        Event finished;
+        bool isCancelled = false;
+    };
+
     explicit MainScreenViewModel(const MainScreenServices& services);
     static std::string bookmarkKey(const std::string& libraryName);
     void takeState(const AuthenticationState& state);
-    void invalidateCache();
+    /// What a face derived from `tracks` is no longer current.
+    static void invalidateCache();
     void stopAccess(const std::string& libraryName);
     Task<void> loadPlaylists();
 
@@ -165,6 +177,7 @@ class MainScreenViewModel final : public std::enable_shared_from_this<MainScreen
     void saveSyncTimestamps(const std::string& success);
 
     Task<ScanRunRef> scan(LibraryRef library);
+    [[nodiscard]] std::shared_ptr<RunningScan> startedScan(const LibraryRef& library);
     Task<void> afterScan(LibraryRef library);
 
     Task<void> deleteLocally(LibraryRef library);
@@ -179,7 +192,7 @@ class MainScreenViewModel final : public std::enable_shared_from_this<MainScreen
     Task<void> tagBatch(std::shared_ptr<TaggingRun> run, std::size_t index);
     Task<void> applyTags(std::shared_ptr<TaggingRun> run, TrackRef track, TrackTags tags);
     void releaseBatch(const TaggingBatch& batch);
-    void batchFailed(TaggingState& state, std::size_t number, const std::exception& error);
+    void batchFailed(TaggingRun& run, std::size_t index, const std::exception& error);
 
     MainScreenServices services_;
     model::ModelContext& modelContext_;
@@ -190,8 +203,7 @@ class MainScreenViewModel final : public std::enable_shared_from_this<MainScreen
     std::vector<Subscription> cancellables_;
     std::shared_ptr<GraphQLClient> graphQLClient_;
     std::unique_ptr<BackgroundTasks> background_;
-    std::shared_ptr<Event> scanFinished_; ///< of the scan under way; null while none runs
-    bool cacheValid_ = false;
+    std::shared_ptr<RunningScan> runningScan_; ///< null while none runs
 };
 
 } // namespace velto

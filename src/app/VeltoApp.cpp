@@ -29,23 +29,45 @@ VeltoApp::VeltoApp(VeltoAppConfiguration configuration)
     , crashReporter_(configuration_.home.crashReports)
     // The store first: its lock says that no other process works on this home.
     , sharedModelContainer_(openStore(configuration_.home))
+    , rewriteJournal_(configuration_.home.rewrites)
     , userDefaults_(configuration_.home.defaults, configuration_.executors) {
-    rewriteJournal_.emplace(configuration_.home.rewrites);
-    recoverInterruptedRewrites(*rewriteJournal_, crashReporter_);
     sharedModelContainer_->mainContext().deliverChangesThrough(
         [main = configuration_.executors.main](std::function<void()> work) {
             asio::post(main, std::move(work));
         });
-    keychain_ = configuration_.keychain
-                    ? configuration_.keychain
-                    : std::make_shared<DefaultKeychainService>(keychainServiceName, keychainAccountName);
+}
+
+Task<std::unique_ptr<VeltoApp>> VeltoApp::launch(VeltoAppConfiguration configuration) {
+    std::unique_ptr<VeltoApp> app(new VeltoApp(std::move(configuration)));
+    co_await app->prepare();
+    app->compose();
+    co_return app;
+}
+
+Task<void> VeltoApp::prepare() {
+    // Both may take seconds: a large file to look at, a process to wait for.
+    const auto recovering = [this] { recoverInterruptedRewrites(rewriteJournal_, crashReporter_); };
+    co_await offload(configuration_.executors, recovering);
     backendAddress_ = configuration_.backendAddress.value_or(std::string(productBackendAddress));
     while (backendAddress_.ends_with('/'))
         backendAddress_.pop_back();
-    if (backendAddress_.empty() && configuration_.needsBackend) {
+    if (!backendAddress_.empty() || !configuration_.needsBackend) co_return;
+    const auto starting = [this] {
         localBackend_.emplace(LocalBackend::start(configuration_.home.backendState));
+    };
+    try {
+        co_await offload(configuration_.executors, starting);
         backendAddress_ = localBackend_->address();
+    } catch (const std::exception& error) {
+        log::line("❌ [BACKEND] {}", describe(error));
+        crashReporter_.recordError(error);
     }
+}
+
+void VeltoApp::compose() {
+    keychain_ = configuration_.keychain
+                    ? configuration_.keychain
+                    : std::make_shared<DefaultKeychainService>(keychainServiceName, keychainAccountName);
     log::line("🌐 API Environment: Production (RELEASE build)");
     authClient_ = makeClient();
     authManager_ = std::make_shared<DefaultAuthenticationManager>(
@@ -86,7 +108,7 @@ std::shared_ptr<MainScreenViewModel> VeltoApp::viewModel() {
                                               .modelContext = sharedModelContainer_->mainContext(),
                                               .userDefaults = userDefaults_,
                                               .folderGrants = folderGrants_,
-                                              .rewriteJournal = *rewriteJournal_,
+                                              .rewriteJournal = rewriteJournal_,
                                               .genreTextParser = &genreTextParser_,
                                               .checksAtLoad = configuration_.checksAtLoad});
     viewModel_->setUp(authManager_, [this] { return makeClient(); });

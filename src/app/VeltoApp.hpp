@@ -45,9 +45,11 @@ struct VeltoAppConfiguration {
 /// when it goes. Main actor.
 class VeltoApp {
   public:
-    /// Opens the store, recovers interrupted rewrites, composes the services. Throws Error with the text that
-    /// the user is shown: without its store the program does not run.
-    explicit VeltoApp(VeltoAppConfiguration configuration);
+    /// Opens the store, recovers interrupted rewrites, starts the local backend where there is no other, and
+    /// composes the services. Throws Error with the text that the user is shown where the store cannot be
+    /// opened: without it the program does not run. Anything else that fails is logged, and missed where it
+    /// is used: without a backend the requests fail.
+    static Task<std::unique_ptr<VeltoApp>> launch(VeltoAppConfiguration configuration);
     ~VeltoApp();
     VeltoApp(const VeltoApp&) = delete;
     VeltoApp& operator=(const VeltoApp&) = delete;
@@ -66,13 +68,16 @@ class VeltoApp {
     Task<bool> handleURLCallback(std::string url);
 
   private:
+    explicit VeltoApp(VeltoAppConfiguration configuration);
+    Task<void> prepare();
+    void compose();
     std::shared_ptr<GraphQLClient> makeClient();
     void finishLaunching();
 
     VeltoAppConfiguration configuration_;
     FileCrashReporter crashReporter_;
-    std::optional<RewriteJournal> rewriteJournal_;
     std::unique_ptr<model::ModelContainer> sharedModelContainer_;
+    RewriteJournal rewriteJournal_;
     UserDefaults userDefaults_;
     FolderGrants folderGrants_;
     http::HttpClient transport_;

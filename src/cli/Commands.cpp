@@ -1,5 +1,6 @@
 #include "cli/Commands.hpp"
 
+#include "platform/model/InBackground.hpp"
 #include "platform/text/Text.hpp"
 
 #include <algorithm>
@@ -43,7 +44,18 @@ Interruption interrupt(Context& context) {
         context.interruptions.start(viewModel->cancelScan());
         return Interruption::handled;
     }
-    return viewModel->taggingProgress.get() ? Interruption::mustWait : Interruption::quitNow;
+    const bool isWriting = viewModel->taggingProgress.get() || viewModel->clearingProgress.get();
+    return isWriting ? Interruption::mustWait : Interruption::quitNow;
+}
+
+Task<void> loadLists(Context& context) {
+    try {
+        co_await model::loadInBackground(context.app.sharedModelContainer().mainContext(), context.executors);
+    } catch (const std::exception& error) {
+        throw CommandFailed("Failed to load libraries: " + describe(error));
+    }
+    const auto viewModel = context.app.viewModel();
+    co_await viewModel->loadData();
 }
 
 Task<LibraryRef> selectNamedLibrary(Context& context) {
@@ -57,7 +69,7 @@ Task<LibraryRef> selectNamedLibrary(Context& context) {
             throw CommandFailed("There is no library named '" + *name + "'. 'library list' shows them.");
         viewModel->selectedLibrary = named;
     }
-    co_await viewModel->loadData();
+    co_await loadLists(context);
     if (!viewModel->selectedLibrary.get()) {
         failOnError(*viewModel);
         throw CommandFailed("There is no library yet. Add one: veltoctl library add FOLDER");
@@ -83,16 +95,18 @@ std::vector<Subscription> showProgress(const Context& context, MainScreenViewMod
         [&terminal = context.terminal](const std::optional<ScanProgress>& progress) {
             progress ? terminal.progress(*progress) : terminal.endProgress();
         }));
-    subscriptions.push_back(
-        viewModel.taggingProgress.subscribe([&terminal = context.terminal, &clock = context.clock](
-                                                const std::optional<TaggingProgress>& progress) {
+    const auto shows = [&terminal = context.terminal, &clock = context.clock](const char* what) {
+        return [&terminal, &clock, what](const std::optional<TaggingProgress>& progress) {
             if (!progress) return terminal.endProgress();
             const double elapsed = clock.secondsSince(progress->startTime);
             std::optional<double> left;
             if (progress->completedTracks > 0)
                 left = estimatedTimeRemaining(elapsed, progress->completedTracks, progress->totalTracks);
-            terminal.progress("Writing tags...", progress->completedTracks, progress->totalTracks, left);
-        }));
+            terminal.progress(what, progress->completedTracks, progress->totalTracks, left);
+        };
+    };
+    subscriptions.push_back(viewModel.taggingProgress.subscribe(shows("Writing tags...")));
+    subscriptions.push_back(viewModel.clearingProgress.subscribe(shows("Clearing tags...")));
     return subscriptions;
 }
 

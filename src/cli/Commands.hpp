@@ -47,12 +47,6 @@ struct Output {
 /// user's.
 Task<Output> runCommand(Context& context);
 
-/// The first half of `check`, on the store alone: how many files of the library the store does not know.
-Task<std::size_t> countNewFiles(Context& context);
-
-/// What `check` says of so many new files and the scan that they caused, if any.
-[[nodiscard]] Output checkOutput(std::size_t newFiles, const ScanRunRef& run);
-
 /// What an interrupt (Ctrl-C) does while the command runs.
 enum class Interruption {
     handled,  ///< the command ends by itself, soon
@@ -77,6 +71,9 @@ Task<Output> markTagged(Context& context);
 Task<Output> signIn(Context& context);
 Task<Output> signOut(Context& context);
 Task<Output> whoAmI(Context& context);
+
+/// Loads the store's lists. Throws CommandFailed where the store cannot be read.
+Task<void> loadLists(Context& context);
 
 /// Loads the store's lists and selects the library that was named, else the first. Throws CommandFailed where
 /// there is none.

@@ -1,5 +1,6 @@
 #include "cli/Commands.hpp"
 
+#include "platform/core/Printable.hpp"
 #include "scanning/ConcurrentScanner.hpp"
 
 namespace velto::cli {
@@ -11,7 +12,7 @@ constexpr auto defaultIncludeGlob = "*.{mp3,m4a,aif,aiff,wav,flac}";
 
 std::string summary(const ScanRunRef& run) {
     return fmt::format("Scanned {}: {} files, {} new, {} changed, {} missing, {} with errors.\n",
-                       run->library ? run->library->name : "", run->totalSeen, run->newCount,
+                       run->library ? printable(run->library->name) : "", run->totalSeen, run->newCount,
                        run->changedCount, run->missingCount, run->errorCount);
 }
 
@@ -41,7 +42,7 @@ std::filesystem::path absoluteFolder(const std::filesystem::path& folder) {
 
 Task<Output> addLibrary(Context& context) {
     const auto viewModel = context.app.viewModel();
-    co_await viewModel->loadData();
+    co_await loadLists(context);
     const auto folder = absoluteFolder(context.options.folder);
     const std::string usualName = (folder.has_filename() ? folder.filename() : folder).string();
     co_await viewModel->addLibrary(context.options.library.value_or(usualName), folder,
@@ -49,7 +50,7 @@ Task<Output> addLibrary(Context& context) {
                                    context.options.excludeGlob);
     failOnError(*viewModel);
     const LibraryRef library = viewModel->selectedLibrary;
-    Output output{fmt::format("Added {} ({}).\n", library->name, library->rootPath),
+    Output output{fmt::format("Added {} ({}).\n", printable(library->name), printable(library->rootPath)),
                   toJson(library, context.clock.now()),
                   {}};
     output.json["scanRun"] = nullptr;
@@ -64,12 +65,12 @@ Task<Output> addLibrary(Context& context) {
 
 Task<Output> listLibraries(Context& context) {
     const auto viewModel = context.app.viewModel();
-    co_await viewModel->loadData();
+    co_await loadLists(context);
     Output output{{}, Json::array(), {}};
     const Date now = context.clock.now();
     for (const LibraryRef& library : viewModel->libraries.get()) {
         output.json.push_back(toJson(library, now));
-        output.text += fmt::format("{}  {}  {}, {}\n", library->name, library->rootPath,
+        output.text += fmt::format("{}  {}  {}, {}\n", printable(library->name), printable(library->rootPath),
                                    library->trackCountText(), library->lastImportText(now));
     }
     if (viewModel->libraries->empty()) output.text = "No libraries\n";
@@ -83,7 +84,8 @@ Task<Output> removeLibrary(Context& context) {
     viewModel->errorMessage = std::nullopt;
     co_await viewModel->deleteLibrary(library);
     failOnError(*viewModel);
-    co_return Output{"Removed " + name + ". Its music files are where they were.\n", {{"name", name}}, {}};
+    co_return Output{
+        "Removed " + printable(name) + ". Its music files are where they were.\n", {{"name", name}}, {}};
 }
 
 Task<Output> scan(Context& context) {
@@ -92,30 +94,21 @@ Task<Output> scan(Context& context) {
     co_return Output{summary(run), toJson(run), {}};
 }
 
-Task<std::size_t> countNewFiles(Context& context) {
+Task<Output> check(Context& context) {
     const LibraryRef library = co_await selectNamedLibrary(context);
     const auto viewModel = context.app.viewModel();
-    const auto found = co_await viewModel->countNewFiles(library);
-    if (!found) failOnError(*viewModel);
-    co_return found.value_or(0);
-}
-
-Output checkOutput(std::size_t newFiles, const ScanRunRef& run) {
-    Output output{fmt::format("{} new file{}.\n", newFiles, newFiles == 1 ? "" : "s"),
-                  {{"newFiles", newFiles}, {"scanRun", nullptr}},
+    const auto counted = co_await viewModel->countNewFiles(library);
+    if (!counted) failOnError(*viewModel);
+    const std::size_t found = counted.value_or(0);
+    Output output{fmt::format("{} new file{}.\n", found, found == 1 ? "" : "s"),
+                  {{"newFiles", found}, {"scanRun", nullptr}},
                   {}};
-    if (run) {
-        output.text += summary(run);
-        output.json["scanRun"] = toJson(run);
-    }
-    return output;
-}
-
-Task<Output> check(Context& context) {
-    const std::size_t found = co_await countNewFiles(context);
-    ScanRunRef run;
-    if (found > 0) run = co_await scanSelected(context);
-    co_return checkOutput(found, run);
+    if (found == 0) co_return output;
+    co_await restoreSession(context); // the scan asks for the vocabulary
+    const ScanRunRef run = co_await scanSelected(context);
+    output.text += summary(run);
+    output.json["scanRun"] = toJson(run);
+    co_return output;
 }
 
 } // namespace velto::cli

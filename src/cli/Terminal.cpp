@@ -1,12 +1,16 @@
 #include "cli/Terminal.hpp"
 
+#include "platform/core/Printable.hpp"
+
 #include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cmath>
+#include <condition_variable>
 #include <iostream>
 #include <mutex>
+#include <utility>
 
 namespace velto::cli {
 
@@ -14,6 +18,9 @@ namespace {
 
 constexpr Seconds redrawPause{0.1};
 constexpr Seconds plainLinePause{2};
+constexpr Seconds longestFarewell{1};
+/// What waits for a slow reader at most; lines beyond it are left out here.
+constexpr std::size_t pendingLimit = std::size_t{4} << 20;
 
 std::string duration(double seconds) {
     const auto whole = static_cast<std::int64_t>(std::ceil(seconds));
@@ -47,58 +54,108 @@ std::string fitted(std::string text) {
 
 } // namespace
 
+/// What is to stand on standard error. A thread of its own writes it: whoever stops reading (a pager, a
+/// stopped terminal) stops that thread and nothing else.
 struct Terminal::State {
     std::mutex mutex;
-    bool quiet = false;
+    std::condition_variable changed;
+    std::condition_variable written;
     bool isTerminal = false;
-    std::string shown; ///< the progress line that stands there; empty for none
-    std::string lastText;
-    Date lastShown;
+    bool isStopping = false;
+    bool isWriting = false;
+    std::string pending; ///< whole lines
+    std::size_t droppedBytes = 0;
+    std::string shown; ///< the progress line that stands there; empty for none. The writer's.
+    std::string toShow;
 
-    void erase() {
-        if (!shown.empty()) writeAll("\r\x1b[K");
+    [[nodiscard]] bool isUpToDate() const { return pending.empty() && toShow == shown; }
+
+    void append(std::string_view lines) {
+        const std::lock_guard lock(mutex);
+        if (pending.size() + lines.size() > pendingLimit)
+            droppedBytes += lines.size();
+        else
+            pending += lines;
+        changed.notify_one();
     }
 
-    void block(std::string_view lines) {
+    void show(std::string line) {
         const std::lock_guard lock(mutex);
-        erase();
-        writeAll(lines);
-        if (!shown.empty()) writeAll(shown);
+        toShow = std::move(line);
+        changed.notify_one();
+    }
+
+    void run() {
+        std::unique_lock lock(mutex);
+        while (true) {
+            changed.wait(lock, [this] { return !isUpToDate() || isStopping; });
+            if (isUpToDate()) return;
+            std::string output = shown.empty() ? "" : "\r\x1b[K";
+            output += std::exchange(pending, {});
+            if (droppedBytes > 0)
+                output += fmt::format("({} bytes of log lines were not shown; the log file has them)\n",
+                                      std::exchange(droppedBytes, 0));
+            shown = toShow;
+            output += shown;
+            isWriting = true;
+            lock.unlock();
+            writeAll(output);
+            lock.lock();
+            isWriting = false;
+            written.notify_all();
+        }
+    }
+
+    /// Waits until all of it is written, or for `longest` where nobody reads.
+    void flush(Seconds longest) {
+        std::unique_lock lock(mutex);
+        written.wait_for(lock, longest, [this] { return isUpToDate() && !isWriting; });
     }
 };
 
 Terminal::Terminal(bool quiet, const Clock& clock)
     : state_(std::make_shared<State>())
-    , clock_(clock) {
-    state_->quiet = quiet;
+    , clock_(clock)
+    , isQuiet_(quiet)
+    , writer_([state = state_] { state->run(); }) {
     state_->isTerminal = ::isatty(STDERR_FILENO) == 1;
-    if (!quiet) sink_ = log::addSink([state = state_](std::string_view lines) { state->block(lines); });
+    if (!quiet) sink_ = log::addSink([state = state_](std::string_view lines) { state->append(lines); });
 }
 
 Terminal::~Terminal() {
+    sink_ = {};
     endProgress();
+    state_->flush(longestFarewell);
+    bool isStuck = false;
+    {
+        const std::lock_guard lock(state_->mutex);
+        state_->isStopping = true;
+        state_->changed.notify_one();
+        isStuck = state_->isWriting; // nobody reads
+    }
+    if (isStuck)
+        writer_.detach(); // it holds the state
+    else
+        writer_.join();
 }
 
 void Terminal::progress(std::string_view text, std::int64_t done, std::int64_t total,
                         std::optional<double> secondsLeft) {
-    if (state_->quiet) return;
+    if (isQuiet_) return;
     const Date now = clock_.now();
-    const std::lock_guard lock(state_->mutex);
-    const bool sameText = state_->lastText == text;
-    const Seconds pause = state_->isTerminal ? redrawPause : plainLinePause;
-    if (sameText && done < total && now - state_->lastShown < pause) return;
+    const bool isTerminal = state_->isTerminal;
+    const bool saysNothingNew = lastText_ == text && !isTerminal && total == 0;
+    const bool isSoon = lastText_ == text && now - lastShown_ < (isTerminal ? redrawPause : plainLinePause);
+    if (saysNothingNew || (isSoon && (done < total || total == 0))) return;
     std::string line(text);
     if (total > 0) line += fmt::format(" {} of {} ({}%)", done, total, done * 100 / total);
     if (secondsLeft && done < total) line += fmt::format(", {} left", duration(*secondsLeft));
-    state_->lastText = text;
-    state_->lastShown = now;
-    if (state_->isTerminal) {
-        state_->erase();
-        state_->shown = fitted(line);
-        writeAll(state_->shown);
-    } else {
-        writeAll(line + "\n");
-    }
+    lastText_ = text;
+    lastShown_ = now;
+    if (isTerminal)
+        state_->show(fitted(line));
+    else
+        state_->append(line + "\n");
 }
 
 void Terminal::progress(const ScanProgress& progress) {
@@ -107,20 +164,22 @@ void Terminal::progress(const ScanProgress& progress) {
 }
 
 void Terminal::endProgress() {
-    const std::lock_guard lock(state_->mutex);
-    state_->erase();
-    state_->shown.clear();
-    state_->lastText.clear();
+    lastText_.clear();
+    state_->show("");
 }
 
 void Terminal::say(std::string_view text) {
     log::flush();
-    state_->block(std::string(text) + "\n");
+    state_->append(printableLines(text) + "\n");
+}
+
+void Terminal::flush() {
+    log::flush();
+    state_->flush(longestFarewell);
 }
 
 std::optional<std::string> ask(Terminal& terminal, const std::string& question) {
-    log::flush();
-    terminal.endProgress();
+    terminal.flush();
     if (!question.empty()) writeAll(question + " ");
     std::string answer;
     if (!std::getline(std::cin, answer)) return std::nullopt;

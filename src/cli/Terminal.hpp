@@ -9,11 +9,13 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <thread>
 
 namespace velto::cli {
 
 /// Standard error: log lines and, on a terminal, one progress line below them. Piped, progress is a plain
-/// line now and then. Log lines come from the log's thread, progress from the main actor.
+/// line now and then. Log lines come from the log's thread, all else from the main actor. Nothing here waits
+/// for whoever reads standard error, but for flush.
 class Terminal {
   public:
     /// `quiet` leaves only `say`.
@@ -22,23 +24,32 @@ class Terminal {
     Terminal(const Terminal&) = delete;
     Terminal& operator=(const Terminal&) = delete;
 
-    /// Shows how far something is; at most ten times a second. `total` 0 shows the text alone.
+    /// Shows how far something is; at most ten times a second, piped every two. `total` 0 shows the text
+    /// alone.
     void progress(std::string_view text, std::int64_t done, std::int64_t total,
                   std::optional<double> secondsLeft);
     void progress(const ScanProgress& progress);
     void endProgress();
 
-    /// A line for the user, whatever `quiet` says.
+    /// A line for the user, whatever `quiet` says. Control characters in it are written out.
     void say(std::string_view text);
+
+    /// Waits until all that was said stands there; a second at most where nobody reads.
+    void flush();
 
   private:
     struct State;
     std::shared_ptr<State> state_;
     const Clock& clock_;
+    const bool isQuiet_;
+    std::string lastText_;
+    Date lastShown_;
+    std::thread writer_;
     log::SinkHandle sink_;
 };
 
-/// Asks on standard error and reads a line from standard input; absent at its end. Blocks.
+/// Asks on standard error, where no progress may stand, and reads a line from standard input; absent at its
+/// end. Blocks.
 std::optional<std::string> ask(Terminal& terminal, const std::string& question);
 
 } // namespace velto::cli

@@ -1,5 +1,7 @@
 #include "cli/Commands.hpp"
 
+#include "platform/core/Printable.hpp"
+
 #include <algorithm>
 
 namespace velto::cli {
@@ -18,9 +20,13 @@ std::string line(const TrackRef& track) {
     text += track->lastTagged ? "  (tagged)" : "";
     if (const FileStatus status = track->status(); status != FileStatus::ready)
         text += fmt::format("  ({})", rawValue(status));
-    std::replace_if(
-        text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20; }, ' ');
-    return text + "\n";
+    return printable(text) + "\n";
+}
+
+void sayUnwritten(Context& context, const std::string& what, std::int64_t files) {
+    if (files > 0)
+        context.terminal.say(what + plural(static_cast<std::size_t>(files), "file") +
+                             "; the log says which and why.");
 }
 
 } // namespace
@@ -58,10 +64,7 @@ Task<Output> tag(Context& context) {
                                          : fmt::format("{}", fmt::join(summary.errors, "\n"));
     co_await viewModel->backgroundWorkFinished();
     if (!message && viewModel->errorMessage.get()) context.terminal.say(*viewModel->errorMessage.get());
-    if (summary.unwrittenFiles > 0)
-        context.terminal.say("The genre could not be written to " +
-                             plural(static_cast<std::size_t>(summary.unwrittenFiles), "file") +
-                             "; the log says to which and why.");
+    sayUnwritten(context, "The genre could not be written to ", summary.unwrittenFiles);
     Output output;
     output.json = {{"tagged", summary.tagged},
                    {"credits", summary.credits},
@@ -84,7 +87,8 @@ Task<Output> clearTags(Context& context) {
     co_await confirm(context, question);
     viewModel->errorMessage = std::nullopt;
     const auto progress = showProgress(context, *viewModel);
-    co_await viewModel->clearTags(tracks);
+    const std::int64_t unwritten = co_await viewModel->clearTags(tracks);
+    sayUnwritten(context, "The genre could not be cleared from ", unwritten);
     failOnError(*viewModel);
     co_return Output{
         "Cleared the tags of " + plural(tracks.size(), "track") + ".\n", {{"cleared", tracks.size()}}, {}};

@@ -1,6 +1,7 @@
 // veltoctl: the state object without a window.
 
 #include "cli/Commands.hpp"
+#include "platform/core/Printable.hpp"
 #include "platform/secrets/FileKeychainService.hpp"
 
 #include <asio/io_context.hpp>
@@ -11,7 +12,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <iostream>
 
 namespace velto::cli {
 
@@ -53,6 +53,7 @@ bool needsBackend(const Options& options) {
     switch (options.command) {
     case Command::libraryAdd:
     case Command::scan:
+    case Command::check:
     case Command::tag:
     case Command::signIn:
     case Command::whoAmI:
@@ -60,6 +61,11 @@ bool needsBackend(const Options& options) {
     default:
         return false;
     }
+}
+
+/// `check` asks for the session only where it found something to scan.
+bool usesSession(const Options& options) {
+    return needsBackend(options) && options.command != Command::signIn && options.command != Command::check;
 }
 
 class Program {
@@ -100,8 +106,10 @@ class Program {
             home_ = prepareHome(options_.home);
             logFile_ = log::addFileSink(home_.log);
             const Output output = co_await command();
-            const std::string text = options_.json ? printed(output.json) + "\n" : output.text;
+            const std::string text =
+                options_.json ? printed(output.json) + "\n" : printableLines(output.text);
             terminal_.endProgress();
+            terminal_.flush(); // standard output may be the same terminal
             const bool written =
                 std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
             // Whoever reads only the first lines of a pipe needs no message.
@@ -121,38 +129,26 @@ class Program {
     }
 
     Task<Output> command() {
-        if (options_.command == Command::check) {
-            // A look costs no backend; only where it finds something does the scan that follows ask for the
-            // vocabulary.
-            compose(false);
-            const std::size_t found = co_await countNewFiles(*commandContext_);
-            if (found == 0) co_return checkOutput(0, ScanRunRef());
-            commandContext_.reset();
-            app_.reset();
-            compose(true);
-        } else {
-            compose(needsBackend(options_));
-        }
-        if ((needsBackend(options_) && options_.command != Command::signIn) ||
-            options_.command == Command::check)
-            co_await restoreSession(*commandContext_);
+        co_await compose();
+        if (usesSession(options_)) co_await restoreSession(*commandContext_);
         co_return co_await runCommand(*commandContext_);
     }
 
-    void compose(bool withBackend) {
+    Task<void> compose() {
         std::shared_ptr<FileKeychainService> tokenFile;
         if (options_.tokenFile) {
             tokenFile = std::make_shared<FileKeychainService>(*options_.tokenFile);
             tokenFile->check();
         }
-        app_ = std::make_unique<VeltoApp>(VeltoAppConfiguration{.home = home_,
-                                                                .executors = executors_,
-                                                                .clock = clock_,
-                                                                .browser = browser_,
-                                                                .keychain = tokenFile,
-                                                                .backendAddress = options_.backend,
-                                                                .needsBackend = withBackend,
-                                                                .checksAtLoad = false});
+        VeltoAppConfiguration configuration{.home = home_,
+                                            .executors = executors_,
+                                            .clock = clock_,
+                                            .browser = browser_,
+                                            .keychain = tokenFile,
+                                            .backendAddress = options_.backend,
+                                            .needsBackend = needsBackend(options_),
+                                            .checksAtLoad = false};
+        app_ = co_await VeltoApp::launch(std::move(configuration));
         (void)app_->viewModel();
         commandContext_.emplace(
             Context{options_, *app_, terminal_, executors_, clock_, BackgroundTasks(executors_.main), {}});
@@ -169,7 +165,7 @@ class Program {
                     "Files are being written: this ends when all of them are done. Press Ctrl-C again to "
                     "stop now.");
             if (what == Interruption::quitNow) {
-                log::flush();
+                terminal_.flush();
                 std::_Exit(cancelled); // an interrupted rewrite is put right by the next start
             }
             waitForSignal();

@@ -23,7 +23,7 @@ AppFixture::~AppFixture() {
     viewModel.reset();
 }
 
-void AppFixture::restart() {
+void AppFixture::restart(bool checksAtLoad) {
     viewModel.reset();
     viewModel = MainScreenViewModel::create({.executors = runtime.executors(),
                                              .clock = clock,
@@ -33,7 +33,7 @@ void AppFixture::restart() {
                                              .folderGrants = grants,
                                              .rewriteJournal = journal,
                                              .genreTextParser = nullptr,
-                                             .checksAtLoad = false});
+                                             .checksAtLoad = checksAtLoad});
     tagging = std::make_shared<ScriptedTaggingService>(runtime.executors());
     writer = std::make_shared<NotingMetadataWriter>();
     sync = std::make_shared<ScriptedLibrarySync>();
@@ -45,6 +45,23 @@ void AppFixture::signIn() {
     UserSession session;
     session.isSignedIn = true;
     viewModel->userSession = session;
+}
+
+std::filesystem::path AppFixture::makeFolder(const std::string& name) {
+    std::filesystem::create_directories(folder / name);
+    return folder / name;
+}
+
+LibraryRef AppFixture::add(const std::string& name) {
+    runtime.run(viewModel->addLibrary(name, makeFolder(name), "*.mp3", std::nullopt));
+    return viewModel->selectedLibrary;
+}
+
+std::vector<std::string> AppFixture::names() const {
+    std::vector<std::string> found;
+    for (const LibraryRef& library : viewModel->libraries.get())
+        found.push_back(library->name);
+    return found;
 }
 
 LibraryRef AppFixture::libraryWithTracks(const std::string& name, std::size_t count) {

@@ -124,8 +124,13 @@ class AppFixture : public ::testing::Test {
     ~AppFixture() override;
 
     /// A new state object over the same store: what the next start of the program sees.
-    void restart();
+    void restart(bool checksAtLoad = false);
     void signIn();
+    /// Adds the folder of that name, made where it is missing, as the sheet does; the new library.
+    LibraryRef add(const std::string& name);
+    std::filesystem::path makeFolder(const std::string& name);
+    /// Of the libraries on show.
+    [[nodiscard]] std::vector<std::string> names() const;
     /// A library with `count` files "0.mp3", "1.mp3", ... in the store alone, each with a track of its own.
     LibraryRef libraryWithTracks(const std::string& name, std::size_t count);
     /// Runs a task while the clock jumps from wake-up to wake-up.

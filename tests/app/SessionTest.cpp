@@ -64,5 +64,27 @@ TEST_F(Session, CreditsAreAskedForAfterARunWhoeverHoldsTheStateObject) {
     EXPECT_EQ(transport.requests.size(), 3U);
 }
 
+TEST(UserSessionTest, InitialsComeFromNameThenAddress) {
+    const struct {
+        std::optional<std::string> name, email;
+        std::string expected;
+    } cases[] = {
+        {"ann bee cee", "x@y", "AB"},
+        {"ann", "x@y", "A"},
+        {"élan  vital", "x@y", "ÉV"},
+        {"", "x@y", "X"},
+        {{}, "x@y", "X"},
+        {{}, "", "U"},
+        {"  ", {}, "U"},
+    };
+
+    for (const auto& each : cases) {
+        UserSession session;
+        session.name = each.name;
+        session.email = each.email;
+        EXPECT_EQ(session.initials(), each.expected) << each.name.value_or("-");
+    }
+}
+
 } // namespace
 } // namespace velto::test

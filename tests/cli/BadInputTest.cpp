@@ -11,6 +11,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::HasSubstr;
+using testing::Not;
 
 TEST_F(Cli, RefusesAStoreThatIsNotItsOwnAndLeavesItAsItIs) {
     struct Case {
@@ -57,6 +58,47 @@ TEST_F(Cli, RefusesAStoreThatIsNotItsOwnAndLeavesItAsItIs) {
     EXPECT_THAT(open.standardError, HasSubstr("is open to others"));
 }
 
+TEST_F(Cli, WorksWithoutWhatOnlyAPartOfItNeeds) {
+    prepare();
+    backendAddress_.clear();
+    fs::remove_all(home() / "defaults.json");
+    folder_.write("home/defaults.json/in the way", "");
+    folder_.write("home/local-backend.sqlite", std::string(5000, 'g'));
+    EXPECT_EQ(json({"library", "list"}).size(), 1);
+    const auto scan = run({"scan"});
+    EXPECT_EQ(scan.status, 0) << scan.standardError;
+    const auto session = run({"whoami"});
+    EXPECT_EQ(session.status, 1);
+    EXPECT_EQ(session.standardError, "Not signed in: Invalid API endpoint URL\n");
+
+    // A store that opens but cannot be read is not an empty one.
+    (void)runProgram({"/usr/bin/python3", "-c",
+                      "import sqlite3, sys\nstore = sqlite3.connect(sys.argv[1])\n"
+                      "size, = store.execute('PRAGMA page_size').fetchone()\n"
+                      "page, = store.execute(\"SELECT rootpage FROM sqlite_master WHERE name = 'Track'\")"
+                      ".fetchone()\nstore.execute('PRAGMA wal_checkpoint(TRUNCATE)')\nstore.close()\n"
+                      "file = open(sys.argv[1], 'r+b')\nfile.seek((page - 1) * size)\n"
+                      "file.write(b'\\xff' * size)",
+                      (home() / "velto.store").string()});
+    const auto list = run({"library", "list"});
+    EXPECT_EQ(list.status, 1) << list.standardOutput;
+    EXPECT_THAT(list.standardError, testing::StartsWith("Failed to load libraries: "));
+}
+
+TEST_F(Cli, ShowsNamesWithoutObeyingThem) {
+    startBackend();
+    ASSERT_EQ(run({"sign-in", "velto://auth?token=" + backend_->signIn("dj@example.org")}).status, 0);
+    fs::create_directory(folder_ / "odd\x1b[2J\xc2\x9b\nname");
+    for (const Arguments& arguments :
+         {Arguments{"library", "add", (folder_ / "odd\x1b[2J\xc2\x9b\nname").string()},
+          Arguments{"library", "list"}, Arguments{"library", "remove", "odd\x1b[2J\xc2\x9b\nname"}}) {
+        const auto output = run(arguments);
+        EXPECT_EQ(output.status, 0) << output.standardError;
+        EXPECT_THAT(output.standardOutput, HasSubstr("odd\\x1b[2J\\x9b\\nname"));
+        EXPECT_THAT(output.standardOutput, Not(HasSubstr("\x1b")));
+    }
+}
+
 TEST_F(Cli, SaysWhatIsWrongWithABackend) {
     prepare();
     fs::copy(tokenFile(), folder_ / "kept");
@@ -94,7 +136,6 @@ TEST_F(Cli, SaysWhatIsWrongWithABackend) {
          "Not signed in: Invalid response from server\n"},
         {{}, "http://127.0.0.1:1", {"whoami"}, "Not signed in: The server could not be reached.\n"},
         {{}, "http://127.0.0.1:1", tag, "Network error: The server could not be reached."},
-        {{}, "http://127.0.0.1:1", {"library", "add", "/tmp"}, "Please sign in to add a library\n"},
         {{}, "ht!tp://%%%", tag, "Network error: Invalid API endpoint URL"},
         {{}, "ht!tp://%%%", {"sign-in"}, "Invalid authentication URL\n"},
         {{}, "ht!tp://%%%", {"sign-in", "velto://auth?token=abc"}, "Invalid API endpoint URL\n"},
@@ -136,6 +177,11 @@ TEST_F(Cli, SaysWhatIsWrongWithAFolder) {
         EXPECT_THAT(output.standardError, testing::StartsWith(says));
     }
     EXPECT_EQ(json({"library", "remove", "gone"}).at("name"), "gone");
+    fs::remove(music() / "song.mp3");
+    const auto cleared = run({"clear-tags", "--yes"});
+    EXPECT_EQ(cleared.status, 0);
+    EXPECT_EQ(cleared.standardError,
+              "The genre could not be cleared from 1 file; the log says which and why.\n");
 }
 
 TEST_F(Cli, ScansAndTagsWhatItCanOfAFolderOfOddFiles) {

@@ -76,6 +76,10 @@ int RunningProgram::finish() {
     std::array<char, 4096> block{};
     for (ssize_t count = 0; (count = read(error_.get(), block.data(), block.size())) > 0;)
         standardError.append(block.data(), static_cast<std::size_t>(count));
+    return end();
+}
+
+int RunningProgram::end() {
     int status = 0;
     waitpid(process_, &status, 0);
     process_ = -1;

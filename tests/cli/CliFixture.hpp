@@ -27,14 +27,17 @@ class RunningProgram {
     RunningProgram(const RunningProgram&) = delete;
     RunningProgram& operator=(const RunningProgram&) = delete;
 
-    /// Reads standard error up to this text, no further: the pipe is small, so that a child that has much to
-    /// say stands still soon after. False where the child ends without saying it.
+    /// Reads standard error up to this text, no further. False where the child ends without saying it.
     bool waitFor(const std::string& text);
     void signal(int number) const;
     /// The numbers of its own children.
     [[nodiscard]] std::vector<pid_t> children() const;
     /// Reads to the end; the exit status, or 128 + the signal.
     int finish();
+    /// The same without reading.
+    int end();
+
+    [[nodiscard]] pid_t process() const { return process_; }
 
     /// All of standard error so far.
     std::string standardError;

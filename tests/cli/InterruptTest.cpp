@@ -10,8 +10,8 @@ namespace {
 namespace fs = std::filesystem;
 using testing::HasSubstr;
 
-/// More than are read before the child stands still, because nobody takes its log lines.
-constexpr int manyFiles = 8000;
+/// Enough that an interrupt comes while they are being read, or stored.
+constexpr int manyFiles = 20'000;
 
 std::string inStore(const fs::path& home, const std::string& query) {
     return runProgram({"/usr/bin/python3", "-c",
@@ -34,6 +34,20 @@ TEST_F(Cli, StopsAScanAndClosesItsRun) {
     EXPECT_EQ(inStore(home(), "SELECT count(*) FROM ScanRun WHERE finishedAt IS NULL"), "0\n");
     EXPECT_EQ(json({"tracks", "many"}), nlohmann::json::array());
     EXPECT_EQ(json({"scan", "many"}).at("newCount"), manyFiles);
+}
+
+TEST_F(Cli, EndsAtAnInterruptThoughNobodyReadsWhatItSays) {
+    prepare();
+    ASSERT_EQ(run({"library", "add", manySongs(manyFiles).string(), "--no-scan"}).status, 0);
+    RunningProgram scan(command({"scan", "many"}));
+    const auto isReading = [&] {
+        return readFile(home() / "velto.log").find("[SEQUENTIAL] Processing 20000") != std::string::npos;
+    };
+    while (!isReading())
+        ASSERT_EQ(::waitpid(scan.process(), nullptr, WNOHANG), 0);
+    scan.signal(SIGINT);
+    EXPECT_EQ(scan.end(), 130); // its standard error is full by now
+    EXPECT_EQ(inStore(home(), "SELECT count(*) FROM ScanRun WHERE finishedAt IS NULL"), "0\n");
 }
 
 TEST_F(Cli, EndsAScanThatIsInterruptedTooLateAsIfNothingHadHappened) {

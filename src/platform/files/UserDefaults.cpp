@@ -103,11 +103,13 @@ void setAside(const std::filesystem::path& file, const std::exception& reason) {
 /// Brings states of the values to the disk in the order in which they were made, from any thread of the pool.
 struct UserDefaults::Writer {
     std::filesystem::path file;
+    std::string refusal; ///< why nothing is written; empty where all is well. Set once.
     std::mutex mutex;
     std::uint64_t written = 0;
     std::uint64_t made = 0; ///< main actor only
 
     void write(std::uint64_t number, const std::string& content) {
+        if (!refusal.empty()) throw Error(refusal);
         const std::lock_guard lock(mutex);
         if (number <= written) return; // a later state, which holds this one, is on the disk
         files::replaceFile(file, content);
@@ -119,16 +121,24 @@ UserDefaults::UserDefaults(std::filesystem::path file, Executors executors)
     : executors_(std::move(executors))
     , writer_(std::make_shared<Writer>()) {
     writer_->file = std::move(file);
-    const auto content = readWhole(writer_->file);
-    if (!content) return;
     try {
-        values_ = decoded<decltype(values_)>(*content);
-    } catch (const std::exception& reason) {
-        setAside(writer_->file, reason);
+        const auto content = readWhole(writer_->file);
+        if (content) take(*content);
+    } catch (const SystemError& error) {
+        writer_->refusal = describe(error); // what may stand there is not overwritten
+        log::line("⚠️ [DEFAULTS] The user defaults start empty and are not kept: {}", describe(error));
     }
 }
 
 UserDefaults::~UserDefaults() = default;
+
+void UserDefaults::take(const std::string& content) {
+    try {
+        values_ = decoded<decltype(values_)>(content);
+    } catch (const std::exception& reason) {
+        setAside(writer_->file, reason);
+    }
+}
 
 std::optional<UserDefaults::Bytes> UserDefaults::data(const std::string& key) const {
     const auto found = values_.find(key);

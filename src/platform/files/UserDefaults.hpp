@@ -21,8 +21,8 @@ class UserDefaults {
     using Bytes = std::vector<std::uint8_t>;
 
     /// Reads `file` (absent: no values). A file that makes no sense is renamed to "<file>.damaged-<seconds
-    /// since 1970>", with a log line, and the defaults start empty. Throws SystemError where an existing file
-    /// cannot be read at all.
+    /// since 1970>", with a log line, and the defaults start empty. They also do where an existing file
+    /// cannot be read at all; every write then fails, so that nothing in it is lost.
     UserDefaults(std::filesystem::path file, Executors executors);
     ~UserDefaults();
     UserDefaults(const UserDefaults&) = delete;
@@ -33,7 +33,7 @@ class UserDefaults {
     [[nodiscard]] std::optional<std::string> string(const std::string& key) const;
     [[nodiscard]] std::vector<std::string> keys() const;
 
-    /// The new value is readable as soon as the task runs, and on the disk when it ends. Throws SystemError
+    /// The new value is readable as soon as the task runs, and on the disk when it ends. Throws Error
     /// where the file cannot be written: the value then holds until the program ends or a later write
     /// succeeds. Texts are UTF-8.
     Task<void> setData(std::string key, Bytes value);
@@ -44,6 +44,7 @@ class UserDefaults {
     using Value = std::variant<std::string, Bytes>;
     struct Writer;
 
+    void take(const std::string& content);
     Task<void> write();
 
     Executors executors_;

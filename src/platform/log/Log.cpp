@@ -2,6 +2,7 @@
 
 #include "platform/core/Date.hpp"
 #include "platform/core/Error.hpp"
+#include "platform/core/Printable.hpp"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -21,22 +22,6 @@ namespace {
 constexpr off_t rotateAtBytes = off_t{8} << 20;
 /// A caller that logs faster than the sinks write waits here, so that the log cannot eat the memory.
 constexpr std::size_t bufferLimitBytes = std::size_t{16} << 20;
-
-void appendEscaped(std::string& out, std::string_view text) {
-    const auto isControl = [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; };
-    for (auto at = text.begin(); at != text.end();) {
-        const auto stop = std::find_if(at, text.end(), isControl);
-        out.append(at, stop);
-        if (stop == text.end()) return;
-        if (*stop == '\n')
-            out += "\\n";
-        else if (*stop == '\t')
-            out += '\t';
-        else
-            fmt::format_to(std::back_inserter(out), "\\x{:02x}", static_cast<unsigned char>(*stop));
-        at = stop + 1;
-    }
-}
 
 void writeAll(int descriptor, std::string_view block) {
     while (!block.empty()) {
@@ -59,7 +44,7 @@ class Writer {
         if (sinks_.empty()) return;
         drained_.wait(lock, [this] { return pending_.size() < bufferLimitBytes || stopping_; });
         const bool wasEmpty = pending_.empty();
-        appendEscaped(pending_, text);
+        appendPrintable(pending_, text);
         pending_ += '\n';
         ++appended_;
         if (wasEmpty) wake_.notify_one();

@@ -1,0 +1,145 @@
+#include "app/AppFixture.hpp"
+
+#include <asio/detached.hpp>
+
+#include <algorithm>
+
+namespace velto::test {
+namespace {
+
+using ::testing::ElementsAre;
+
+class Scans : public AppFixture {
+  protected:
+    static constexpr int fileCount = 300;
+
+    void makeSong(const std::string& path) {
+        std::filesystem::create_directories((folder / path).parent_path());
+        runProgram({"ffmpeg", "-y", "-v", "error", "-f", "lavfi", "-i", "sine=duration=0.3", "-metadata",
+                    "artist=A", "-metadata", "title=" + path, (folder / path).string()});
+    }
+
+    /// Copies of one song.
+    void makeFiles(const std::string& name) {
+        makeSong(name + "/song.mp3");
+        const std::string song = readFile(folder / name / "song.mp3");
+        for (int i = 1; i < fileCount; ++i)
+            folder.write(name + "/" + std::to_string(i) + ".mp3", song);
+    }
+
+    /// Starts what scans, up to where it shows progress.
+    template <typename T>
+    void begin(Task<T> scanning) {
+        asio::co_spawn(runtime.main(), std::move(scanning), asio::detached);
+        runtime.runUntil([&] { return viewModel->scanProgress->has_value(); });
+    }
+};
+
+TEST_F(Scans, AnAddedFolderIsReadAndNewFilesAreFoundInTheirOwnLibrary) {
+    signIn();
+    makeSong("A/one.mp3");
+    add("A");
+    const ScanRunRef run = runtime.run(viewModel->refreshSelectedLibrary());
+    ASSERT_TRUE(run) << error();
+    EXPECT_EQ(run->newCount, 1);
+    ASSERT_EQ(viewModel->tracks->size(), 1U);
+    EXPECT_EQ(viewModel->tracks->front()->title, "A/one.mp3");
+    EXPECT_FALSE(viewModel->scanProgress->has_value());
+
+    const LibraryRef first = viewModel->selectedLibrary;
+    add("B"); // selected now, and empty
+    makeSong("A/two.mp3");
+    runtime.run(MainScreenViewModel::checkForNewFiles(viewModel, {first}));
+    EXPECT_EQ(first->files.size(), 2U);
+    EXPECT_TRUE(viewModel->tracks->empty()) << "another library is on show";
+    runtime.run(MainScreenViewModel::checkForNewFiles(viewModel, {first}));
+    EXPECT_EQ(first->scanRuns.size(), 2U) << "nothing new, no scan";
+}
+
+TEST_F(Scans, AFailedOneIsTold) {
+    signIn();
+    add("A");
+    std::filesystem::remove(folder / "A");
+    EXPECT_FALSE(runtime.run(viewModel->refreshSelectedLibrary()));
+    EXPECT_EQ(error(), "Import failed: Library directory not accessible: " + (folder / "A").string());
+    EXPECT_TRUE(viewModel->lastScanFailure);
+    EXPECT_FALSE(viewModel->scanProgress->has_value());
+}
+
+TEST_F(Scans, TheNextOneWaitsForACancelledOneAndCountsAsItself) {
+    signIn();
+    add("A");
+    makeFiles("A");
+    std::vector<bool> progress;
+    const auto watched = viewModel->scanProgress.subscribe(
+        [&](const std::optional<ScanProgress>& shown) { progress.push_back(shown.has_value()); });
+    begin(viewModel->refreshSelectedLibrary());
+    asio::co_spawn(runtime.main(), viewModel->cancelScan(), asio::detached);
+    const ScanRunRef run = runtime.run(viewModel->refreshSelectedLibrary());
+    ASSERT_TRUE(run) << error();
+    EXPECT_EQ(run->totalSeen, fileCount);
+    EXPECT_FALSE(viewModel->lastScanFailure) << "of the latest scan";
+    progress.erase(std::unique(progress.begin(), progress.end()), progress.end());
+    if (!progress.empty() && !progress.front()) progress.erase(progress.begin());
+    EXPECT_THAT(progress, ElementsAre(true, false, true, false));
+}
+
+TEST_F(Scans, NothingOfALibraryThatIsDeletedMeanwhileStays) {
+    for (const bool isSignOut : {true, false}) {
+        SCOPED_TRACE(isSignOut);
+        signIn();
+        const LibraryRef scanned = add("A");
+        makeFiles("A");
+        begin(viewModel->scanForNewTracks(scanned));
+        add("B"); // on show now
+        runtime.run(isSignOut ? viewModel->clearLocalData() : viewModel->deleteLibrary(scanned));
+        EXPECT_EQ(error(), "");
+        EXPECT_FALSE(viewModel->scanProgress->has_value());
+        EXPECT_THAT(names(), isSignOut ? testing::IsEmpty()
+                                       : testing::Matcher<std::vector<std::string>>(ElementsAre("B")));
+        auto& context = container->mainContext();
+        EXPECT_EQ(context.count<FileItem>() + context.count<Track>() + context.count<ScanRun>(), 0U);
+    }
+}
+
+TEST_F(Scans, ALoadLooksForNewFilesAndSyncs) {
+    signIn();
+    add("A");
+    const LibraryRef library = viewModel->selectedLibrary;
+    runtime.run(viewModel->refreshSelectedLibrary());
+    add("B"); // never scanned: not looked at
+    makeSong("A/new.mp3");
+    makeSong("B/new.mp3");
+    restart(true);
+    viewModel->librarySyncService = sync;
+    runtime.run(viewModel->loadData());
+    runtime.run(viewModel->backgroundWorkFinished());
+    EXPECT_EQ(library->files.size(), 1U);
+    EXPECT_EQ(container->mainContext().count<FileItem>(), 1U);
+    EXPECT_THAT(sync->calls, ElementsAre("syncInBackground", "syncInBackground", "syncInBackground"))
+        << "two libraries at launch, one behind its scan";
+
+    // A file that goes takes its track with it at the backend.
+    std::filesystem::remove(folder / "A/new.mp3");
+    sync->calls.clear();
+    viewModel->selectedLibrary = library;
+    runtime.run(viewModel->refreshSelectedLibrary());
+    runtime.run(viewModel->backgroundWorkFinished());
+    EXPECT_EQ(sync->calls.back(), "syncInBackground");
+}
+
+TEST_F(Scans, ALibrarySwitchShowsThatItLoads) {
+    const LibraryRef library = libraryWithTracks("L", 2);
+    std::vector<std::size_t> shownWhileLoading;
+    const auto watched = viewModel->tracks.subscribe([&](const std::vector<TrackRef>& shown) {
+        if (viewModel->isLoading.get()) shownWhileLoading.push_back(shown.size());
+    });
+    shownWhileLoading.clear();
+    runtime.run(viewModel->selectLibrary(library));
+    EXPECT_THAT(shownWhileLoading, ElementsAre(0U, 2U));
+    EXPECT_FALSE(viewModel->isLoading.get());
+    EXPECT_EQ(viewModel->selectedLibrary.get(), library);
+}
+
+} // namespace
+} // namespace velto::test
