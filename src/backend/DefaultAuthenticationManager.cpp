@@ -70,6 +70,7 @@ void DefaultAuthenticationManager::openPage(const std::string& path, const std::
 Task<void> DefaultAuthenticationManager::signOut() {
     assertMainActor();
     services_.crashReporter.log("User signed out");
+    ++tokenChanges_;
     try {
         co_await offload(services_.executors,
                          [&keychain = services_.keychainService] { keychain.deleteToken(); });
@@ -110,6 +111,7 @@ Task<void> DefaultAuthenticationManager::handleAuthCallback(std::string token) {
     authenticationState_ = AuthenticationState::authenticating();
     log::line("🔐 [AUTH] State set to: authenticating");
     log::line("🔐 [AUTH] Attempting to save token to Keychain");
+    ++tokenChanges_;
     try {
         co_await offload(services_.executors,
                          [&keychain = services_.keychainService, &token] { keychain.saveToken(token); });
@@ -151,14 +153,17 @@ Task<void> DefaultAuthenticationManager::fetchUserProfile() {
         authenticationState_ = AuthenticationState::unauthenticated();
         co_return;
     }
+    const std::uint64_t asked = tokenChanges_;
     bool isExpired = false;
     try {
         // On the pool: a large reply takes longer to read than the main actor may be held up.
-        signedIn(co_await runOn(
+        const UserPreferencesQueryResponse response = co_await runOn(
             services_.executors.pool,
-            services_.graphQLClient.execute<UserPreferencesQueryResponse>(userAndDefaultsQuery)));
+            services_.graphQLClient.execute<UserPreferencesQueryResponse>(userAndDefaultsQuery));
+        if (asked == tokenChanges_) signedIn(response);
         co_return;
     } catch (const std::exception& error) {
+        if (asked != tokenChanges_) co_return;
         isExpired = isUnauthorized(error);
         if (!isExpired) {
             recordUnlessOffline(error);

@@ -54,6 +54,9 @@ class DefaultAuthenticationManager final : public AuthenticationManager {
     AuthenticationServices services_;
     Published<AuthenticationState> authenticationState_;
     std::optional<Date> lastErrorShown_;
+    /// How often the stored token was given or taken away: a reply that was asked for with another one says
+    /// nothing of this session.
+    std::uint64_t tokenChanges_ = 0;
     /// Tells the delayed clearing of an error whether the manager is still there.
     std::shared_ptr<DefaultAuthenticationManager*> self_;
 };

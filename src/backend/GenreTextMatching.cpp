@@ -1,5 +1,6 @@
 #include "backend/GenreTextMatching.hpp"
 
+#include "platform/core/GenreSeparator.hpp"
 #include "platform/text/Text.hpp"
 
 #include <algorithm>
@@ -9,8 +10,6 @@ namespace velto {
 
 namespace {
 
-/// What tagging puts between genres, and between the last of them and the era.
-constexpr std::string_view writtenSeparator = " - ";
 constexpr std::string_view separators = ",-/;|";
 
 /// A genre field may hold anything at all; no text of tags is as long.
@@ -20,10 +19,10 @@ constexpr std::size_t maximumPieces = 16;
 
 std::vector<std::string_view> writtenPieces(std::string_view text) {
     std::vector<std::string_view> pieces;
-    for (std::size_t at = text.find(writtenSeparator); at != std::string_view::npos;
-         at = text.find(writtenSeparator)) {
+    for (std::size_t at = text.find(genreSeparator); at != std::string_view::npos;
+         at = text.find(genreSeparator)) {
         pieces.push_back(text.substr(0, at));
-        text.remove_prefix(at + writtenSeparator.size());
+        text.remove_prefix(at + genreSeparator.size());
     }
     pieces.push_back(text);
     return pieces;

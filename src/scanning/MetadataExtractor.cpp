@@ -1,6 +1,7 @@
 #include "scanning/MetadataExtractor.hpp"
 
 #include "platform/files/ServiceError.hpp"
+#include "platform/text/EncodedText.hpp"
 #include "platform/text/Text.hpp"
 #include "scanning/PathParts.hpp"
 
@@ -94,18 +95,7 @@ std::string nameAsText(const std::filesystem::path& file) {
     std::string_view name = lastPathComponent(file.native());
     if (const auto extension = pathExtension(name); !extension.empty())
         name.remove_suffix(extension.size() + 1);
-    if (text::isValidUtf8(name)) return std::string(name);
-    std::string utf8;
-    for (const char c : name) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte < 0x80) {
-            utf8 += c;
-        } else {
-            utf8 += static_cast<char>(0xC0 | byte >> 6);
-            utf8 += static_cast<char>(0x80 | (byte & 0x3F));
-        }
-    }
-    return utf8;
+    return text::toUtf8OrLatin1(name);
 }
 
 /// Asked only where reading has failed: a look at each file first would be one more system call for every
@@ -165,11 +155,10 @@ Task<AudioMetadata> SimpleMetadataExtractor::extractMetadata(std::filesystem::pa
         if (std::isfinite(asset.durationSeconds)) metadata.durationSec = asset.durationSeconds;
         fillFromFileName(metadata, file);
         co_return metadata;
-    } catch (const media::MediaError& failure) {
+    } catch (const std::exception& failure) {
         checkExists(file);
         crashReporter_.recordError(failure);
-        throw ServiceError(ServiceError::Case::metadataExtractionFailed, file.native(),
-                           failure.errorDescription());
+        throw ServiceError(ServiceError::Case::metadataExtractionFailed, file.native(), describe(failure));
     }
 }
 

@@ -32,18 +32,10 @@ std::string genreText(const std::filesystem::path& file) {
     return found != items.end() && found->text() != nullptr ? *found->text() : "";
 }
 
-MetadataItem genreItem(const std::string& text, const std::string& extension) {
+/// The new genre. Which field it goes to is the container's: the media service puts it there.
+MetadataItem genreItem(const std::string& text) {
     MetadataItem item;
     item.value = text;
-    if (extension == "aiff" || extension == "aif") {
-        item.identifier = media::identifier::quickTimeGenre;
-        item.keySpace = media::key_space::quickTimeMetadata;
-        item.key = "com.apple.quicktime.genre";
-    } else {
-        item.identifier = media::identifier::iTunesUserGenre;
-        item.keySpace = media::key_space::iTunes;
-        item.key = "©gen";
-    }
     return item;
 }
 
@@ -54,21 +46,28 @@ std::filesystem::path newTemporaryFile(const std::string& extension) {
     return std::filesystem::temp_directory_path() / (uuid + "." + extension);
 }
 
-/// Removes an exported file that has not taken a place.
+/// Removes an exported file that has not taken a place; where the process is killed, the next start does.
 class TemporaryFile {
   public:
-    explicit TemporaryFile(std::filesystem::path file)
-        : path(std::move(file)) {}
+    TemporaryFile(std::filesystem::path file, RewriteJournal& journal)
+        : path(std::move(file))
+        , journal_(journal) {
+        journal_.noteTemporary(path);
+    }
 
     ~TemporaryFile() {
-        std::error_code ignored;
-        std::filesystem::remove(path, ignored);
+        std::error_code failure;
+        std::filesystem::remove(path, failure);
+        if (!failure) journal_.strike(path);
     }
 
     TemporaryFile(const TemporaryFile&) = delete;
     TemporaryFile& operator=(const TemporaryFile&) = delete;
 
     const std::filesystem::path path;
+
+  private:
+    RewriteJournal& journal_;
 };
 
 /// Reads the file that stands now: its genre says what was meant and its audio is the backup's.
@@ -93,11 +92,10 @@ void prove(const RewritePaths& paths, const std::optional<std::string>& text) {
 void exportWithGenres(const std::vector<std::string>& genres, const std::filesystem::path& file, bool append,
                       RewriteJournal& journal) {
     const auto resolved = resolvedFile(file);
-    GuardedRewrite guard(resolved, journal, wholeCheckFor(resolved));
+    GuardedRewrite guard(resolved, journal, fileCheckFor(resolved));
     const std::string text = mergedGenreText(genres, append ? genreText(resolved) : "", append);
-    const std::string extension = lowerCaseExtension(file);
-    const TemporaryFile exported(newTemporaryFile(extension));
-    media::exportPassthrough(resolved, exported.path, isGenre, genreItem(text, extension));
+    const TemporaryFile exported(newTemporaryFile(lowerCaseExtension(file)), journal);
+    media::exportPassthrough(resolved, exported.path, isGenre, genreItem(text));
     guard.moveToBackup();
     guard.takePlace(exported.path);
     guard.sync();
@@ -109,8 +107,8 @@ void exportWithGenres(const std::vector<std::string>& genres, const std::filesys
 
 void exportWithoutGenres(const std::filesystem::path& file, RewriteJournal& journal) {
     const auto resolved = resolvedFile(file);
-    GuardedRewrite guard(resolved, journal, wholeCheckFor(resolved));
-    const TemporaryFile exported(guard.paths().temporary);
+    GuardedRewrite guard(resolved, journal, fileCheckFor(resolved));
+    const TemporaryFile exported(guard.paths().temporary, journal);
     media::exportPassthrough(resolved, exported.path, isGenre, std::nullopt);
     guard.copyToBackup();
     guard.takePlace(exported.path);

@@ -82,6 +82,15 @@ void copyAttributes(const std::filesystem::path& from, const std::filesystem::pa
                    FileBytes(to, FileBytes::Mode::read).descriptor());
 }
 
+void copyModificationDate(const std::filesystem::path& from, const std::filesystem::path& to) {
+    struct ::stat info {};
+
+    if (::stat(from.c_str(), &info) != 0) throw SystemError(errno, "Cannot look at", from.string());
+    const std::array<timespec, 2> times{timespec{0, UTIME_OMIT}, info.st_mtim};
+    if (::utimensat(AT_FDCWD, to.c_str(), times.data(), 0) != 0)
+        throw SystemError(errno, "Cannot date", to.string());
+}
+
 void copyFile(const std::filesystem::path& from, const std::filesystem::path& to) {
     (void)copy(from, to, false);
 }

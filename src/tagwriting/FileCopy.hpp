@@ -9,6 +9,9 @@ namespace velto {
 /// What this user may not set is left out silently. Throws SystemError where a file cannot be opened.
 void copyAttributes(const std::filesystem::path& from, const std::filesystem::path& to);
 
+/// Throws SystemError.
+void copyModificationDate(const std::filesystem::path& from, const std::filesystem::path& to);
+
 /// Makes `to`, which must not exist, a copy of `from` with its attributes and times. On failure `to` is gone.
 /// Not synced. Throws SystemError.
 void copyFile(const std::filesystem::path& from, const std::filesystem::path& to);

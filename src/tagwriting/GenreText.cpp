@@ -1,13 +1,13 @@
 #include "tagwriting/GenreText.hpp"
 
-#include "tagwriting/id3/ID3Genre.hpp"
+#include "platform/core/GenreSeparator.hpp"
 
 #include <algorithm>
 #include <set>
 
 namespace velto {
 
-using id3::genreSeparator;
+namespace {
 
 std::vector<std::string> splitGenreText(std::string_view text) {
     std::vector<std::string> pieces;
@@ -29,6 +29,8 @@ std::string joinGenres(const std::vector<std::string>& genres) {
     }
     return text;
 }
+
+} // namespace
 
 std::string mergedGenreText(std::vector<std::string> genres, std::string_view existing, bool append) {
     if (append)

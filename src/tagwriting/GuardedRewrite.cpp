@@ -21,7 +21,7 @@ namespace {
 
 using id3::FileBytes;
 
-constexpr std::size_t longestExtension = std::string_view(".backup").size();
+constexpr std::size_t longestExtension = std::string_view(".replaced99").size();
 
 /// A name that leaves no room for the extension is stood in for by its hash.
 std::filesystem::path hidden(const std::filesystem::path& file, std::string_view extension) {
@@ -46,10 +46,22 @@ void removeIfThere(const std::filesystem::path& path) {
 }
 
 /// One rename does both halves of "remove what stands there, move the backup back": at no moment is neither.
+/// The backup is on the disk before, for the rename may be there sooner than what was written.
 void putBack(const RewritePaths& paths) {
+    FileBytes(paths.backup, FileBytes::Mode::read).sync();
     forgetCopyMark(paths.backup);
     move(paths.backup, paths.file);
     syncFolder(paths.file.parent_path());
+}
+
+/// Gives a changed file a name of its own.
+void keepReplaced(const RewritePaths& paths) {
+    auto name = paths.replaced;
+    for (int number = 2; stands(name); ++number)
+        name = paths.replaced.string() + std::to_string(number);
+    move(paths.file, name);
+    log::line("⚠️ [METADATA] {} was changed beside its backup: that version is kept as {}",
+              paths.file.filename().string(), name.filename().string());
 }
 
 } // namespace
@@ -58,31 +70,36 @@ RewritePaths::RewritePaths(std::filesystem::path target)
     : file(std::move(target))
     , backup(hidden(file, ".backup"))
     , making(hidden(file, ".making"))
+    , replaced(hidden(file, ".replaced"))
     , temporary(hidden(file, ".tmp")) {}
 
-LeftOver settleLeftOver(const RewritePaths& paths, WholeCheck isWhole) {
+LeftOver settleLeftOver(const RewritePaths& paths, FileCheck check) {
     if (stands(paths.making)) removeIfThere(paths.making);
     if (!stands(paths.backup)) return LeftOver::none;
     const auto name = paths.file.filename().string();
     const bool isThere = stands(paths.file);
     // A backup that a power cut cut short was never relied upon: the audio of the file was not touched then.
-    if (isThere && (!isCompleteCopy(paths.backup) || isWhole(paths.file, paths.backup))) {
-        if (isCompleteCopy(paths.backup)) copyAttributes(paths.backup, paths.file);
+    const FileState state = !isThere                        ? FileState::torn
+                            : !isCompleteCopy(paths.backup) ? FileState::whole
+                                                            : check(paths.file, paths.backup);
+    if (state == FileState::whole) {
         FileBytes(paths.file, FileBytes::Mode::read).sync();
         removeIfThere(paths.backup);
         log::line("🧹 [METADATA] Removed the backup of {}: the file is whole", name);
         return LeftOver::removed;
     }
+    if (state == FileState::changed) keepReplaced(paths);
     putBack(paths);
     log::line("♻️ [METADATA] Restored {} from its backup after an interrupted write", name);
     return LeftOver::restored;
 }
 
-GuardedRewrite::GuardedRewrite(const std::filesystem::path& file, RewriteJournal& journal, WholeCheck isWhole)
+GuardedRewrite::GuardedRewrite(const std::filesystem::path& file, RewriteJournal& journal, FileCheck check)
     : paths_(file)
-    , journal_(journal) {
+    , journal_(journal)
+    , turn_(journal.waitForTurn(file)) {
     journal_.note(file);
-    settleLeftOver(paths_, isWhole);
+    settleLeftOver(paths_, check);
     isSettled_ = true;
 }
 
@@ -90,8 +107,10 @@ GuardedRewrite::~GuardedRewrite() {
     try {
         if (hasBackup_) restore();
     } catch (const std::exception& error) {
-        log::line("⚠️ [METADATA] {} could not be restored, its backup stays in the folder: {}",
-                  paths_.file.filename().string(), describe(error));
+        log::line("⚠️ [METADATA] {} {}: {}", paths_.file.filename().string(),
+                  stands(paths_.backup) ? "could not be restored, its backup stays in the folder"
+                                        : "was restored, but its folder could not be synced",
+                  describe(error));
     }
     if (isSettled_) journal_.strike(paths_.file);
 }
@@ -117,6 +136,7 @@ void GuardedRewrite::syncBackup() {
 }
 
 void GuardedRewrite::moveToBackup() {
+    forgetCopyMark(paths_.file); // one that somebody renamed back by hand: it says nothing any more
     move(paths_.file, paths_.backup);
     isSettled_ = false;
     wasMoved_ = true;
@@ -126,6 +146,8 @@ void GuardedRewrite::moveToBackup() {
 void GuardedRewrite::takePlace(const std::filesystem::path& replacement) {
     wasMoved_ = true;
     copyAttributes(paths_.backup, replacement);
+    if (std::filesystem::file_size(replacement) != std::filesystem::file_size(paths_.backup))
+        copyModificationDate(paths_.backup, replacement);
     FileBytes(replacement, FileBytes::Mode::read).sync();
     if (::rename(replacement.c_str(), paths_.file.c_str()) == 0) return;
     if (errno != EXDEV) throw SystemError(errno, "Cannot move", replacement.string());

@@ -6,14 +6,22 @@
 
 namespace velto {
 
-/// Whether `file` is a whole song again: its tag reads and its audio is that of `backup`. Does not throw.
-using WholeCheck = bool (*)(const std::filesystem::path& file, const std::filesystem::path& backup);
+/// How a file stands beside the backup that was found with it.
+enum class FileState {
+    whole,   ///< its tag reads and says what the backup's says but for the genre, the audio is the backup's
+    torn,    ///< what a write that stopped on the way leaves
+    changed, ///< it reads but says something else: somebody may have changed it since
+};
+
+/// Does not throw.
+using FileCheck = FileState (*)(const std::filesystem::path& file, const std::filesystem::path& backup);
 
 /// Where the hidden copies of a file lie while it is rewritten: all in its folder.
 struct RewritePaths {
     std::filesystem::path file;
-    std::filesystem::path backup; ///< "." + name + ".backup"; complete unless its mark says otherwise
-    std::filesystem::path making; ///< a backup that is being copied where no mark can be had; worth nothing
+    std::filesystem::path backup;   ///< "." + name + ".backup"; complete unless its mark says otherwise
+    std::filesystem::path making;   ///< a backup that is being copied where no mark can be had; worth nothing
+    std::filesystem::path replaced; ///< a changed file whose place the backup took; never removed by us
     std::filesystem::path temporary; ///< "." + name + ".tmp": a new file that will take the place
 
     explicit RewritePaths(std::filesystem::path target);
@@ -30,12 +38,16 @@ struct RewritePaths {
 ///   file was set aside        backup                              puts the backup back
 ///   new file stands           new file, backup                    file is whole: removes the backup
 ///   backup is gone            new file                            strikes it off the journal
+///   backup stands, and others changed file, backup                keeps the file as ".NAME.replaced", puts
+///   changed the file since                                        the backup back
 ///
-/// Not thread-safe; one rewrite of a file at a time. Everything throws SystemError.
+/// Not thread-safe. Of one file there is one at a time, by the journal's turns: it is made and destroyed by
+/// one thread and waits for nothing in between. Everything throws SystemError.
 class GuardedRewrite {
   public:
-    /// `file` is absolute and no link. Notes it in the journal and settles what an earlier rewrite left.
-    GuardedRewrite(const std::filesystem::path& file, RewriteJournal& journal, WholeCheck isWhole);
+    /// `file` is absolute and no link. Waits until no other rewrite of it is under way, notes it in the
+    /// journal and settles what an earlier one left.
+    GuardedRewrite(const std::filesystem::path& file, RewriteJournal& journal, FileCheck check);
     /// Puts the backup back where the rewrite has not been finished.
     ~GuardedRewrite();
     GuardedRewrite(const GuardedRewrite&) = delete;
@@ -49,8 +61,10 @@ class GuardedRewrite {
     void syncBackup();
     /// Moves the file itself to the backup name.
     void moveToBackup();
-    /// Moves `replacement` (any file system) to the file's name, with the mode, owner and extended attributes
-    /// of the backup and its content on the disk first.
+    /// Moves `replacement` (any file system) to the file's name, with the mode, owner, extended attributes
+    /// and modification date of the backup and its content on the disk first. A replacement as long as the
+    /// backup keeps its own date: size and date are all that a scan looks at, and it must not miss the
+    /// change.
     void takePlace(const std::filesystem::path& replacement);
     /// Syncs what was written. Then `prove` whatever must hold, then `finish`.
     void sync();
@@ -62,6 +76,7 @@ class GuardedRewrite {
 
     RewritePaths paths_;
     RewriteJournal& journal_;
+    RewriteJournal::Turn turn_;
     bool hasBackup_ = false;
     bool isSettled_ = false; ///< nothing is left in the folder, the journal may forget the file
     bool wasMoved_ = false;  ///< names of the folder changed, not only the file's content
@@ -70,7 +85,7 @@ class GuardedRewrite {
 enum class LeftOver { none, restored, removed };
 
 /// Settles what an interrupted rewrite of a file left: see the table above. A log line where a backup is
-/// found.
-LeftOver settleLeftOver(const RewritePaths& paths, WholeCheck isWhole);
+/// found. The caller has the file's turn.
+LeftOver settleLeftOver(const RewritePaths& paths, FileCheck check);
 
 } // namespace velto

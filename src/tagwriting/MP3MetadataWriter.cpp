@@ -1,4 +1,5 @@
 #include "platform/log/Log.hpp"
+#include "tagwriting/CarriedFrames.hpp"
 #include "tagwriting/GenreText.hpp"
 #include "tagwriting/MetadataWriter.hpp"
 #include "tagwriting/RewriteSteps.hpp"
@@ -6,6 +7,7 @@
 #include "tagwriting/id3/ID3Genre.hpp"
 #include "tagwriting/id3/ID3TagBuilder.hpp"
 #include "tagwriting/id3/ID3TagEditor.hpp"
+#include "tagwriting/id3/Mp3File.hpp"
 
 #include <algorithm>
 #include <array>
@@ -20,17 +22,8 @@ using namespace id3;
 
 /// A version 2.3 tag with the frames that a rewrite carries over.
 ID32v3TagBuilder carriedOver(const ID3Tag& old) {
-    const ID3TagContentReader reader(old);
-    const auto text = [&](FrameName::Kind name) { return old.frame<ID3FrameWithStringContent>(name); };
     ID32v3TagBuilder builder;
-    if (const auto* frame = text(FrameName::title)) builder.title(*frame);
-    if (const auto* frame = text(FrameName::artist)) builder.artist(*frame);
-    if (const auto* frame = text(FrameName::album)) builder.album(*frame);
-    if (const auto* frame = text(FrameName::albumArtist)) builder.albumArtist(*frame);
-    if (const auto* frame = reader.trackPosition()) builder.trackPosition(*frame);
-    if (const auto* frame = reader.discPosition()) builder.discPosition(*frame);
-    if (const auto* frame = reader.attachedPicture(ID3PictureType::frontCover))
-        builder.attachedPicture(*frame);
+    builder.frames = carriedFrames(old);
     return builder;
 }
 
@@ -40,29 +33,33 @@ void prove(const ID3Tag& meant, const RewritePaths& paths) {
     if (const auto* genre = meant.frame<ID3FrameGenre>(FrameName::genre))
         expected[FrameName::genre] =
             ID3GenreStringAdapter::adapt({ID3GenreStringAdapter::content(*genre, meant.properties.version)});
-    const auto written = ID3TagEditor::read(paths.file);
+    const FileBytes file(paths.file, FileBytes::Mode::read);
+    const auto written = ID3TagEditor::read(file);
     if (!written || written->frames != expected) throw Error("The written tag does not read as it was meant");
-    if (!ID3TagEditor::sameAudio(paths.file, paths.backup))
+    if (!ID3TagEditor::sameAudio(file, FileBytes(paths.backup, FileBytes::Mode::read)))
         throw Error("The audio of the written file is not that of its backup");
 }
 
-/// An MP4 file that only calls itself MP3 plays as it is: a tag in front of it would hide it from every
-/// player.
-bool isMp4(const FileBytes& file) {
+/// Refuses a file that a tag in front of it would hide: an MP4 file that only calls itself MP3 plays as it
+/// is, and what stands at the head as a tag of an unknown kind says what the song is.
+void refuseForeignHead(const FileBytes& file) {
     std::array<std::uint8_t, 8> head{};
-    constexpr std::string_view name = "ftyp";
-    return file.read(head, 0) == head.size() && std::equal(name.begin(), name.end(), head.begin() + 4);
+    constexpr std::string_view mp4 = "ftyp";
+    const bool isMp4 =
+        file.read(head, 0) == head.size() && std::equal(mp4.begin(), mp4.end(), head.begin() + 4);
+    if (isMp4 || hasForeignTag(file)) throw ID3TagEditorError(ID3TagEditorError::Case::invalidFileFormat);
 }
 
 /// `newTag` makes the tag to write from the one that stands in the file.
 template <typename MakeTag>
 void rewriteTag(const std::filesystem::path& file, RewriteJournal& journal, MakeTag newTag) {
     const auto resolved = resolvedFile(file);
-    GuardedRewrite guard(resolved, journal, wholeCheckFor(resolved));
-    const ID3Tag tag = newTag(ID3TagEditor::read(resolved).value_or(ID3Tag()));
+    GuardedRewrite guard(resolved, journal, fileCheckFor(resolved));
+    const ID3Tag old = ID3TagEditor::read(resolved).value_or(ID3Tag());
+    if (hidesCarriedFrames(old)) throw Error("The tag holds frames that are encrypted or damaged");
     // A file that may not be written fails here, while it is still itself and not its backup.
-    if (isMp4(FileBytes(resolved, FileBytes::Mode::readWrite)))
-        throw ID3TagEditorError(ID3TagEditorError::Case::invalidFileFormat);
+    refuseForeignHead(FileBytes(resolved, FileBytes::Mode::readWrite));
+    const ID3Tag tag = newTag(old);
     guard.copyToBackup();
     // Mostly only the head of the file is written; its audio stays where it is on the disk, so that a power
     // cut cannot reach it, and one sync at the end does. A sync of the backup in front of every write would

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/concurrency/Executors.hpp"
+#include "platform/core/Date.hpp"
 #include "platform/log/CrashReporter.hpp"
 #include "tagwriting/RewriteJournal.hpp"
 
@@ -17,9 +18,12 @@ namespace velto {
 /// backup is put back first where the file beside it is not whole. A symbolic link is followed: the file
 /// itself is rewritten.
 ///
+/// The writers begin no folder access of their own: the grant of the library that holds the file stands for
+/// it.
+///
 /// The operations may be awaited on any executor and block none: their work runs on the pool. They fail with
-/// ServiceError alone (fileNotFound, unsupportedFileType, metadataWriteFailed). Different files may be
-/// written at the same time, the same file may not: its backup has one name.
+/// ServiceError alone (fileNotFound, unsupportedFileType, metadataWriteFailed). Any number may run
+/// at the same time; those of one file take turns, for its backup has one name.
 class AudioMetadataWriter {
   public:
     virtual ~AudioMetadataWriter() = default;
@@ -76,9 +80,11 @@ class SimpleMetadataWriter final : public AudioMetadataWriter {
 
 /// For the start of the program, before anything is written: looks at every file whose rewrite the journal
 /// saw begin and not end. Puts the backup back where the file is not whole, removes a backup that is not
-/// needed any more, and strikes the file off; a log line for each. A file whose folder is not there now (a
-/// drive that is not mounted) stays noted. Blocks; a clean journal costs nothing. How many files came back
-/// from their backup.
-std::size_t recoverInterruptedRewrites(RewriteJournal& journal, CrashReporter& crashReporter);
+/// needed any more, and strikes the file off; a log line for each. A file of which nothing is found (its
+/// drive may not be mounted) stays noted for 90 days from the first look. Temporary files of an earlier run
+/// are removed. Blocks; a clean journal costs nothing. How many files came back from their backup.
+std::size_t recoverInterruptedRewrites(
+    RewriteJournal& journal, CrashReporter& crashReporter,
+    Date now = std::chrono::time_point_cast<Date::duration>(std::chrono::system_clock::now()));
 
 } // namespace velto

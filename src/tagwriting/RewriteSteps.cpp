@@ -1,32 +1,62 @@
 #include "tagwriting/RewriteSteps.hpp"
 
+#include "platform/core/Error.hpp"
+#include "platform/files/FileAttributes.hpp"
 #include "platform/log/Log.hpp"
 #include "platform/media/Export.hpp"
+#include "tagwriting/CarriedFrames.hpp"
 #include "tagwriting/MetadataWriter.hpp"
+#include "tagwriting/id3/FileBytes.hpp"
 #include "tagwriting/id3/ID3TagEditor.hpp"
 
 #include <algorithm>
+#include <chrono>
 
 namespace velto {
 
 namespace {
 
-bool isWholeMP3(const std::filesystem::path& file, const std::filesystem::path& backup) {
+FileState stateOfMP3(const std::filesystem::path& path, const std::filesystem::path& backupPath) {
+    using id3::FileBytes;
+    using id3::ID3TagEditor;
     try {
-        (void)id3::ID3TagEditor::read(file);
-        return id3::ID3TagEditor::sameAudio(file, backup);
+        const FileBytes file(path, FileBytes::Mode::read);
+        const FileBytes backup(backupPath, FileBytes::Mode::read);
+        const auto tag = ID3TagEditor::read(file);
+        // A power cut may have put some blocks of a new tag on the disk and not others, whatever their order
+        // was: the header alone proves nothing.
+        const bool saysTheSame = carriedFrames(tag.value_or(id3::ID3Tag())) ==
+                                 carriedFrames(ID3TagEditor::read(backup).value_or(id3::ID3Tag()));
+        if (saysTheSame && ID3TagEditor::sameAudio(file, backup)) return FileState::whole;
+        return tag ? FileState::changed : FileState::torn; // a write that stopped leaves no tag
     } catch (const std::exception&) {
-        return false;
+        return FileState::torn;
     }
 }
 
-bool isWholeMedia(const std::filesystem::path& file, const std::filesystem::path& backup) {
+/// A new file comes by a rename here, whole: one that opens and has other audio was made by somebody else.
+FileState stateOfMedia(const std::filesystem::path& file, const std::filesystem::path& backup) {
     try {
         (void)media::openAsset(file);
-        return media::sameAudio(file, backup);
+        return media::sameAudio(file, backup) ? FileState::whole : FileState::changed;
     } catch (const std::exception&) {
-        return false;
+        return FileState::torn;
     }
+}
+
+/// Longer than any drive is away for. A file that is not found may have been removed by its user, or its
+/// drive is not mounted: an empty folder stands there then, or none.
+constexpr std::chrono::hours missingFor{24 * 90};
+
+/// Whether the file came back from its backup.
+bool settleOutstanding(const std::filesystem::path& file, RewriteJournal& journal, Date now) {
+    const auto turn = journal.waitForTurn(file);
+    const RewritePaths paths(file);
+    const bool isRestored = settleLeftOver(paths, fileCheckFor(file)) == LeftOver::restored;
+    std::error_code ignored;
+    std::filesystem::remove(paths.temporary, ignored);
+    if (files::exists(file) || now - journal.noteMissing(file, now) > missingFor) journal.strike(file);
+    return isRestored;
 }
 
 } // namespace
@@ -43,26 +73,32 @@ std::filesystem::path resolvedFile(const std::filesystem::path& file) {
     std::error_code error;
     auto resolved = std::filesystem::canonical(file, error);
     if (!error) return resolved;
+    const auto isAbsent = [](const std::error_code& code) {
+        return code == std::errc::no_such_file_or_directory || code == std::errc::not_a_directory;
+    };
+    if (!isAbsent(error)) throw SystemError(error.value(), "Cannot find", file.string());
     const auto folder = std::filesystem::canonical(file.parent_path(), error);
-    if (!error && std::filesystem::is_regular_file(RewritePaths(folder / file.filename()).backup, error))
-        return folder / file.filename();
+    if (error && !isAbsent(error)) throw SystemError(error.value(), "Cannot find", file.string());
+    const RewritePaths paths(folder / file.filename());
+    // In this order: a rewrite under way has the one or the other in the folder, the file when it is over.
+    if (!error && (files::isRegularFile(paths.backup) || files::exists(paths.file))) return paths.file;
     throw ServiceError(ServiceError::Case::fileNotFound, file.string());
 }
 
-WholeCheck wholeCheckFor(const std::filesystem::path& file) {
-    return lowerCaseExtension(file) == "mp3" ? isWholeMP3 : isWholeMedia;
+FileCheck fileCheckFor(const std::filesystem::path& file) {
+    return lowerCaseExtension(file) == "mp3" ? stateOfMP3 : stateOfMedia;
 }
 
-std::size_t recoverInterruptedRewrites(RewriteJournal& journal, CrashReporter& crashReporter) {
+std::size_t recoverInterruptedRewrites(RewriteJournal& journal, CrashReporter& crashReporter, Date now) {
+    for (const auto& temporary : journal.leftTemporaries()) {
+        std::error_code failure;
+        std::filesystem::remove(temporary, failure);
+        if (!failure) journal.strike(temporary);
+    }
     std::size_t restored = 0;
     for (const auto& file : journal.outstanding()) {
-        std::error_code error;
-        if (!std::filesystem::is_directory(file.parent_path(), error)) continue;
         try {
-            const RewritePaths paths(file);
-            if (settleLeftOver(paths, wholeCheckFor(file)) == LeftOver::restored) ++restored;
-            std::filesystem::remove(paths.temporary, error);
-            journal.strike(file);
+            restored += settleOutstanding(file, journal, now) ? 1 : 0;
         } catch (const std::exception& failure) {
             log::line("⚠️ [METADATA] {} could not be looked after: {}", file.filename().string(),
                       describe(failure));

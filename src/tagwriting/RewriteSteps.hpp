@@ -14,11 +14,11 @@ namespace velto {
 [[nodiscard]] std::string lowerCaseExtension(const std::filesystem::path& file);
 
 /// The file itself behind links, absolute; also where a rewrite that was cut short left only its backup,
-/// which the next rewrite puts back. Throws fileNotFound.
+/// which the next rewrite puts back. Throws fileNotFound, SystemError where it cannot be looked at.
 [[nodiscard]] std::filesystem::path resolvedFile(const std::filesystem::path& file);
 
 /// The check for the kind of file that the extension tells.
-[[nodiscard]] WholeCheck wholeCheckFor(const std::filesystem::path& file);
+[[nodiscard]] FileCheck fileCheckFor(const std::filesystem::path& file);
 
 /// Runs a rewrite of `file`. A failure is recorded and leaves as ServiceError: as it is where it is one,
 /// metadataWriteFailed otherwise.

@@ -190,6 +190,23 @@ TEST_F(AuthenticationManagerTest, AnExpiredTokenEndsTheSessionButKeepsTheVocabul
     EXPECT_EQ(*preferences.availableEras, (Trace{"1990s"}));
 }
 
+TEST_F(AuthenticationManagerTest, AReplyToAnotherTokenSaysNothingOfThisSession) {
+    keychain.saveToken("old");
+    transport.beforeReply = [this] { return runOn(runtime.main(), manager->signOut()); };
+    transport.reply(200, profileReply);
+    runtime.run(manager->fetchUserProfile());
+    EXPECT_EQ(shown(manager->authenticationState()), "unauthenticated");
+    EXPECT_EQ(crashReporter.user, std::nullopt);
+
+    keychain.saveToken("old");
+    transport.beforeReply = [this] { return runOn(runtime.main(), manager->handleAuthCallback("new")); };
+    transport.reply(200, profileReply); // to the new token's question
+    transport.reply(401, "");           // to the old one's
+    runtime.run(manager->fetchUserProfile());
+    EXPECT_EQ(shown(manager->authenticationState()), "a@b.c 0/42");
+    EXPECT_EQ(keychain.retrieveToken(), "new");
+}
+
 TEST_F(AuthenticationManagerTest, ASignOutThatFailsKeepsTheSession) {
     keychain.saveToken("t");
     keychain.failsToDelete = true;

@@ -9,6 +9,7 @@
 
 #include <deque>
 #include <exception>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -31,6 +32,7 @@ class ScriptedTransport final : public http::Transport {
 
     Task<http::Response> send(http::Request request) override {
         requests.push_back(std::move(request));
+        if (const auto meanwhile = std::exchange(beforeReply, nullptr)) co_await meanwhile();
         repliedOn = std::this_thread::get_id();
         if (script_.empty()) throw std::logic_error("a request that nobody expected");
         auto [failure, response] = std::move(script_.front());
@@ -39,6 +41,7 @@ class ScriptedTransport final : public http::Transport {
         co_return response;
     }
 
+    std::function<Task<void>()> beforeReply; ///< what happens while the next request is under way
     std::vector<http::Request> requests;
     std::thread::id repliedOn; ///< where the caller goes on with the latest reply
 

@@ -120,6 +120,24 @@ TEST(MediaExport, AnAiffTagBehindAnExtendedHeaderKeepsItsFrames) {
               "Night House");
 }
 
+TEST(MediaExport, AGenreOfQuickTimesOwnKindIsReplacedToo) {
+    const TemporaryFolder folder;
+    const auto source = test::makeSound(
+        folder, "user.m4a", {"-f", "mov", "-metadata", "genre=House", "-metadata", "title=Night"});
+    for (const auto& added : {genre("Techno"), std::optional<MetadataItem>()}) {
+        exportPassthrough(source, folder / "out.m4a", isGenre, added);
+        std::string genres;
+        std::string title;
+        for (const MetadataItem& item : openAsset(folder / "out.m4a").items) {
+            if (isGenre(item)) genres += *item.text();
+            if (item.commonKey == common_key::title) title = *item.text();
+        }
+        EXPECT_EQ(genres, added ? "Techno" : "");
+        EXPECT_EQ(title, "Night");
+        EXPECT_TRUE(sameAudio(source, folder / "out.m4a"));
+    }
+}
+
 TEST(MediaExport, AnAiffTagIsReplacedWhereverItStands) {
     const TemporaryFolder folder;
     const std::string sound =

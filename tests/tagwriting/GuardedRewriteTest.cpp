@@ -1,5 +1,6 @@
 #include "tagwriting/GuardedRewrite.hpp"
 #include "platform/log/Log.hpp"
+#include "tagwriting/CarriedFrames.hpp"
 #include "tagwriting/FileCopy.hpp"
 #include "tagwriting/MetadataWriter.hpp"
 #include "tagwriting/TagFixtures.hpp"
@@ -18,6 +19,7 @@
 #include <fstream>
 #include <functional>
 #include <optional>
+#include <thread>
 
 using namespace velto;
 using namespace velto::test;
@@ -46,6 +48,7 @@ TEST(InterruptedRewrite, everyStateEndsWithOneWholeFile) {
         Content making;
         Content expected;
         std::size_t restored;
+        bool isKept = false; ///< what stood there, under a name of its own
     };
 
     const std::string original = oldTag + audio;
@@ -56,14 +59,52 @@ TEST(InterruptedRewrite, everyStateEndsWithOneWholeFile) {
         {"when the backup had its name and nothing else", original, "", {}, original, 0},
         {"when the backup stood", original, original, {}, original, 0},
         {"when room had been made in front", blank + original, original, {}, original, 1},
+        {"after the old header was taken off",
+         blank.substr(0, 10) + original.substr(10),
+         original,
+         {},
+         original,
+         1},
         {"before the header was written",
          blank.substr(0, 10) + newTag.substr(10) + audio,
          original,
          {},
          original,
          1},
-        {"while the audio moved", oldTag + audio + audio.substr(1000), original, {}, original, 1},
-        {"with half of the file gone", original.substr(0, 8000), original, {}, original, 1},
+        {"while the audio moved to the front",
+         blank.substr(0, 10) + oldTag.substr(10, 5) + audio.substr(0, 900) + original.substr(915),
+         original,
+         {},
+         original,
+         1},
+        {"while the audio moved back",
+         blank.substr(0, 10) + audio + audio.substr(1000),
+         original,
+         {},
+         original,
+         1},
+        {"by a power cut, the header alone on the disk",
+         newTag.substr(0, 10) + blank.substr(0, newTag.size() - 10) + audio,
+         original,
+         {},
+         original,
+         1,
+         true},
+        {"by a power cut, half of the file gone", original.substr(0, 8000), original, {}, original, 1, true},
+        {"and another program added a tag since",
+         newTag + audio + "APETAGEX",
+         original,
+         {},
+         original,
+         1,
+         true},
+        {"and another program changed the title since",
+         tagOf(3, frameOf(3, "TIT2", raw("\0New"))) + audio,
+         original,
+         {},
+         original,
+         1,
+         true},
         {"with a tag that declares too much",
          raw("ID3\x03\0\0\x7F\x7F\x7F\x7F") + audio,
          original,
@@ -75,11 +116,11 @@ TEST(InterruptedRewrite, everyStateEndsWithOneWholeFile) {
          original,
          {},
          original,
-         1},
+         1,
+         true},
         {"when it was set aside", {}, original, {}, original, 1},
         {"before the backup was removed", newTag + audio, original, {}, newTag + audio, 0},
         {"after all of it", newTag + audio, {}, {}, newTag + audio, 0},
-        {"and the user removed the file", {}, {}, {}, {}, 0},
     };
     for (const Row& row : rows) {
         const TemporaryFolder folder;
@@ -94,11 +135,11 @@ TEST(InterruptedRewrite, everyStateEndsWithOneWholeFile) {
         CountingReporter reporter;
         EXPECT_EQ(recoverInterruptedRewrites(journal, reporter), row.restored) << row.killed;
         EXPECT_TRUE(journal.outstanding().empty()) << row.killed;
-        ASSERT_EQ(std::filesystem::exists(file), row.expected.has_value()) << row.killed;
-        if (row.expected) {
-            EXPECT_TRUE(readFile(file) == *row.expected) << row.killed;
+        EXPECT_TRUE(readFile(file) == *row.expected) << row.killed;
+        EXPECT_EQ(namesIn(folder.path()).size(), row.isKept ? 2U : 1U) << row.killed;
+        if (row.isKept) {
+            EXPECT_TRUE(readFile(folder / ".song.mp3.replaced") == *row.file) << row.killed;
         }
-        EXPECT_EQ(namesIn(folder.path()).size(), row.expected ? 1U : 0U) << row.killed;
         EXPECT_TRUE(RewriteJournal(home / "journal").outstanding().empty()) << row.killed;
     }
 }
@@ -116,6 +157,27 @@ TEST(InterruptedRewrite, aBackupThatAPowerCutCutShortLosesToTheFile) {
     EXPECT_EQ(recoverInterruptedRewrites(journal, reporter), 0U);
     EXPECT_EQ(readFile(file), newTag + audio);
     EXPECT_FALSE(std::filesystem::exists(paths.backup));
+}
+
+TEST(InterruptedRewrite, aFileThatIsNotThereStaysNotedForAWhile) {
+    const TemporaryFolder drive; // nothing is mounted
+    const TemporaryFolder home;
+    const Date now = dateFromMicroseconds(1'700'000'000'000'000);
+    const std::vector<std::filesystem::path> files{drive / "folder/song.mp3", drive / "song.mp3"};
+    const auto lookAt = [&](Date date) {
+        CountingReporter reporter;
+        RewriteJournal journal(home / "journal");
+        (void)recoverInterruptedRewrites(journal, reporter, date);
+        EXPECT_EQ(reporter.errors, 0);
+        return journal.outstanding();
+    };
+    { RewriteJournal(home / "journal").note(files[0]); }
+    { RewriteJournal(home / "journal").note(files[1]); }
+    EXPECT_EQ(lookAt(now), files);
+    EXPECT_EQ(lookAt(now + std::chrono::hours(24 * 89)), files);
+    drive.write("folder/.song.mp3.backup", oldTag + audio);
+    EXPECT_THAT(lookAt(now + std::chrono::hours(24 * 91)), testing::IsEmpty());
+    EXPECT_TRUE(readFile(files[0]) == oldTag + audio);
 }
 
 TEST(InterruptedRewrite, theNextWriteLooksAtALeftOverFirst) {
@@ -143,19 +205,61 @@ TEST(InterruptedRewrite, aFailedProofRestoresEverythingAboutTheFile) {
     const bool hasAttributes = ::setxattr(file.c_str(), "user.test", "kept", 4, 0) == 0;
     const auto modified = std::filesystem::last_write_time(file);
     RewriteJournal journal(folder / "journal");
-    try {
-        GuardedRewrite guard(file, journal, [](const auto&, const auto&) { return true; });
-        guard.copyToBackup();
-        put(file, "damaged");
-        throw Error("the proof failed");
-    } catch (const Error&) {
+    const std::vector<std::function<void(GuardedRewrite&)>> rewrites{
+        [&](GuardedRewrite& guard) {
+            guard.copyToBackup();
+            put(file, "damaged");
+        },
+        [&](GuardedRewrite& guard) {
+            guard.moveToBackup();
+            guard.takePlace(folder.write("new", "other sound"));
+        },
+        [&](GuardedRewrite& guard) {
+            guard.moveToBackup();
+            guard.takePlace(folder / "absent"); // the second move fails
+        },
+    };
+    for (const auto& rewrite : rewrites) {
+        try {
+            GuardedRewrite guard(file, journal, [](const auto&, const auto&) { return FileState::whole; });
+            rewrite(guard);
+            throw Error("the proof failed");
+        } catch (const Error&) {
+        }
+        EXPECT_EQ(readFile(file), oldTag + audio);
+        EXPECT_EQ(std::filesystem::status(file).permissions(), static_cast<std::filesystem::perms>(0604));
+        EXPECT_EQ(std::filesystem::last_write_time(file), modified);
+        EXPECT_EQ(::getxattr(file.c_str(), "user.test", nullptr, 0), hasAttributes ? 4 : -1);
+        EXPECT_LT(::getxattr(file.c_str(), "user.velto.backup-length", nullptr, 0), 0);
+        EXPECT_THAT(namesIn(folder.path()), ElementsAre("journal", "song.mp3"));
+        EXPECT_TRUE(journal.outstanding().empty());
     }
-    EXPECT_EQ(readFile(file), oldTag + audio);
-    EXPECT_EQ(std::filesystem::status(file).permissions(), static_cast<std::filesystem::perms>(0604));
-    EXPECT_EQ(std::filesystem::last_write_time(file), modified);
-    EXPECT_EQ(::getxattr(file.c_str(), "user.test", nullptr, 0), hasAttributes ? 4 : -1);
-    EXPECT_LT(::getxattr(file.c_str(), "user.velto.backup-length", nullptr, 0), 0);
+}
+
+TEST(GuardedRewrite, rewritesOfOneFileTakeTurns) {
+    const TemporaryFolder folder;
+    const auto song = folder.write("song.mp3", oldTag + audio);
+    const auto video = makeSound(folder, "song.m4a");
+    RewriteJournal journal(folder / "journal");
+    CountingReporter reporter;
+    std::vector<std::thread> writers;
+    for (char genre = 'a'; genre < 'e'; ++genre)
+        writers.emplace_back([&, genre] {
+            TestRuntime runtime;
+            SimpleMetadataWriter writer(runtime.executors(), reporter, journal);
+            for (int turn = 0; turn < 8; ++turn) {
+                const auto& file = turn % 2 == 0 ? song : video;
+                runtime.run(writer.writeGenreTags({genre + std::to_string(turn)}, file, true));
+            }
+        });
+    for (std::thread& writer : writers)
+        writer.join();
+    EXPECT_EQ(reporter.errors, 0);
+    EXPECT_TRUE(audioOf(song) == audio);
+    EXPECT_EQ(id3::ID3TagContentReader(*id3::ID3TagEditor::read(song)).genre()->description,
+              "a0 - a2 - a4 - a6 - b0 - b2 - b4 - b6 - c0 - c2 - c4 - c6 - d0 - d2 - d4 - d6");
     EXPECT_TRUE(journal.outstanding().empty());
+    EXPECT_THAT(namesIn(folder.path()), ElementsAre("journal", "song.m4a", "song.mp3"));
 }
 
 TEST(RewriteJournal, survivesDamageAndStaysSmall) {
@@ -167,13 +271,12 @@ TEST(RewriteJournal, survivesDamageAndStaysSmall) {
         journal.note("/music/c.mp3");
         journal.strike("/music/c.mp3");
     }
-    std::ofstream(folder / "journal", std::ios::app) << "garbage" << '\0' << "+/music/cut sho";
+    std::ofstream(folder / "journal", std::ios::app)
+        << "garbage" << '\0' << "?99999999999999999/music/a\nb.mp3" << '\0' << "+/music/cut sho";
     {
         RewriteJournal journal(folder / "journal");
         EXPECT_THAT(journal.outstanding(), ElementsAre(odd));
         CountingReporter reporter;
-        EXPECT_EQ(recoverInterruptedRewrites(journal, reporter), 0U);
-        EXPECT_THAT(journal.outstanding(), ElementsAre(odd)); // its drive is not there now
         journal.strike(odd);
         for (int index = 0; index < 10'000; ++index) {
             journal.note("/music/" + std::to_string(index));
@@ -193,7 +296,13 @@ TEST(InterruptedRewrite, aKilledProcessLosesNothing) {
     std::string sound = "\xFF\xFB";
     for (int index = 0; index < 3'000'000; ++index)
         sound += static_cast<char>(index * 31 ^ index >> 9);
-    const auto file = folder.write("song.mp3", sound);
+    const std::string carried =
+        frameOf(3, "TIT2", raw("\0Title")) +
+        frameOf(3, "APIC", raw("\0image/png\0\x03\0\x89PNG") + std::string(50'000, 'p'));
+    const std::string head = tagOf(3, frameOf(3, "GEOB", std::string(700'000, 'z')) + carried);
+    const auto file = folder.write("song.mp3", head + sound);
+    const auto before = carriedFrames(*id3::ID3TagEditor::read(file));
+    ASSERT_EQ(before.size(), 2U);
     const RewritePaths paths(file);
     const auto hasBackup = [&] { return std::filesystem::exists(paths.backup); };
     const auto sizeOf = [](const std::filesystem::path& path) -> std::optional<std::uintmax_t> {
@@ -209,6 +318,7 @@ TEST(InterruptedRewrite, aKilledProcessLosesNothing) {
         [&] { return hasBackup() && !readFile(file).starts_with("ID3"); },
     };
     for (std::size_t round = 0; round < 24; ++round) {
+        folder.write("song.mp3", head + sound);
         size = std::filesystem::file_size(file);
         const pid_t child = ::fork();
         if (child == 0) {
@@ -233,6 +343,7 @@ TEST(InterruptedRewrite, aKilledProcessLosesNothing) {
         (void)recoverInterruptedRewrites(journal, reporter);
         ASSERT_EQ(reporter.errors, 0);
         ASSERT_TRUE(audioOf(file) == sound) << round;
+        ASSERT_TRUE(carriedFrames(*id3::ID3TagEditor::read(file)) == before) << round;
         ASSERT_THAT(namesIn(folder.path()), ElementsAre("journal", "song.mp3")) << round;
     }
 }

@@ -1,6 +1,16 @@
 #include "tagwriting/TagFixtures.hpp"
 
+#include "platform/files/ServiceError.hpp"
+
+#include <gtest/gtest.h>
+
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <zlib.h>
+
 #include <algorithm>
+#include <csignal>
 
 namespace velto::test {
 
@@ -34,6 +44,15 @@ std::string frameOf(int version, std::string_view identifier, const std::string&
     return name + (version == 4 ? synchsafe(content.size()) : bigEndian(content.size(), 4)) + flags + content;
 }
 
+std::string compressed(const std::string& text) {
+    std::string packed(::compressBound(text.size()), '\0');
+    uLongf length = packed.size();
+    ::compress(reinterpret_cast<Bytef*>(packed.data()), &length, reinterpret_cast<const Bytef*>(text.data()),
+               text.size());
+    packed.resize(length);
+    return packed;
+}
+
 id3::Bytes bytesOf(const std::string& text) {
     return {text.begin(), text.end()};
 }
@@ -65,6 +84,29 @@ std::string audioOf(const std::filesystem::path& file) {
     for (std::size_t index = 6; index < 10; ++index)
         size = size << 7 | static_cast<unsigned char>(content.at(index));
     return content.substr(size + 10);
+}
+
+bool succeedsWithFileLimit(std::uint64_t bytes, const std::function<void()>& work) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        std::signal(SIGXFSZ, SIG_IGN);
+
+        const struct ::rlimit limit { bytes, bytes };
+
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+        try {
+            work();
+            ::_exit(0);
+        } catch (const ServiceError& error) {
+            ::_exit(error.kind() == ServiceError::Case::metadataWriteFailed ? 1 : 2);
+        } catch (...) {
+            ::_exit(3);
+        }
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) < 2) << status;
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
 std::vector<std::string> namesIn(const std::filesystem::path& folder) {

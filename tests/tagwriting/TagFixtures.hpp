@@ -5,7 +5,10 @@
 #include "support/TestRuntime.hpp"
 #include "tagwriting/id3/ID3Types.hpp"
 
+#include <atomic>
+#include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -24,6 +27,8 @@ std::string tagOf(int version, const std::string& body, int flags = 0);
 std::string frameOf(int version, std::string_view identifier, const std::string& content,
                     const std::string& flags = std::string(2, '\0'));
 std::string synchsafe(std::size_t value);
+/// As zlib packs it.
+std::string compressed(const std::string& text);
 id3::Bytes bytesOf(const std::string& text);
 
 /// A second of real sound, encoded by ffmpeg once for all tests; `arguments` go in front of the output.
@@ -39,6 +44,10 @@ std::string audioOf(const std::filesystem::path& file);
 /// Names in a folder, hidden ones too, sorted.
 std::vector<std::string> namesIn(const std::filesystem::path& folder);
 
+/// Runs `work` in a child with files limited to `bytes`: a write beyond fails as on a full disk. False where
+/// it threw metadataWriteFailed; anything else fails the test.
+bool succeedsWithFileLimit(std::uint64_t bytes, const std::function<void()>& work);
+
 /// Counts what is recorded.
 class CountingReporter final : public CrashReporter {
   public:
@@ -48,7 +57,7 @@ class CountingReporter final : public CrashReporter {
 
     void setUserID(const std::optional<std::string>&) override {}
 
-    int errors = 0;
+    std::atomic<int> errors = 0;
 };
 
 } // namespace velto::test

@@ -111,8 +111,10 @@ class HttpClient::Worker {
         if (stopping_) return false;
         for (auto& transfer : std::exchange(waiting_, {})) {
             CURL* handle = transfer->handle();
-            curl_multi_add_handle(multi_, handle);
-            running_.emplace(handle, std::move(transfer));
+            if (curl_multi_add_handle(multi_, handle) == CURLM_OK)
+                running_.emplace(handle, std::move(transfer));
+            else
+                transfer->fail(URLError::Code::unknown); // out of memory
         }
         return true;
     }

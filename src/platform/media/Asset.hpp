@@ -53,7 +53,6 @@ inline constexpr std::string_view riffInfo = "INFO";
 inline constexpr std::string_view aiffText = "AIFF";
 inline constexpr std::string_view ape = "APE";
 inline constexpr std::string_view id3v1 = "ID3v1";
-inline constexpr std::string_view common = "comn";
 } // namespace key_space
 
 /// Identifiers that writers name where they add a genre.

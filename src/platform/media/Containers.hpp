@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/media/FileReader.hpp"
+#include "platform/media/Id3Frames.hpp"
 
 namespace velto::media {
 
@@ -16,8 +17,13 @@ enum class MpegKind { layers, adts };
 
 /// Where the ID3v2 tags at the head of a file end; several may stand one behind the other.
 struct LeadingId3 {
-    std::string view; ///< of the first tag that has frames; empty without one
+    std::vector<Id3Frames> tags;
     std::uint64_t end = 0;
+
+    [[nodiscard]] bool hasFrames() const;
+    /// The texts of all; those of a tag in front count before those behind. The genre is that of the first
+    /// alone, because only there it is ever written or taken out.
+    void appendItemsTo(std::vector<MetadataItem>& items) const;
 };
 
 [[nodiscard]] LeadingId3 leadingId3(FileReader& reader);

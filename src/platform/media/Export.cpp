@@ -5,6 +5,7 @@
 #include "platform/media/AiffExport.hpp"
 #include "platform/media/FileReader.hpp"
 #include "platform/media/Mp4Atoms.hpp"
+#include "platform/media/QuickTimeItems.hpp"
 #include "platform/media/TagItems.hpp"
 
 #include <fcntl.h>
@@ -13,8 +14,8 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
 #include <map>
+#include <system_error>
 #include <vector>
 
 namespace velto::media {
@@ -24,8 +25,7 @@ namespace {
 using Drop = std::function<bool(const MetadataItem&)>;
 
 [[noreturn]] void failWriting(const std::filesystem::path& path, int errorNumber) {
-    char buffer[256];
-    throw MediaError(MediaError::Case::cannotWrite, path, strerror_r(errorNumber, buffer, sizeof buffer));
+    throw MediaError(MediaError::Case::cannotWrite, path, std::generic_category().message(errorNumber));
 }
 
 files::Descriptor create(const std::filesystem::path& output) {
@@ -97,6 +97,16 @@ void editMp4(const std::filesystem::path& output, const Drop& drop, const std::o
         throw MediaError(MediaError::Case::cannotWrite, output, "a tag of another kind would be lost");
 }
 
+/// Makes free space of what QuickTime's own entries say, in the copy.
+void freeQuickTimeItems(FileReader& source, int output, const Drop& drop) {
+    constexpr std::string_view name = "free";
+    for (const QuickTimeItem& each : quickTimeItems(source, atomsOf(source)))
+        if (drop(each.item) &&
+            ::pwrite(output, name.data(), name.size(), static_cast<off_t>(each.nameOffset)) !=
+                static_cast<ssize_t>(name.size()))
+            failWriting(source.path(), errno);
+}
+
 enum class Container { mp4, aiff };
 
 Container containerOf(FileReader& reader) {
@@ -117,12 +127,13 @@ void exportPassthrough(const std::filesystem::path& source, const std::filesyste
         throw MediaError(MediaError::Case::cannotWrite, output, "the value to add is no text");
     try {
         const files::Descriptor created = create(output);
-        if (container == Container::aiff)
+        if (container == Container::aiff) {
             exportAiff(reader, created.get(), drop, add);
-        else if (files::copyContent(reader.descriptor(), created.get()))
+        } else {
+            if (!files::copyContent(reader.descriptor(), created.get())) failWriting(output, errno);
+            freeQuickTimeItems(reader, created.get(), drop);
             editMp4(output, drop, add);
-        else
-            failWriting(output, errno);
+        }
     } catch (const MediaError&) {
         ::unlink(output.c_str());
         throw;

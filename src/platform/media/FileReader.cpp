@@ -6,17 +6,12 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
+#include <system_error>
 #include <utility>
 
 namespace velto::media {
 
 namespace {
-
-std::string systemReason(int errorNumber) {
-    char buffer[256];
-    return strerror_r(errorNumber, buffer, sizeof buffer);
-}
 
 /// The buffer of the reader that was here last: to allocate and release one for each of many files would have
 /// the allocator tidy its whole heap every time.
@@ -28,7 +23,7 @@ thread_local std::unique_ptr<char[]> spareBuffer;
 FileReader::FileReader(const std::filesystem::path& path)
     : path_(path)
     , descriptor_(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {
-    if (descriptor_ < 0) fail(MediaError::Case::cannotOpen, systemReason(errno));
+    if (descriptor_ < 0) fail(MediaError::Case::cannotOpen, std::generic_category().message(errno));
 
     struct stat status {};
 
@@ -64,7 +59,7 @@ std::string_view FileReader::load(std::uint64_t offset, std::size_t length) {
         const ssize_t got = ::pread(descriptor_, buffer_.get() + filled_, wanted - filled_,
                                     static_cast<off_t>(start_ + filled_));
         if (got < 0 && errno == EINTR) continue;
-        if (got < 0) fail(MediaError::Case::damaged, systemReason(errno));
+        if (got < 0) fail(MediaError::Case::damaged, std::generic_category().message(errno));
         if (got == 0) break;
         filled_ += static_cast<std::size_t>(got);
     }

@@ -4,7 +4,6 @@
 
 #include <flacfile.h>
 #include <id3v2framefactory.h>
-#include <id3v2tag.h>
 #include <xiphcomment.h>
 
 #include <limits>
@@ -52,7 +51,6 @@ std::string textBlocks(FileReader& reader, std::uint64_t position) {
 Asset openFlac(FileReader& reader) {
     const LeadingId3 id3 = leadingId3(reader);
     ViewStream view;
-    view.append(id3.view);
     view.append(textBlocks(reader, id3.end));
     // Room for sound, so that TagLib does not take the stream for one without any.
     view.appendHole(reader.size());
@@ -62,8 +60,10 @@ Asset openFlac(FileReader& reader) {
         reader.fail(MediaError::Case::damaged, "no stream information");
 
     Asset asset{{}, std::numeric_limits<double>::quiet_NaN()};
-    if (file.hasID3v2Tag() && !file.hasXiphComment()) appendItems(asset.items, *file.ID3v2Tag());
-    if (file.hasXiphComment()) appendItems(asset.items, *file.xiphComment());
+    if (file.hasXiphComment())
+        appendItems(asset.items, *file.xiphComment());
+    else
+        id3.appendItemsTo(asset.items);
     if (properties->sampleFrames() > 0)
         asset.durationSeconds = static_cast<double>(properties->sampleFrames()) / properties->sampleRate();
     return asset;

@@ -1,5 +1,6 @@
 #include "platform/media/Containers.hpp"
 #include "platform/media/Mp4Atoms.hpp"
+#include "platform/media/QuickTimeItems.hpp"
 #include "platform/media/TagItems.hpp"
 #include "platform/media/TagLibStreams.hpp"
 #include "platform/text/Text.hpp"
@@ -106,10 +107,17 @@ std::optional<std::vector<MetadataItem>> plainItems(FileReader& reader, const At
 Asset openMp4(FileReader& reader) {
     const AtomTree tree = atomsOf(reader);
     if (tree.find({"moov"}) < 0) reader.fail(MediaError::Case::damaged, "its description is missing");
+    Asset asset{{}, std::numeric_limits<double>::quiet_NaN()};
+    for (QuickTimeItem& each : quickTimeItems(reader, tree))
+        asset.items.push_back(std::move(each.item));
     if (tree.consistent && count(tree, {"moov"}) == 1) {
         const auto duration = plainDuration(reader, tree);
         auto items = duration ? plainItems(reader, tree) : std::nullopt;
-        if (items) return {*std::move(items), *duration};
+        if (items) {
+            std::move(items->begin(), items->end(), std::back_inserter(asset.items));
+            asset.durationSeconds = *duration;
+            return asset;
+        }
     }
     FileViewStream stream(reader);
     TagLib::MP4::File file(&stream, true);
@@ -117,7 +125,6 @@ Asset openMp4(FileReader& reader) {
     if (!file.isValid() || properties == nullptr ||
         (properties->sampleRate() == 0 && properties->lengthInMilliseconds() == 0))
         reader.fail(MediaError::Case::notAudio, "it has no sound track");
-    Asset asset{{}, std::numeric_limits<double>::quiet_NaN()};
     if (properties->lengthInMilliseconds() > 0)
         asset.durationSeconds = properties->lengthInMilliseconds() / 1000.0;
     if (file.tag() != nullptr) appendItems(asset.items, *file.tag());

@@ -1,18 +1,15 @@
 #include "platform/media/Containers.hpp"
-#include "platform/media/Id3View.hpp"
+#include "platform/media/Id3Items.hpp"
 #include "platform/media/MpegDuration.hpp"
-#include "platform/media/PlainId3.hpp"
 #include "platform/media/TagItems.hpp"
 #include "platform/media/TagLibStreams.hpp"
 
 #include <apetag.h>
 #include <id3v1tag.h>
 #include <id3v2framefactory.h>
-#include <id3v2tag.h>
 #include <mpegfile.h>
 
 #include <algorithm>
-#include <iterator>
 
 namespace velto::media {
 
@@ -55,40 +52,39 @@ Trailer trailerOf(FileReader& reader, std::uint64_t soundBegin) {
     return trailer;
 }
 
-std::vector<MetadataItem> itemsOf(const std::string& id3, const std::string& trailer) {
-    auto plain = plainId3Items(id3);
-    if (trailer.empty() && (plain || id3.empty()))
-        return plain ? *std::move(plain) : std::vector<MetadataItem>();
+void appendTrailer(std::vector<MetadataItem>& items, const std::string& trailer, bool hasId3) {
     // TagLib looks for an ID3v2 tag in all of the sound unless one stands in front; this one is empty.
-    const std::string_view emptyTag("ID3\x03\0\0\0\0\0\0", 10);
+    constexpr std::string_view emptyTag("ID3\x03\0\0\0\0\0\0", 10);
     ViewStream view;
-    view.append(plain || id3.empty() ? emptyTag : std::string_view(id3));
+    view.append(emptyTag);
     view.appendHole(1024);
     view.append(trailer);
     TagLib::MPEG::File file(&view, TagLib::ID3v2::FrameFactory::instance(), false);
     const bool hasApe = file.hasAPETag();
-    const bool hasId3 = !id3.empty() && file.hasID3v2Tag();
-    std::vector<MetadataItem> items;
     if (file.hasID3v1Tag())
         appendItems(items, *file.ID3v1Tag(), hasApe || hasId3 ? Genre::leftOut : Genre::included);
     if (hasApe) appendItems(items, *file.APETag(), hasId3 ? Genre::leftOut : Genre::included);
-    if (plain)
-        std::move(plain->begin(), plain->end(), std::back_inserter(items));
-    else if (hasId3)
-        appendItems(items, *file.ID3v2Tag());
-    return items;
 }
 
 } // namespace
+
+bool LeadingId3::hasFrames() const {
+    return std::any_of(tags.begin(), tags.end(), [](const Id3Frames& tag) { return !tag.frames.empty(); });
+}
+
+void LeadingId3::appendItemsTo(std::vector<MetadataItem>& items) const {
+    for (std::size_t i = tags.size(); i-- > 0;)
+        appendItems(items, tags[i], i == 0 ? Genre::included : Genre::leftOut);
+}
 
 LeadingId3 leadingId3(FileReader& reader) {
     constexpr int maximumTags = 8;
     LeadingId3 leading;
     for (int i = 0; i < maximumTags; ++i) {
-        auto tag = id3ViewAt(reader, leading.end, reader.size());
+        auto tag = id3FramesAt(reader, leading.end, reader.size());
         if (!tag) break;
-        if (leading.view.empty()) leading.view = std::move(tag->bytes);
         leading.end += tag->sizeInFile;
+        leading.tags.push_back(*std::move(tag));
     }
     return leading;
 }
@@ -99,7 +95,10 @@ Asset openMpeg(FileReader& reader, MpegKind kind) {
     const auto duration = kind == MpegKind::layers ? mpegDuration(reader, id3.end, trailer.begin)
                                                    : adtsDuration(reader, id3.end, trailer.begin);
     if (!duration) reader.fail(MediaError::Case::notAudio, "no sound was found in it");
-    return {itemsOf(id3.view, trailer.bytes), *duration};
+    Asset asset{{}, *duration};
+    if (!trailer.bytes.empty()) appendTrailer(asset.items, trailer.bytes, id3.hasFrames());
+    id3.appendItemsTo(asset.items);
+    return asset;
 }
 
 } // namespace velto::media

@@ -1,18 +1,15 @@
 #include "platform/media/Containers.hpp"
-#include "platform/media/Id3View.hpp"
-#include "platform/media/PlainId3.hpp"
+#include "platform/media/Id3Items.hpp"
 #include "platform/media/RiffChunks.hpp"
 #include "platform/media/TagItems.hpp"
 #include "platform/media/TagLibStreams.hpp"
 
 #include <aifffile.h>
-#include <id3v2tag.h>
 #include <infotag.h>
 #include <wavfile.h>
 
 #include <algorithm>
 #include <cmath>
-#include <iterator>
 #include <limits>
 #include <optional>
 
@@ -73,12 +70,10 @@ class ChunkView {
     ViewStream stream_;
 };
 
-/// The chunk's tag, which goes into the view; empty where it holds no texts.
-std::string appendId3(ChunkView& view, FileReader& reader, const Chunk& chunk) {
-    auto id3 = id3ViewAt(reader, chunk.offset, chunk.offset + chunk.size);
-    if (!id3 || id3->bytes.empty()) return {};
-    view.appendContent(chunk, id3->bytes);
-    return std::move(id3->bytes);
+/// The texts of the file's first tag that has any.
+void takeId3(Id3Frames& tag, FileReader& reader, const Chunk& chunk) {
+    if (!tag.frames.empty()) return;
+    if (auto found = id3FramesAt(reader, chunk.offset, chunk.offset + chunk.size)) tag = *std::move(found);
 }
 
 /// What is left of maximumText; takes the chunk's size off where it fits.
@@ -141,7 +136,7 @@ Asset openWave(FileReader& reader) {
     ChunkView view(reader, ByteOrder::little);
     std::optional<std::uint64_t> soundSize;
     std::string format;
-    std::string id3;
+    Id3Frames id3;
     bool hasOther = false;
     std::uint64_t textRoom = maximumText;
     for (const Chunk& chunk : chunksOf(reader, ByteOrder::little)) {
@@ -154,22 +149,24 @@ Asset openWave(FileReader& reader) {
         } else if (chunk.name == "fmt " || chunk.name == "fact" || chunk.name == "LIST") {
             hasOther = true;
             if (takeRoom(textRoom, chunk)) view.append(chunk);
-        } else if (chunk.isId3() && id3.empty()) {
-            id3 = appendId3(view, reader, chunk);
+        } else if (chunk.isId3()) {
+            takeId3(id3, reader, chunk);
         }
     }
     const auto duration = soundSize && !hasOther ? pcmDuration(format, *soundSize) : std::nullopt;
-    auto plain = plainId3Items(id3);
-    if (duration && (plain || id3.empty()))
-        return {plain ? *std::move(plain) : std::vector<MetadataItem>(), *duration};
+    if (duration) {
+        Asset asset{{}, *duration};
+        appendItems(asset.items, id3);
+        return asset;
+    }
     TagLib::RIFF::WAV::File file(view.stream(), true);
     const auto* properties = file.audioProperties();
     if (!soundSize || properties == nullptr || properties->sampleRate() <= 0)
         reader.fail(MediaError::Case::damaged, "no format or no sound data");
     Asset asset{{}, seconds(properties->sampleFrames(), properties->sampleRate())};
     if (file.hasInfoTag())
-        appendItems(asset.items, *file.InfoTag(), file.hasID3v2Tag() ? Genre::leftOut : Genre::included);
-    if (file.hasID3v2Tag()) appendItems(asset.items, *file.ID3v2Tag());
+        appendItems(asset.items, *file.InfoTag(), id3.frames.empty() ? Genre::included : Genre::leftOut);
+    appendItems(asset.items, id3);
     return asset;
 }
 
@@ -177,7 +174,7 @@ Asset openAiff(FileReader& reader) {
     ChunkView view(reader, ByteOrder::big);
     Asset asset{};
     std::vector<std::string> formats;
-    std::string id3;
+    Id3Frames id3;
     bool hasSound = false;
     std::uint64_t textRoom = maximumText;
     for (const Chunk& chunk : chunksOf(reader, ByteOrder::big)) {
@@ -187,18 +184,17 @@ Asset openAiff(FileReader& reader) {
         } else if (chunk.name == "COMM" && takeRoom(textRoom, chunk)) {
             formats.push_back(reader.copy(chunk.offset, static_cast<std::size_t>(chunk.size)));
             view.appendContent(chunk, formats.back());
-        } else if (chunk.isId3() && id3.empty()) {
-            id3 = appendId3(view, reader, chunk);
+        } else if (chunk.isId3()) {
+            takeId3(id3, reader, chunk);
         } else if ((chunk.name == "NAME" || chunk.name == "AUTH") && takeRoom(textRoom, chunk)) {
             appendAiffText(asset.items, chunk.name,
                            reader.copy(chunk.offset, static_cast<std::size_t>(chunk.size)));
         }
     }
     const auto duration = hasSound && formats.size() == 1 ? plainDuration(formats.front()) : std::nullopt;
-    auto plain = plainId3Items(id3);
-    if (duration && (plain || id3.empty())) {
+    appendItems(asset.items, id3);
+    if (duration) {
         asset.durationSeconds = *duration;
-        if (plain) std::move(plain->begin(), plain->end(), std::back_inserter(asset.items));
         return asset;
     }
     TagLib::RIFF::AIFF::File file(view.stream(), true);
@@ -206,7 +202,6 @@ Asset openAiff(FileReader& reader) {
     if (properties == nullptr || properties->sampleRate() <= 0)
         reader.fail(MediaError::Case::damaged, "no format");
     asset.durationSeconds = seconds(properties->sampleFrames(), properties->sampleRate());
-    if (file.hasID3v2Tag()) appendItems(asset.items, *file.tag());
     return asset;
 }
 

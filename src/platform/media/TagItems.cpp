@@ -1,14 +1,13 @@
 #include "platform/media/TagItems.hpp"
 
+#include "platform/text/EncodedText.hpp"
 #include "platform/text/Text.hpp"
 
 #include <apetag.h>
 #include <id3v1genres.h>
 #include <id3v1tag.h>
-#include <id3v2tag.h>
 #include <infotag.h>
 #include <mp4tag.h>
-#include <textidentificationframe.h>
 #include <xiphcomment.h>
 
 #include <algorithm>
@@ -19,10 +18,7 @@ namespace velto::media {
 
 namespace {
 
-constexpr std::string_view genreSeparator = " - ";
 constexpr std::string_view valueSeparator = ", ";
-
-enum class Meaning { artist, title, album, genre, date, track };
 
 struct Field {
     std::string_view key;
@@ -30,8 +26,6 @@ struct Field {
 };
 
 // The keys of each kind of tag. A date field behind another counts only where that one is absent.
-constexpr Field id3Fields[] = {{"TPE1", Meaning::artist}, {"TIT2", Meaning::title}, {"TALB", Meaning::album},
-                               {"TCON", Meaning::genre},  {"TDRC", Meaning::date},  {"TRCK", Meaning::track}};
 constexpr Field id3v1Fields[] = {{"artist", Meaning::artist}, {"title", Meaning::title},
                                  {"album", Meaning::album},   {"genre", Meaning::genre},
                                  {"year", Meaning::date},     {"track", Meaning::track}};
@@ -47,6 +41,16 @@ constexpr Field infoFields[] = {{"IART", Meaning::artist}, {"INAM", Meaning::tit
 constexpr Field iTunesFields[] = {{"©ART", Meaning::artist}, {"©nam", Meaning::title},
                                   {"©alb", Meaning::album},  {"©gen", Meaning::genre},
                                   {"©day", Meaning::date},   {"trkn", Meaning::track}};
+constexpr Field userDataFields[] = {{"©ART", Meaning::artist},
+                                    {"©nam", Meaning::title},
+                                    {"©alb", Meaning::album},
+                                    {"©gen", Meaning::genre},
+                                    {"©day", Meaning::date}};
+constexpr Field quickTimeFields[] = {{"com.apple.quicktime.artist", Meaning::artist},
+                                     {"com.apple.quicktime.title", Meaning::title},
+                                     {"com.apple.quicktime.album", Meaning::album},
+                                     {"com.apple.quicktime.genre", Meaning::genre},
+                                     {"com.apple.quicktime.creationdate", Meaning::date}};
 constexpr Field aiffFields[] = {{"AUTH", Meaning::artist}, {"NAME", Meaning::title}};
 
 std::optional<Meaning> meaningOf(std::span<const Field> fields, std::string_view key) {
@@ -63,6 +67,39 @@ std::optional<std::int64_t> leadingNumber(std::string_view text) {
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     return error == std::errc{} ? std::optional(number) : std::nullopt;
 }
+
+void appendText(std::vector<MetadataItem>& items, MetadataItem item, std::string text) {
+    if (text.empty()) return;
+    setText(item, std::move(text));
+    items.push_back(std::move(item));
+}
+
+bool isGenre(const MetadataItem& item) {
+    return item.commonKey == common_key::type;
+}
+
+MetadataItem makeAtomItem(std::string_view key) {
+    MetadataItem item = makeItem(key_space::iTunes, key, meaningOf(iTunesFields, key));
+    constexpr std::string_view copyright = "©";
+    if (key.starts_with(copyright)) item.identifier = "itsk/%A9" + std::string(key.substr(copyright.size()));
+    return item;
+}
+
+void setNumber(MetadataItem& item, std::int64_t number) {
+    item.value = number;
+    if (number != 0) item.numberValue = number;
+}
+
+std::string joined(const TagLib::StringList& values, bool genres) {
+    DistinctTexts texts(genres ? genreSeparator : valueSeparator);
+    for (const TagLib::String& value : values) {
+        if (texts.isFull()) break;
+        texts.add(genres ? genreName(utf8(value)) : utf8(value));
+    }
+    return texts.text();
+}
+
+} // namespace
 
 MetadataItem makeItem(std::string_view keySpace, std::string_view key, std::optional<Meaning> meaning) {
     MetadataItem item;
@@ -96,17 +133,16 @@ MetadataItem makeItem(std::string_view keySpace, std::string_view key, std::opti
 }
 
 void setText(MetadataItem& item, std::string text) {
+    if (text.size() > maximumTextSize) {
+        std::size_t end = maximumTextSize;
+        while (end > 0 && (text[end] & 0xC0) == 0x80)
+            --end;
+        text.resize(end);
+    }
     item.numberValue = leadingNumber(text);
     item.value = std::move(text);
 }
 
-void appendText(std::vector<MetadataItem>& items, MetadataItem item, std::string text) {
-    if (text.empty()) return;
-    setText(item, std::move(text));
-    items.push_back(std::move(item));
-}
-
-/// A number stands for a name in the list that all ID3 versions share; "RX" and "CR" for theirs.
 std::string genreName(std::string text) {
     if (text == "RX") return "Remix";
     if (text == "CR") return "Cover";
@@ -117,62 +153,10 @@ std::string genreName(std::string text) {
     return name.empty() ? text : name;
 }
 
-bool isGenre(const MetadataItem& item) {
-    return item.commonKey == common_key::type;
-}
-
-MetadataItem makeId3Item(std::string_view key) {
-    MetadataItem item = makeItem(key_space::id3, key, meaningOf(id3Fields, key));
-    if (isGenre(item)) item.identifier = identifier::id3ContentType;
-    return item;
-}
-
-MetadataItem makeAtomItem(std::string_view key) {
-    MetadataItem item = makeItem(key_space::iTunes, key, meaningOf(iTunesFields, key));
-    constexpr std::string_view copyright = "©";
-    if (key.starts_with(copyright)) item.identifier = "itsk/%A9" + std::string(key.substr(copyright.size()));
-    return item;
-}
-
-void setNumber(MetadataItem& item, std::int64_t number) {
-    item.value = number;
-    if (number != 0) item.numberValue = number;
-}
-
-std::string joined(const TagLib::StringList& values, bool genres) {
-    std::vector<std::string> texts;
-    for (const TagLib::String& value : values) {
-        std::string text = genres ? genreName(utf8(value)) : utf8(value);
-        if (!text.empty() && std::find(texts.begin(), texts.end(), text) == texts.end())
-            texts.push_back(std::move(text));
-    }
-    std::string all;
-    for (const std::string& text : texts) {
-        if (!all.empty()) all += genres ? genreSeparator : valueSeparator;
-        all += text;
-    }
-    return all;
-}
-
-} // namespace
-
-void appendUtf8(std::string& text, char32_t c) {
-    if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) c = 0xFFFD;
-    if (c < 0x80) {
-        text += static_cast<char>(c);
-    } else if (c < 0x800) {
-        text += static_cast<char>(0xC0 | c >> 6);
-        text += static_cast<char>(0x80 | (c & 0x3F));
-    } else if (c < 0x10000) {
-        text += static_cast<char>(0xE0 | c >> 12);
-        text += static_cast<char>(0x80 | (c >> 6 & 0x3F));
-        text += static_cast<char>(0x80 | (c & 0x3F));
-    } else {
-        text += static_cast<char>(0xF0 | c >> 18);
-        text += static_cast<char>(0x80 | (c >> 12 & 0x3F));
-        text += static_cast<char>(0x80 | (c >> 6 & 0x3F));
-        text += static_cast<char>(0x80 | (c & 0x3F));
-    }
+void DistinctTexts::add(std::string text) {
+    if (text.empty() || isFull() || !seen_.insert(text).second) return;
+    if (!text_.empty()) text_ += separator_;
+    text_ += text;
 }
 
 std::string utf8(const TagLib::String& text) {
@@ -185,50 +169,9 @@ std::string utf8(const TagLib::String& text) {
             c = 0x10000 + ((c - 0xD800) << 10) + (static_cast<char32_t>(*next) - 0xDC00);
             it = next;
         }
-        if (c != 0) appendUtf8(bytes, c);
+        if (c != 0) text::appendUtf8(bytes, c);
     }
     return bytes;
-}
-
-void appendId3Text(std::vector<MetadataItem>& items, std::string_view key, std::string text) {
-    MetadataItem item = makeId3Item(key);
-    if (isGenre(item)) text = genreName(std::move(text));
-    appendText(items, std::move(item), std::move(text));
-}
-
-MetadataItem itemOfFrame(const TagLib::ID3v2::Frame& frame) {
-    const TagLib::ByteVector name = frame.frameID();
-    MetadataItem item = makeId3Item({name.data(), name.size()});
-    if (const auto* userText = dynamic_cast<const TagLib::ID3v2::UserTextIdentificationFrame*>(&frame)) {
-        item.description = utf8(userText->description());
-        TagLib::StringList values = userText->fieldList();
-        if (!values.isEmpty()) values.erase(values.begin()); // the first is the description
-        setText(item, joined(values, false));
-    } else if (const auto* text = dynamic_cast<const TagLib::ID3v2::TextIdentificationFrame*>(&frame)) {
-        setText(item, joined(text->fieldList(), isGenre(item)));
-    } else {
-        item.value = Binary{};
-    }
-    return item;
-}
-
-void appendItems(std::vector<MetadataItem>& items, const TagLib::ID3v2::Tag& tag) {
-    std::size_t genre = items.size();
-    bool hasGenre = false;
-    for (const TagLib::ID3v2::Frame* frame : tag.frameList()) {
-        MetadataItem item = itemOfFrame(*frame);
-        if (item.text() != nullptr && item.text()->empty()) continue;
-        const bool genreText = isGenre(item) && item.text() != nullptr; // an encrypted frame has none
-        if (genreText && hasGenre) {
-            setText(items[genre], *items[genre].text() + std::string(genreSeparator) + *item.text());
-            continue;
-        }
-        if (genreText) {
-            hasGenre = true;
-            genre = items.size();
-        }
-        items.push_back(std::move(item));
-    }
 }
 
 void appendItems(std::vector<MetadataItem>& items, const TagLib::ID3v1::Tag& tag, Genre genre) {
@@ -319,6 +262,21 @@ MetadataItem itemOfAtom(const TagLib::String& name, const TagLib::MP4::Item& ato
     return item;
 }
 
+MetadataItem itemOfUserData(std::string_view key, std::string text) {
+    MetadataItem item = makeItem(key_space::userData, key, meaningOf(userDataFields, key));
+    setText(item, std::move(text));
+    return item;
+}
+
+MetadataItem itemOfQuickTimeKey(std::string_view key, std::optional<std::string> text) {
+    MetadataItem item = makeItem(key_space::quickTimeMetadata, key, meaningOf(quickTimeFields, key));
+    if (text)
+        setText(item, *std::move(text));
+    else
+        item.value = Binary{};
+    return item;
+}
+
 void appendItems(std::vector<MetadataItem>& items, const TagLib::MP4::Tag& tag) {
     for (const auto& [name, atom] : tag.itemMap()) {
         MetadataItem item = itemOfAtom(name, atom);
@@ -327,8 +285,8 @@ void appendItems(std::vector<MetadataItem>& items, const TagLib::MP4::Tag& tag) 
 }
 
 void appendAiffText(std::vector<MetadataItem>& items, std::string_view chunk, std::string_view bytes) {
-    std::string text = utf8(TagLib::String(
-        std::string(bytes), text::isValidUtf8(bytes) ? TagLib::String::UTF8 : TagLib::String::Latin1));
+    std::string text = text::toUtf8OrLatin1(bytes);
+    std::erase(text, '\0');
     while (!text.empty() && text.back() == ' ')
         text.pop_back();
     appendText(items, makeItem(key_space::aiffText, chunk, meaningOf(aiffFields, chunk)), std::move(text));

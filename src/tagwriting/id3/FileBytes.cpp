@@ -39,7 +39,11 @@ FileBytes::FileBytes(const std::filesystem::path& path, Mode mode)
 
     struct ::stat info {};
 
-    if (::fstat(descriptor_, &info) == 0 && S_ISREG(info.st_mode)) return;
+    if (::fstat(descriptor_, &info) == 0 && S_ISREG(info.st_mode)) {
+        size_ = info.st_size;
+        blockSize_ = std::max<off_t>(info.st_blksize, 1);
+        return;
+    }
     ::close(std::exchange(descriptor_, -1));
     throw SystemError(S_ISDIR(info.st_mode) ? EISDIR : EINVAL, "Not a regular file", path.string());
 }
@@ -52,18 +56,11 @@ void FileBytes::fail(const char* operation) const {
     throw SystemError(errno, operation, path_.string());
 }
 
-off_t FileBytes::size() const {
+void FileBytes::lookAtSize() {
     struct ::stat info {};
 
     if (::fstat(descriptor_, &info) != 0) fail("Cannot look at");
-    return info.st_size;
-}
-
-off_t FileBytes::blockSize() const {
-    struct ::stat info {};
-
-    if (::fstat(descriptor_, &info) != 0) fail("Cannot look at");
-    return std::max<off_t>(info.st_blksize, 1);
+    size_ = info.st_size;
 }
 
 std::size_t FileBytes::read(std::span<std::uint8_t> into, off_t at) const {
@@ -86,11 +83,13 @@ void FileBytes::write(ByteView bytes, off_t at) {
         if (count < 0) fail("Cannot write");
         bytes = bytes.subspan(static_cast<std::size_t>(count));
         at += count;
+        size_ = std::max(size_, at);
     }
 }
 
 void FileBytes::truncate(off_t length) {
     if (::ftruncate(descriptor_, length) != 0) fail("Cannot set the length of");
+    size_ = length;
 }
 
 void FileBytes::sync() const {
@@ -99,6 +98,7 @@ void FileBytes::sync() const {
 
 bool FileBytes::insertInFront(off_t length) {
     if (::fallocate(descriptor_, FALLOC_FL_INSERT_RANGE, 0, length) != 0) return false;
+    size_ += length;
     (void)::posix_fadvise(descriptor_, 0, 0,
                           POSIX_FADV_WILLNEED); // its pages are gone; who writes, reads again
     return true;
@@ -125,6 +125,7 @@ void FileBytes::shiftTail(off_t from, off_t to) {
 
 void FileBytes::copyContent(const FileBytes& source) {
     if (!files::copyContent(source.descriptor_, descriptor_)) fail("Cannot write");
+    lookAtSize();
 }
 
 bool sameBytes(const FileBytes& left, off_t leftFrom, const FileBytes& right, off_t rightFrom) {

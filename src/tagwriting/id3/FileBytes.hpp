@@ -11,6 +11,8 @@
 namespace velto::id3 {
 
 /// An open regular file; closed with its owner. Every operation throws SystemError with the path in its text.
+/// The size is looked at once and followed from then on: nobody else changes the file meanwhile, or reads and
+/// comparisons come out short.
 class FileBytes {
   public:
     enum class Mode { read, readWrite, createNew };
@@ -21,11 +23,13 @@ class FileBytes {
 
     FileBytes(FileBytes&& other) noexcept
         : path_(std::move(other.path_))
-        , descriptor_(std::exchange(other.descriptor_, -1)) {}
+        , descriptor_(std::exchange(other.descriptor_, -1))
+        , size_(other.size_)
+        , blockSize_(other.blockSize_) {}
 
     FileBytes& operator=(FileBytes&&) = delete;
 
-    [[nodiscard]] off_t size() const;
+    [[nodiscard]] off_t size() const { return size_; }
 
     [[nodiscard]] int descriptor() const { return descriptor_; }
 
@@ -40,8 +44,9 @@ class FileBytes {
     /// Puts zero bytes in front of the content without copying it. False where the file system cannot, or not
     /// by that length; the content is then as it was.
     [[nodiscard]] bool insertInFront(off_t length);
+
     /// Unit of insertInFront.
-    [[nodiscard]] off_t blockSize() const;
+    [[nodiscard]] off_t blockSize() const { return blockSize_; }
 
     /// Moves everything from `from` on to `to` and sets the file's end behind it.
     void shiftTail(off_t from, off_t to);
@@ -49,10 +54,13 @@ class FileBytes {
     void copyContent(const FileBytes& source);
 
   private:
+    void lookAtSize();
     [[noreturn]] void fail(const char* operation) const;
 
     std::filesystem::path path_;
     int descriptor_;
+    off_t size_ = 0;
+    off_t blockSize_ = 1;
 };
 
 /// Whether two files hold the same bytes from the given places to their ends.

@@ -34,6 +34,23 @@ struct FrameDescription {
     }
 };
 
+/// How the head of a picture frame is laid out: the MIME type as a terminated text, in version 2.2 three
+/// characters in its place; the byte of the picture's type stands right behind it.
+struct ID3AttachedPictureFrameConfiguration {
+    bool hasShortFormat;
+
+    [[nodiscard]] static ID3AttachedPictureFrameConfiguration forVersion(ID3Version version) {
+        return {version == ID3Version::version2};
+    }
+
+    /// The MIME text of a format that has a name; empty for any other.
+    [[nodiscard]] std::string_view mimeType(ID3PictureFormat format) const {
+        if (format == ID3PictureFormat::jpeg) return hasShortFormat ? "JPG" : "image/jpeg";
+        if (format == ID3PictureFormat::png) return hasShortFormat ? "PNG" : "image/png";
+        return {};
+    }
+};
+
 /// The one list that reading and writing share.
 [[nodiscard]] const FrameDescription& frameDescription(FrameName::Kind kind);
 

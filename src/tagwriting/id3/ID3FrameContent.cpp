@@ -50,16 +50,19 @@ struct ID3PartOfTotalStringAdapter {
     }
 };
 
-struct ID3FrameStringContentParsingOperation {
-    std::vector<std::string> values;
+/// The values of a text frame's content, whose first byte tells their encoding.
+struct ID3FrameStringContentParser {
     TextForm form;
+    std::vector<std::string> values;
 
-    ID3FrameStringContentParsingOperation(ByteView content, ID3Version version)
-        : form(ID3FrameStringEncodingDetector::detect(content[0], version)) {
-        values = PaddingRemoverUsingTrimming::texts(content.subspan(1), form);
-    }
+    ID3FrameStringContentParser(ByteView content, ID3Version version)
+        : form(ID3FrameStringEncodingDetector::detect(content[0], version))
+        , values(PaddingRemoverUsingTrimming::texts(content.subspan(1), form)) {}
+};
 
-    [[nodiscard]] std::optional<ID3Frame> frame(FrameContent kind) const {
+struct ID3FrameStringContentParsingOperation {
+    static std::optional<ID3Frame> frame(FrameContent kind, const ID3FrameStringContentParser& content) {
+        const auto& [form, values] = content;
         if (kind == FrameContent::genre) return ID3GenreStringAdapter::adapt(values);
         const std::string text = joined(values);
         if (text.empty()) return std::nullopt;
@@ -71,7 +74,7 @@ struct ID3FrameStringContentParsingOperation {
         default:
             break;
         }
-        if (form == TextForm::iso88591) return ID3FrameWithStringContent{text, ID3StringEncoding::ISO88591};
+        if (form == TextForm::latin1) return ID3FrameWithStringContent{text, ID3StringEncoding::ISO88591};
         return ID3FrameWithStringContent{text};
     }
 };
@@ -99,7 +102,7 @@ struct ID3LocalizedFrameContentParsingOperation {
         const ByteView language = content.subspan(1, 3);
         const auto [description, text] =
             ID3StringEncodingConverter::splitAtTerminator(content.subspan(4), form);
-        return ID3FrameWithLocalizedContent{ID3StringEncodingConverter::toUTF8(language, TextForm::iso88591),
+        return ID3FrameWithLocalizedContent{ID3StringEncodingConverter::toUTF8(language, TextForm::latin1),
                                             ID3StringEncodingConverter::toUTF8(description, form),
                                             ID3StringEncodingConverter::toUTF8(text, form)};
     }
@@ -122,15 +125,14 @@ struct ID3AttachedPictureFrameContentParsingOperation {
         return ID3PictureFormat::other;
     }
 
-    /// `shortFormat`: the three characters of version 2.2 stand for the MIME type.
-    static std::optional<ID3FrameAttachedPicture> frame(ByteView content, ID3Version version,
-                                                        bool shortFormat) {
+    static std::optional<ID3FrameAttachedPicture>
+    frame(ByteView content, ID3Version version, const ID3AttachedPictureFrameConfiguration& configuration) {
         const TextForm form = ID3FrameStringEncodingDetector::detect(content[0], version);
         content = content.subspan(1);
         if (content.size() < 5) return std::nullopt;
-        auto [mime, rest] = shortFormat
+        auto [mime, rest] = configuration.hasShortFormat
                                 ? std::pair(content.first(3), content.subspan(3))
-                                : ID3StringEncodingConverter::splitAtTerminator(content, TextForm::iso88591);
+                                : ID3StringEncodingConverter::splitAtTerminator(content, TextForm::latin1);
         if (rest.empty()) return std::nullopt;
         ID3FrameAttachedPicture picture;
         picture.type = static_cast<ID3PictureType>(rest[0]);
@@ -138,12 +140,11 @@ struct ID3AttachedPictureFrameContentParsingOperation {
         ByteView data = ID3StringEncodingConverter::splitAtTerminator(rest, form).second;
         // A description that is said to be UTF-16 but ends in one zero byte: the picture tells where it
         // begins.
-        const ByteView narrow =
-            ID3StringEncodingConverter::splitAtTerminator(rest, TextForm::iso88591).second;
+        const ByteView narrow = ID3StringEncodingConverter::splitAtTerminator(rest, TextForm::latin1).second;
         if (!startsLikeAPicture(data) && startsLikeAPicture(narrow)) data = narrow;
         if (data.empty()) return std::nullopt;
         picture.picture.assign(data.begin(), data.end());
-        std::string mimeType = ID3StringEncodingConverter::toUTF8(mime, TextForm::iso88591);
+        std::string mimeType = ID3StringEncodingConverter::toUTF8(mime, TextForm::latin1);
         picture.format = format(mimeType);
         if (picture.format == ID3PictureFormat::other) picture.mimeType = std::move(mimeType);
         return picture;
@@ -158,8 +159,9 @@ void ID3FrameParser::parse(std::string_view identifier, ByteView content, ID3Tag
     const ID3Version version = tag.properties.version;
     switch (known->content) {
     case FrameContent::picture:
-        if (auto picture = ID3AttachedPictureFrameContentParsingOperation::frame(content, version,
-                                                                                 identifier.size() == 3)) {
+        // The name decides, not the tag: some 2.3 tags hold frames of 2.2.
+        if (auto picture = ID3AttachedPictureFrameContentParsingOperation::frame(
+                content, version, {.hasShortFormat = identifier.size() == 3})) {
             const auto name = FrameName::attachedPicture(picture->type);
             tag.frames.try_emplace(name, std::move(*picture));
         }
@@ -175,13 +177,13 @@ void ID3FrameParser::parse(std::string_view identifier, ByteView content, ID3Tag
     default:
         break;
     }
-    const ID3FrameStringContentParsingOperation text(content, version);
+    const ID3FrameStringContentParser text(content, version);
     const bool isTime = known->content == FrameContent::dateTime ||
                         known->content == FrameContent::dayMonth ||
                         known->content == FrameContent::hourMinute;
     auto frame =
         isTime ? ID3RecordingTimeFrameContentParsingOperation::frame(known->content, joined(text.values))
-               : text.frame(known->content);
+               : ID3FrameStringContentParsingOperation::frame(known->content, text);
     if (frame) tag.frames.try_emplace(known->kind, std::move(*frame));
 }
 

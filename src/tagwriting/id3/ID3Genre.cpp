@@ -1,5 +1,7 @@
 #include "tagwriting/id3/ID3Genre.hpp"
 
+#include "platform/core/GenreSeparator.hpp"
+
 #include <algorithm>
 #include <array>
 #include <charconv>

@@ -8,9 +8,6 @@
 
 namespace velto::id3 {
 
-/// Between the genres of one genre text, in files and everywhere. Files hold it: do not change.
-inline constexpr std::string_view genreSeparator = " - ";
-
 /// The published name of a genre number; empty where the list has none.
 [[nodiscard]] std::string_view genreName(ID3Genre genre);
 

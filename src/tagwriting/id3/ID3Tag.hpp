@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <variant>
@@ -171,6 +172,9 @@ struct ID3TagProperties {
 struct ID3Tag {
     ID3TagProperties properties;
     std::map<FrameName, ID3Frame> frames;
+    /// Kinds of which the file holds a frame whose content could not be had: encrypted, or compressed in a
+    /// way that does not come out. Only reading fills it.
+    std::set<FrameName::Kind> unreadable{};
 
     /// The frame of that name where there is one of that type.
     template <typename Frame>

@@ -1,10 +1,7 @@
 #include "tagwriting/id3/ID3TagCreator.hpp"
 
 #include "tagwriting/id3/FrameIdentifiers.hpp"
-#include "tagwriting/id3/ID3Genre.hpp"
-#include "tagwriting/id3/TextEncoding.hpp"
-
-#include <fmt/format.h>
+#include "tagwriting/id3/ID3FrameCreators.hpp"
 
 #include <algorithm>
 #include <array>
@@ -21,116 +18,22 @@ void append(Bytes& out, ByteView bytes) {
     out.insert(out.end(), bytes.begin(), bytes.end());
 }
 
-ByteView bytesOf(std::string_view text) {
-    return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
-}
-
-bool isASCII(std::string_view text) {
-    return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
-}
-
-struct EncodedText {
-    ID3StringEncoding encoding;
-    Bytes bytes;
-};
-
-/// ISO-8859-1 is written only where no player can misread it, or where the text came in it.
-EncodedText encode(const std::string& text, ID3Version version, bool cameAsISO88591 = false) {
-    if (isASCII(text) || cameAsISO88591)
-        if (auto latin = ID3ISO88591StringToByteAdapter::adapt(text))
-            return {ID3StringEncoding::ISO88591, std::move(*latin)};
-    if (version == ID3Version::version4) {
-        const ByteView bytes = bytesOf(text);
-        return {ID3StringEncoding::UTF8, Bytes(bytes.begin(), bytes.end())};
-    }
-    return {ID3StringEncoding::UTF16, ID3UTF16StringToByteAdapter::adapt(text)};
-}
-
-struct ID3FrameFromStringContentCreator {
-    static Bytes create(const std::string& text, ID3Version version, bool cameAsISO88591 = false) {
-        const EncodedText encoded = encode(text, version, cameAsISO88591);
-        Bytes content{static_cast<std::uint8_t>(encoded.encoding)};
-        append(content, encoded.bytes);
-        PaddingAdderToEndOfContentUsingNullChar::add(content, encoded.encoding);
-        return content;
-    }
-};
-
-struct ID3LocalizedFrameCreator {
-    static Bytes create(const ID3FrameWithLocalizedContent& frame, ID3Version version) {
-        if (frame.language.size() != 3) throw ID3TagEditorError(ID3TagEditorError::Case::invalidTagData);
-        // One encoding byte rules both texts.
-        const bool plain = isASCII(frame.contentDescription) && isASCII(frame.content);
-        const auto bytes = [&](const std::string& text) {
-            return plain ? EncodedText{ID3StringEncoding::ISO88591,
-                                       *ID3ISO88591StringToByteAdapter::adapt(text)}
-                   : version == ID3Version::version4
-                       ? EncodedText{ID3StringEncoding::UTF8, Bytes(text.begin(), text.end())}
-                       : EncodedText{ID3StringEncoding::UTF16, ID3UTF16StringToByteAdapter::adapt(text)};
-        };
-        const EncodedText description = bytes(frame.contentDescription);
-        Bytes content{static_cast<std::uint8_t>(description.encoding)};
-        append(content, bytesOf(frame.language));
-        append(content, description.bytes);
-        PaddingAdderToEndOfContentUsingNullChar::add(content, description.encoding);
-        append(content, bytes(frame.content).bytes);
-        return content;
-    }
-};
-
-struct ID3AttachedPicturesFramesCreator {
-    static Bytes create(const ID3FrameAttachedPicture& frame, ID3Version version) {
-        const bool isShort = version == ID3Version::version2;
-        std::string mime = frame.format == ID3PictureFormat::jpeg  ? (isShort ? "JPG" : "image/jpeg")
-                           : frame.format == ID3PictureFormat::png ? (isShort ? "PNG" : "image/png")
-                                                                   : frame.mimeType;
-        if (isShort) mime.resize(3, ' ');
-        Bytes content{static_cast<std::uint8_t>(ID3StringEncoding::ISO88591)};
-        content.reserve(frame.picture.size() + mime.size() + 4);
-        append(content, ID3ISO88591StringToByteAdapter::adapt(mime).value_or(Bytes()));
-        if (!isShort) content.push_back(0);
-        content.push_back(static_cast<std::uint8_t>(frame.type));
-        content.push_back(0); // an empty description
-        append(content, frame.picture);
-        return content;
-    }
-};
-
-struct ID3TimestampCreator {
-    static std::string create(const ID3FrameRecordingDateTime& time) {
-        std::string text = fmt::format("{:04}", time.year.value_or(0));
-        const std::array<std::pair<char, std::optional<int>>, 4> parts{
-            {{'-', time.month}, {'-', time.day}, {'T', time.hour}, {':', time.minute}}};
-        for (const auto& [separator, part] : parts) {
-            if (!part) break; // a timestamp may end early but not leave something out
-            text += fmt::format("{}{:02}", separator, *part);
-        }
-        return text;
-    }
-};
-
-std::string partOfTotalText(const ID3FramePartOfTotal& frame) {
-    if (!frame.text.empty()) return frame.text;
-    return frame.total ? fmt::format("{}/{}", frame.position, *frame.total) : std::to_string(frame.position);
-}
-
-/// The content of a frame, by what it holds; `FrameContent` says what its name wants.
+/// The content of a frame, and what a name must want for it to go there.
 struct ContentCreator {
+    const FrameName& name;
     ID3Version version;
 
     using Result = std::pair<FrameContent, Bytes>;
 
-    [[nodiscard]] Bytes text(const std::string& content) const {
-        return ID3FrameFromStringContentCreator::create(content, version);
-    }
-
     Result operator()(const ID3FrameWithStringContent& frame) const {
-        const bool latin = frame.encoding == ID3StringEncoding::ISO88591;
-        return {FrameContent::text, ID3FrameFromStringContentCreator::create(frame.content, version, latin)};
+        return {FrameContent::text,
+                ID3FrameFromStringContentCreator::forText(frame, version).create(frame.content)};
     }
 
     Result operator()(const ID3FrameWithIntegerContent& frame) const {
-        return {FrameContent::integer, text(frame.value ? std::to_string(*frame.value) : "")};
+        return {FrameContent::integer,
+                ID3FrameFromStringContentCreatorWithISO88591EncodingFactory::make().create(
+                    frame.value ? std::to_string(*frame.value) : "")};
     }
 
     Result operator()(const ID3FrameWithLocalizedContent& frame) const {
@@ -138,11 +41,13 @@ struct ContentCreator {
     }
 
     Result operator()(const ID3FrameGenre& frame) const {
-        return {FrameContent::genre, text(ID3GenreStringAdapter::content(frame, version))};
+        return {FrameContent::genre, ID3GenreFrameCreator::create(frame, version)};
     }
 
     Result operator()(const ID3FramePartOfTotal& frame) const {
-        return {FrameContent::partOfTotal, text(partOfTotalText(frame))};
+        return {FrameContent::partOfTotal, name.kind == FrameName::discPosition
+                                               ? ID3DiscPositionFrameCreator::create(frame, version)
+                                               : ID3TrackPositionFrameCreator::create(frame, version)};
     }
 
     Result operator()(const ID3FrameAttachedPicture& frame) const {
@@ -150,32 +55,41 @@ struct ContentCreator {
     }
 
     Result operator()(const ID3FrameRecordingDateTime& frame) const {
-        return {FrameContent::dateTime, text(ID3TimestampCreator::create(frame))};
+        return {FrameContent::dateTime, ID3RecordingDateTimeFrameCreator::create(frame, version)};
     }
 
     Result operator()(const ID3FrameRecordingDayMonth& frame) const {
-        return {FrameContent::dayMonth, text(fmt::format("{:02}{:02}", frame.day, frame.month))};
+        return {FrameContent::dayMonth, ID3RecordingDayMonthFrameCreator::create(frame, version)};
     }
 
     Result operator()(const ID3FrameRecordingHourMinute& frame) const {
-        return {FrameContent::hourMinute, text(fmt::format("{:02}{:02}", frame.hour, frame.minute))};
+        return {FrameContent::hourMinute, ID3RecordingHourMinuteFrameCreator::create(frame, version)};
     }
+};
+
+/// The size bytes of a frame header.
+struct ID3FrameContentSizeCalculator {
+    static Bytes calculate(std::size_t contentSize, ID3Version version) {
+        const bool fits = contentSize < (version == ID3Version::version2 ? std::size_t{1} << 24 : sizeLimit);
+        if (!fits) throw ID3TagEditorError(ID3TagEditorError::Case::tagTooBig);
+        const auto size = static_cast<std::uint32_t>(contentSize);
+        const auto bytes = version == ID3Version::version4
+                               ? SynchsafeIntegerEncoder::encode(size)
+                               : UInt32ToByteArrayAdapterUsingUnsafePointer::bytes(size);
+        return {bytes.begin() + (version == ID3Version::version2 ? 1 : 0), bytes.end()};
+    }
+};
+
+/// No flag is ever set; version 2.2 has no room for any.
+struct ID3FrameFlagsCreator {
+    static Bytes create(ID3Version version) { return Bytes(version == ID3Version::version2 ? 0 : 2, 0); }
 };
 
 struct ID3FrameHeaderCreator {
     static Bytes create(std::string_view identifier, std::size_t contentSize, ID3Version version) {
-        const bool fits = contentSize < (version == ID3Version::version2 ? std::size_t{1} << 24 : sizeLimit);
-        if (!fits) throw ID3TagEditorError(ID3TagEditorError::Case::tagTooBig);
-        const auto size = static_cast<std::uint32_t>(contentSize);
-        const auto plain = UInt32ToByteArrayAdapter::bytes(size);
-        Bytes header;
-        append(header, bytesOf(identifier));
-        if (version == ID3Version::version2) {
-            append(header, ByteView(plain).subspan(1));
-            return header;
-        }
-        append(header, version == ID3Version::version4 ? SynchsafeIntegerEncoder::encode(size) : plain);
-        header.insert(header.end(), 2, 0); // no flags
+        Bytes header(identifier.begin(), identifier.end());
+        append(header, ID3FrameContentSizeCalculator::calculate(contentSize, version));
+        append(header, ID3FrameFlagsCreator::create(version));
         return header;
     }
 };
@@ -214,7 +128,7 @@ Bytes ID3FramesCreator::create(const ID3Tag& tag) {
     for (const Entry* entry : entries) {
         const FrameDescription& description = frameDescription(entry->first.kind);
         const auto identifier = description.identifier(version);
-        const auto [held, content] = std::visit(ContentCreator{version}, entry->second);
+        const auto [held, content] = std::visit(ContentCreator{entry->first, version}, entry->second);
         if (identifier.empty() || held != description.content)
             throw ID3TagEditorError(ID3TagEditorError::Case::invalidTagData);
         append(out, ID3FrameHeaderCreator::create(identifier, content.size(), version));
@@ -223,15 +137,11 @@ Bytes ID3FramesCreator::create(const ID3Tag& tag) {
     return out;
 }
 
-Bytes ID3TagCreator::create(const ID3Tag& tag, std::size_t totalSize) {
+Bytes ID3TagCreator::create(const ID3Tag& tag) {
     const Bytes frames = ID3FramesCreator::create(tag);
-    const std::size_t total = std::max(totalSize, frames.size() + ID3TagConfiguration::tagHeaderSizeInBytes);
-    if (total >= sizeLimit) throw ID3TagEditorError(ID3TagEditorError::Case::tagTooBig);
-    Bytes out = ID3TagHeaderCreator::create(tag.properties.version,
-                                            total - ID3TagConfiguration::tagHeaderSizeInBytes);
-    out.reserve(total);
+    Bytes out = ID3TagHeaderCreator::create(tag.properties.version, frames.size());
+    if (out.size() + frames.size() >= sizeLimit) throw ID3TagEditorError(ID3TagEditorError::Case::tagTooBig);
     append(out, frames);
-    out.resize(total, 0);
     return out;
 }
 

@@ -16,10 +16,9 @@ struct ID3FramesCreator {
 };
 
 struct ID3TagCreator {
-    /// Header and frames, with zero bytes behind them up to `totalSize` where that is more. Texts are
-    /// ISO-8859-1 where they are ASCII or came that way, else UTF-16 (UTF-8 in version 2.4). Throws
-    /// tagTooBig, and invalidTagData where a frame does not fit its name or the version has no such frame.
-    [[nodiscard]] static Bytes create(const ID3Tag& tag, std::size_t totalSize = 0);
+    /// Header and frames, no padding. Throws tagTooBig from 2^28 bytes on, and invalidTagData where a frame
+    /// does not fit its name or the version has no such frame.
+    [[nodiscard]] static Bytes create(const ID3Tag& tag);
 };
 
 } // namespace velto::id3

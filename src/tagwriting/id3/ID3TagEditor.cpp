@@ -35,6 +35,11 @@ std::optional<ID3Tag> ID3TagEditor::read(const std::filesystem::path& from) {
     return data ? ID3TagParser::parse(*data) : std::nullopt;
 }
 
+std::optional<ID3Tag> ID3TagEditor::read(const FileBytes& from) {
+    const auto data = Mp3FileReader::read(from);
+    return data ? ID3TagParser::parse(*data) : std::nullopt;
+}
+
 void ID3TagEditor::write(const ID3Tag& tag, const std::filesystem::path& to,
                          const std::optional<std::filesystem::path>& andSaveTo,
                          const std::function<void()>& beforeAudioMoves) {
@@ -56,9 +61,11 @@ void ID3TagEditor::write(const ID3Tag& tag, const std::filesystem::path& to,
 }
 
 bool ID3TagEditor::sameAudio(const std::filesystem::path& left, const std::filesystem::path& right) {
-    const FileBytes leftFile(left, FileBytes::Mode::read);
-    const FileBytes rightFile(right, FileBytes::Mode::read);
-    return sameBytes(leftFile, tagLength(leftFile), rightFile, tagLength(rightFile));
+    return sameAudio(FileBytes(left, FileBytes::Mode::read), FileBytes(right, FileBytes::Mode::read));
+}
+
+bool ID3TagEditor::sameAudio(const FileBytes& left, const FileBytes& right) {
+    return sameBytes(left, tagLength(left), right, tagLength(right));
 }
 
 } // namespace velto::id3

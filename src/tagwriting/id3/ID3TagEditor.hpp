@@ -8,11 +8,15 @@
 
 namespace velto::id3 {
 
+class FileBytes;
+
 /// The engine's front. Blocking; no state. Throws ID3TagEditorError, SystemError.
 class ID3TagEditor {
   public:
     /// The tag of an MP3 file; nothing where it has none. Reads header and tag only.
     [[nodiscard]] static std::optional<ID3Tag> read(const std::filesystem::path& from);
+    /// The same of an open file, whatever its name.
+    [[nodiscard]] static std::optional<ID3Tag> read(const FileBytes& from);
 
     /// Puts `tag` in the place of the file's tag, in place, or in a copy of the file at `andSaveTo` (replaced
     /// where it exists). What can be refused (tagTooBig, invalidTagData, corruptedFile) is refused before the
@@ -26,6 +30,7 @@ class ID3TagEditor {
     /// Whether both files hold the same bytes behind their tags. Throws where one of them cannot be read.
     [[nodiscard]] static bool sameAudio(const std::filesystem::path& left,
                                         const std::filesystem::path& right);
+    [[nodiscard]] static bool sameAudio(const FileBytes& left, const FileBytes& right);
 };
 
 } // namespace velto::id3

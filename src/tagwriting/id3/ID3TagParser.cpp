@@ -2,6 +2,8 @@
 
 #include "tagwriting/id3/FrameIdentifiers.hpp"
 
+#include <zlib.h>
+
 #include <algorithm>
 
 namespace velto::id3 {
@@ -65,23 +67,49 @@ struct ID3FrameSizeParser {
     }
 };
 
-/// Reduces a frame's bytes to its content: what the format flags put in front goes, unsynchronisation is
-/// undone into `undone`. Nothing where the content cannot be read (encrypted or compressed, or too short).
-struct ID3FrameContentSizeParser {
-    static std::optional<ByteView> content(ByteView frame, std::uint8_t flags, ID3Version version,
-                                           bool unsynchronised, Bytes& undone) {
-        const bool is4 = version == ID3Version::version4;
-        const std::uint8_t unreadable = is4 ? 0x0C : 0xC0;
-        const std::uint8_t grouped = is4 ? 0x40 : 0x20;
-        if ((flags & unreadable) != 0) return std::nullopt;
-        std::size_t extra = (flags & grouped) != 0 ? 1 : 0;
-        if (is4 && (flags & 0x01) != 0) extra += 4; // data length indicator
-        if (extra > frame.size()) return std::nullopt;
+/// Undoes what the format flags say was done to frames of one tag. The views that it gives last until its
+/// next call.
+class ID3FrameContentSizeParser {
+  public:
+    ID3FrameContentSizeParser(ID3Version version, bool everyFrameUnsynchronised)
+        : is4_(version == ID3Version::version4)
+        , everyFrameUnsynchronised_(everyFrameUnsynchronised) {}
+
+    /// A frame's bytes reduced to its content. Nothing where the content cannot be had.
+    std::optional<ByteView> content(ByteView frame, std::uint8_t flags) {
+        const bool grouped = (flags & (is4_ ? 0x40 : 0x20)) != 0;
+        const bool compressed = (flags & (is4_ ? 0x08 : 0x80)) != 0;
+        const bool encrypted = (flags & (is4_ ? 0x04 : 0x40)) != 0;
+        const bool hasLength = is4_ ? (flags & 0x01) != 0 : compressed;
+        const std::size_t extra = (grouped ? 1U : 0U) + (hasLength ? 4U : 0U);
+        if (encrypted || extra > frame.size() || (compressed && !hasLength)) return std::nullopt;
+        // The group stands in front of the length in 2.4, behind it in 2.3.
+        const ByteView length = frame.subspan(is4_ && grouped ? 1 : 0, hasLength ? 4 : 0);
         frame = frame.subspan(extra);
-        if (!is4 || (!unsynchronised && (flags & 0x02) == 0)) return frame;
-        undone = undoUnsynchronisation(frame);
-        return undone;
+        if (is4_ && (everyFrameUnsynchronised_ || (flags & 0x02) != 0))
+            frame = undone_ = undoUnsynchronisation(frame);
+        if (!compressed) return frame;
+        return inflated(frame, is4_ ? SynchsafeIntegerDecoder::decode(length.first<4>()) : bigEndian(length));
     }
+
+  private:
+    static constexpr std::size_t mostInflated = std::size_t{64} << 20;
+
+    std::optional<ByteView> inflated(ByteView packed, std::size_t length) {
+        if (length > inflatable_) return std::nullopt;
+        inflatable_ -= length;
+        inflated_.resize(length);
+        uLongf got = length;
+        const int status = ::uncompress(inflated_.data(), &got, packed.data(), packed.size());
+        if (status != Z_OK || got != length) return std::nullopt;
+        return inflated_;
+    }
+
+    bool is4_;
+    bool everyFrameUnsynchronised_;
+    std::size_t inflatable_ = mostInflated; ///< what is left of the memory that one tag may ask for
+    Bytes undone_;
+    Bytes inflated_;
 };
 
 } // namespace
@@ -111,7 +139,11 @@ std::optional<ID3Tag> ID3TagParser::parse(ByteView data) {
 
     const std::uint8_t flags = data[flagsOffset];
     const bool unsynchronised = (flags & tag_flag::unsynchronised) != 0;
-    if (*version == ID3Version::version2 && (flags & tag_flag::compressed) != 0) return tag;
+    if (*version == ID3Version::version2 && (flags & tag_flag::compressed) != 0) {
+        for (int kind = FrameName::picture; kind <= FrameName::iTunesPodcastKeywords; ++kind)
+            tag.unreadable.insert(static_cast<FrameName::Kind>(kind));
+        return tag;
+    }
     ByteView body = data.subspan(headerSize, tag.properties.size);
     Bytes undone;
     // Up to 2.3 the scheme covers the whole tag, sizes not included; in 2.4 each frame by itself.
@@ -125,16 +157,19 @@ std::optional<ID3Tag> ID3TagParser::parse(ByteView data) {
 void ID3FramesParser::parse(ByteView body, bool everyFrameUnsynchronised, ID3Tag& tag) {
     const ID3Version version = tag.properties.version;
     const std::size_t frameHeaderSize = ID3TagConfiguration::frameHeaderSize(version);
-    Bytes undone;
+    ID3FrameContentSizeParser contentParser(version, everyFrameUnsynchronised);
     while (body.size() > frameHeaderSize) {
         const std::string_view identifier = identifierAt(body, ID3TagConfiguration::identifierSize(version));
         if (identifier.empty()) return;
         const std::size_t size = ID3FrameSizeParser::parse(body, version);
         if (size > body.size() - frameHeaderSize) return;
         const std::uint8_t flags = version == ID3Version::version2 ? 0 : body[9];
-        const auto content = ID3FrameContentSizeParser::content(body.subspan(frameHeaderSize, size), flags,
-                                                                version, everyFrameUnsynchronised, undone);
-        if (content && !content->empty()) ID3FrameParser::parse(identifier, *content, tag);
+        const FrameDescription* known = frameDescription(identifier);
+        if (known != nullptr && size > 0) {
+            const auto content = contentParser.content(body.subspan(frameHeaderSize, size), flags);
+            if (!content) tag.unreadable.insert(known->kind);
+            if (content && !content->empty()) ID3FrameParser::parse(identifier, *content, tag);
+        }
         body = body.subspan(frameHeaderSize + size);
     }
 }

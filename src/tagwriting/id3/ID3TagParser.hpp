@@ -29,8 +29,9 @@ struct ID3TagParser {
 };
 
 /// Walks the frames of a tag body (undone from tag-wide unsynchronisation, extended header skipped) and puts
-/// the known ones into `tag`. Padding, or bytes that are no frame, end the walk; frames that are unknown,
-/// empty, encrypted or compressed are passed over.
+/// the known ones into `tag`. Padding, or bytes that are no frame, end the walk; unknown and empty frames are
+/// passed over. Compressed frames are inflated, in all to 64 MiB a tag; a known frame beyond that, a broken
+/// or an encrypted one puts its kind among the tag's unreadable ones.
 struct ID3FramesParser {
     static void parse(ByteView body, bool everyFrameUnsynchronised, ID3Tag& tag);
 };

@@ -79,7 +79,7 @@ struct SynchsafeIntegerEncoder {
     return value;
 }
 
-struct UInt32ToByteArrayAdapter {
+struct UInt32ToByteArrayAdapterUsingUnsafePointer {
     [[nodiscard]] static constexpr std::array<std::uint8_t, 4> bytes(std::uint32_t value) {
         return {static_cast<std::uint8_t>(value >> 24), static_cast<std::uint8_t>(value >> 16),
                 static_cast<std::uint8_t>(value >> 8), static_cast<std::uint8_t>(value)};

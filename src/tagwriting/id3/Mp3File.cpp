@@ -79,6 +79,12 @@ off_t tagLength(const FileBytes& file) {
     return isThere ? std::min(length + static_cast<off_t>(headerSize), file.size()) : length;
 }
 
+bool hasForeignTag(const FileBytes& file) {
+    std::array<std::uint8_t, 3> mark{};
+    return file.read(mark, 0) == mark.size() && mark == std::array<std::uint8_t, 3>{'I', 'D', '3'} &&
+           !tagHeader(file);
+}
+
 Mp3WithID3TagBuilder Mp3WithID3TagBuilder::plan(const FileBytes& file, std::size_t tagSize) {
     const off_t needed = static_cast<off_t>(tagSize);
     const off_t room = tagLength(file);
@@ -98,11 +104,10 @@ void Mp3FileWriter::write(FileBytes& file, const Mp3WithID3TagBuilder& plan, Byt
         inserted = file.insertInFront(plan.newLength - plan.oldLength);
         if (inserted) tag.insert(tag.end(), audio.begin(), audio.end());
     }
-    if (plan.step != Step::headOnly && !inserted) {
-        if (beforeAudioMoves) beforeAudioMoves();
-        file.shiftTail(plan.oldLength, plan.newLength);
-    }
-    if (!inserted) file.write(Header{}, 0);
+    const bool movesAudio = plan.step != Step::headOnly && !inserted;
+    if (movesAudio && beforeAudioMoves) beforeAudioMoves();
+    if (plan.oldLength > 0 && !inserted) file.write(Header{}, 0);
+    if (movesAudio) file.shiftTail(plan.oldLength, plan.newLength);
     const ByteView bytes(tag);
     file.write(bytes.subspan(headerSize), static_cast<off_t>(headerSize));
     file.write(bytes.first(headerSize), 0);

@@ -21,6 +21,10 @@ struct Mp3FileReader {
 /// without a tag. Everything behind is audio to us: a second tag, ID3v1, APE. Throws as Mp3FileReader.
 [[nodiscard]] off_t tagLength(const FileBytes& file);
 
+/// Whether "ID3" stands at the head and is no tag to us: an unknown version or revision, or a file that ends
+/// inside the header. A tag in front would turn it into audio and hide what it says.
+[[nodiscard]] bool hasForeignTag(const FileBytes& file);
+
 /// How a new tag takes the old one's place.
 struct Mp3WithID3TagBuilder {
     enum class Step {
@@ -38,11 +42,11 @@ struct Mp3WithID3TagBuilder {
 };
 
 struct Mp3FileWriter {
-    /// Writes `tag`, which has the planned length, in place. The header goes last: where the process dies on
-    /// the way, the file has no valid tag and its audio does not stand where its backup's stands, so that the
-    /// state in between is never taken for a whole file. `beforeAudioMoves` is called once where the audio
-    /// has to be copied to another place of the file. Not synced. Throws SystemError; the file is then
-    /// undefined.
+    /// Writes `tag`, which has the planned length, in place. The old header goes first and the new one comes
+    /// last: where the process dies on the way, the file has no valid tag and its audio does not stand where
+    /// its backup's stands, so that the state in between is never taken for a whole file. `beforeAudioMoves`
+    /// is called once where the audio has to be copied to another place of the file. Not synced. Throws
+    /// SystemError; the file is then undefined.
     static void write(FileBytes& file, const Mp3WithID3TagBuilder& plan, Bytes tag,
                       const std::function<void()>& beforeAudioMoves = {});
 };

@@ -9,25 +9,6 @@ namespace {
 
 constexpr char32_t replacement = 0xFFFD;
 
-void appendUTF8(std::string& out, char32_t point) {
-    const auto byte = [&](char32_t value) { out += static_cast<char>(value); };
-    if (point < 0x80) {
-        byte(point);
-    } else if (point < 0x800) {
-        byte(0xC0 | point >> 6);
-        byte(0x80 | (point & 0x3F));
-    } else if (point < 0x10000) {
-        byte(0xE0 | point >> 12);
-        byte(0x80 | (point >> 6 & 0x3F));
-        byte(0x80 | (point & 0x3F));
-    } else {
-        byte(0xF0 | point >> 18);
-        byte(0x80 | (point >> 12 & 0x3F));
-        byte(0x80 | (point >> 6 & 0x3F));
-        byte(0x80 | (point & 0x3F));
-    }
-}
-
 /// Takes one character off the front; a broken sequence gives the replacement and takes one byte.
 char32_t takeUTF8(ByteView& bytes) {
     const std::uint8_t lead = bytes[0];
@@ -44,77 +25,8 @@ char32_t takeUTF8(ByteView& bytes) {
     return sound ? point : replacement;
 }
 
-std::string fromISO88591(ByteView bytes) {
-    std::string out;
-    for (const std::uint8_t byte : bytes)
-        appendUTF8(out, byte);
-    return out;
-}
-
-std::string fromUTF8(ByteView bytes) {
-    std::string out;
-    if (bytes.size() >= 3 && bytes[0] == 0xEF && bytes[1] == 0xBB && bytes[2] == 0xBF)
-        bytes = bytes.subspan(3);
-    while (!bytes.empty())
-        appendUTF8(out, takeUTF8(bytes));
-    return out;
-}
-
-enum class ByteOrder { little, big };
-
-/// Most texts have many characters below 256: their zero bytes tell the order.
-ByteOrder likelierOrder(ByteView bytes) {
-    std::size_t zerosAtEven = 0;
-    std::size_t zerosAtOdd = 0;
-    for (std::size_t index = 0; index + 1 < bytes.size(); index += 2) {
-        zerosAtEven += bytes[index] == 0 ? 1U : 0U;
-        zerosAtOdd += bytes[index + 1] == 0 ? 1U : 0U;
-    }
-    return zerosAtEven > zerosAtOdd ? ByteOrder::big : ByteOrder::little;
-}
-
-/// Takes a byte-order mark off.
-std::optional<ByteOrder> takeMark(ByteView& bytes) {
-    if (bytes.size() < 2) return std::nullopt;
-    const unsigned mark = bytes[0] << 8U | bytes[1];
-    if (mark != 0xFFFE && mark != 0xFEFF) return std::nullopt;
-    bytes = bytes.subspan(2);
-    return mark == 0xFFFE ? ByteOrder::little : ByteOrder::big;
-}
-
-std::string fromUTF16(ByteView bytes, ByteOrder order) {
-    std::string out;
-    const auto unit = [&](std::size_t index) -> char32_t {
-        const std::uint8_t first = bytes[index];
-        const std::uint8_t second = bytes[index + 1];
-        return order == ByteOrder::big ? first << 8U | second : second << 8U | first;
-    };
-    for (std::size_t index = 0; index + 1 < bytes.size(); index += 2) {
-        const char32_t high = unit(index);
-        if (high < 0xD800 || high > 0xDFFF) {
-            appendUTF8(out, high);
-            continue;
-        }
-        const char32_t low = high < 0xDC00 && index + 3 < bytes.size() ? unit(index + 2) : 0;
-        const bool isPair = low >= 0xDC00 && low <= 0xDFFF;
-        appendUTF8(out, isPair ? 0x10000 + ((high - 0xD800) << 10) + (low - 0xDC00) : replacement);
-        if (isPair) index += 2;
-    }
-    return out;
-}
-
-std::string decode(ByteView bytes, TextForm form, std::optional<ByteOrder>& order) {
-    if (form == TextForm::iso88591) return fromISO88591(bytes);
-    if (form == TextForm::utf8) return fromUTF8(bytes);
-    if (const auto marked = takeMark(bytes))
-        order = marked;
-    else if (!order)
-        order = form == TextForm::utf16BigEndian ? ByteOrder::big : likelierOrder(bytes);
-    return fromUTF16(bytes, *order);
-}
-
-bool isWide(TextForm form) {
-    return form == TextForm::utf16 || form == TextForm::utf16BigEndian;
+std::string_view textOf(ByteView bytes) {
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
 } // namespace
@@ -122,7 +34,7 @@ bool isWide(TextForm form) {
 TextForm ID3FrameStringEncodingDetector::detect(std::uint8_t encodingByte, ID3Version version) {
     switch (encodingByte) {
     case 0:
-        return TextForm::iso88591;
+        return TextForm::latin1;
     case 1:
         return TextForm::utf16;
     case 2:
@@ -130,32 +42,21 @@ TextForm ID3FrameStringEncodingDetector::detect(std::uint8_t encodingByte, ID3Ve
     case 3:
         return TextForm::utf8;
     default:
-        return version == ID3Version::version4 ? TextForm::utf8 : TextForm::iso88591;
+        return version == ID3Version::version4 ? TextForm::utf8 : TextForm::latin1;
     }
 }
 
 std::pair<ByteView, ByteView> ID3StringEncodingConverter::splitAtTerminator(ByteView bytes, TextForm form) {
-    const std::size_t width = isWide(form) ? 2 : 1;
-    for (std::size_t index = 0; index + width <= bytes.size(); index += width)
-        if (bytes[index] == 0 && bytes[index + width - 1] == 0)
-            return {bytes.first(index), bytes.subspan(index + width)};
-    return {bytes, {}};
+    const auto [first, rest] = text::splitAtTerminator(textOf(bytes), form);
+    return {bytes.first(first.size()), bytes.last(rest.size())};
 }
 
 std::string ID3StringEncodingConverter::toUTF8(ByteView bytes, TextForm form) {
-    std::optional<ByteOrder> order;
-    return decode(splitAtTerminator(bytes, form).first, form, order);
+    return text::toUtf8(text::splitAtTerminator(textOf(bytes), form).first, form);
 }
 
 std::vector<std::string> PaddingRemoverUsingTrimming::texts(ByteView bytes, TextForm form) {
-    std::vector<std::string> values;
-    std::optional<ByteOrder> order; // later values of a frame often come without a mark of their own
-    while (!bytes.empty()) {
-        const auto [text, rest] = ID3StringEncodingConverter::splitAtTerminator(bytes, form);
-        if (std::string value = decode(text, form, order); !value.empty()) values.push_back(std::move(value));
-        bytes = rest;
-    }
-    return values;
+    return text::terminatedTexts(textOf(bytes), form);
 }
 
 std::optional<Bytes> ID3ISO88591StringToByteAdapter::adapt(std::string_view text) {

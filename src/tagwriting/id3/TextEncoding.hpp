@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/text/EncodedText.hpp"
 #include "tagwriting/id3/ID3Types.hpp"
 
 #include <optional>
@@ -11,7 +12,7 @@
 namespace velto::id3 {
 
 /// How the bytes of one text are to be read: what a frame's encoding byte selects.
-enum class TextForm : std::uint8_t { iso88591, utf16, utf16BigEndian, utf8 };
+using TextForm = text::Encoding;
 
 /// Reads the encoding byte. A byte that the standards do not know selects by version: UTF-8 for version 2.4,
 /// ISO-8859-1 before.
@@ -19,10 +20,10 @@ struct ID3FrameStringEncodingDetector {
     [[nodiscard]] static TextForm detect(std::uint8_t encodingByte, ID3Version version);
 };
 
-/// Every reader gives valid UTF-8: what the encoding does not allow becomes U+FFFD.
+/// Readers over platform/text/EncodedText.hpp, which a scan reads tags with: a song's texts must come out the
+/// same before a rewrite and after it. They give valid UTF-8; its header tells how odd bytes are read.
 struct ID3StringEncodingConverter {
-    /// One text up to its terminator or the end. UTF-16 without its byte-order mark (taggers forget it) is
-    /// read in the order that gives the likelier text, little-endian where both do.
+    /// One text up to its terminator or the end.
     [[nodiscard]] static std::string toUTF8(ByteView bytes, TextForm form);
 
     /// Cuts the first text and its terminator off; what is behind them. All of it where no terminator stands.
