@@ -16,14 +16,6 @@ namespace velto {
 namespace {
 
 /// Each track that a file of the library links to, once.
-std::vector<TrackRef> distinctTracks(const LibraryRef& library) {
-    std::unordered_set<TrackRef> seen;
-    std::vector<TrackRef> found;
-    for (const FileItemRef& file : library->files)
-        if (file->track && seen.insert(file->track).second) found.push_back(file->track);
-    return found;
-}
-
 /// After a deletion that could not be saved: what it removed lives again, and no later save removes it after
 /// all.
 void takeBack(model::ModelContext& context, CrashReporter& crashReporter) {
@@ -120,7 +112,7 @@ Task<void> MainScreenViewModel::deleteLibrary(LibraryRef library) {
         co_return;
     }
     log::line("🗑️ [VM] Backend deletion complete: {} tracks removed", removed);
-    const std::vector<TrackRef> affected = distinctTracks(library);
+    const std::vector<TrackRef> affected = distinctTracksOf(library);
     std::string failure;
     try {
         for (const TrackRef& track : affected)

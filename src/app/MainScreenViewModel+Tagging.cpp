@@ -2,6 +2,7 @@
 
 #include "app/BackgroundTasks.hpp"
 #include "backend/TaggingService.hpp"
+#include "platform/core/GenreSeparator.hpp"
 #include "platform/log/CrashReporter.hpp"
 #include "platform/log/Log.hpp"
 #include "platform/model/InBackground.hpp"
@@ -26,7 +27,7 @@ bool isPresent(const std::optional<std::string>& text) {
 std::string genreText(const TrackTags& tags) {
     std::vector<std::string> pieces = tags.genres;
     if (tags.era) pieces.push_back(*tags.era);
-    return fmt::format("{}", fmt::join(pieces, " - "));
+    return fmt::format("{}", fmt::join(pieces, genreSeparator));
 }
 
 std::vector<FileItemRef> filesOf(const TrackRef& track) {

@@ -3,9 +3,6 @@
 #include "platform/model/InBackground.hpp"
 #include "platform/text/Text.hpp"
 
-#include <algorithm>
-#include <unordered_set>
-
 namespace velto::cli {
 
 Task<Output> runCommand(Context& context) {
@@ -75,14 +72,6 @@ Task<LibraryRef> selectNamedLibrary(Context& context) {
         throw CommandFailed("There is no library yet. Add one: veltoctl library add FOLDER");
     }
     co_return viewModel->selectedLibrary;
-}
-
-std::vector<TrackRef> distinctTracks(const MainScreenViewModel& viewModel) {
-    std::vector<TrackRef> found;
-    std::unordered_set<TrackRef> seen;
-    for (const TrackRef& track : viewModel.tracks.get())
-        if (seen.insert(track).second) found.push_back(track);
-    return found;
 }
 
 void failOnError(const MainScreenViewModel& viewModel) {

@@ -79,9 +79,6 @@ Task<void> loadLists(Context& context);
 /// there is none.
 Task<LibraryRef> selectNamedLibrary(Context& context);
 
-/// The selected library's tracks, each once.
-[[nodiscard]] std::vector<TrackRef> distinctTracks(const MainScreenViewModel& viewModel);
-
 /// Throws CommandFailed with the state object's error text where there is one.
 void failOnError(const MainScreenViewModel& viewModel);
 

@@ -33,7 +33,7 @@ void sayUnwritten(Context& context, const std::string& what, std::int64_t files)
 
 Task<Output> listTracks(Context& context) {
     co_await selectNamedLibrary(context);
-    auto tracks = distinctTracks(*context.app.viewModel());
+    auto tracks = distinctTracksOf(context.app.viewModel()->selectedLibrary);
     tracks.resize(std::min(tracks.size(), context.options.limit.value_or(tracks.size())));
     Output output{{}, Json::array(), {}};
     for (const TrackRef& track : tracks)
@@ -47,7 +47,7 @@ Task<Output> listTracks(Context& context) {
 Task<Output> tag(Context& context) {
     const auto viewModel = context.app.viewModel();
     co_await selectNamedLibrary(context);
-    const auto tracks = distinctTracks(*viewModel);
+    const auto tracks = distinctTracksOf(viewModel->selectedLibrary);
     if (tracks.empty()) throw CommandFailed("No tracks selected");
     // Whoever is signed out is asked for no credits; without a connection the tagging itself says what is
     // wrong.
@@ -81,7 +81,7 @@ Task<Output> tag(Context& context) {
 Task<Output> clearTags(Context& context) {
     const auto viewModel = context.app.viewModel();
     co_await selectNamedLibrary(context);
-    const auto tracks = distinctTracks(*viewModel);
+    const auto tracks = distinctTracksOf(viewModel->selectedLibrary);
     const std::string question =
         "This will clear the tags of " + plural(tracks.size(), "track") + ". Continue?";
     co_await confirm(context, question);
@@ -97,7 +97,7 @@ Task<Output> clearTags(Context& context) {
 Task<Output> markTagged(Context& context) {
     const auto viewModel = context.app.viewModel();
     co_await selectNamedLibrary(context);
-    const auto tracks = distinctTracks(*viewModel);
+    const auto tracks = distinctTracksOf(viewModel->selectedLibrary);
     viewModel->errorMessage = std::nullopt;
     co_await viewModel->markTracksAsTagged(tracks);
     failOnError(*viewModel);

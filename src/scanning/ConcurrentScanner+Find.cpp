@@ -1,4 +1,5 @@
 #include "platform/log/Log.hpp"
+#include "platform/model/InBackground.hpp"
 #include "scanning/ConcurrentScanner.hpp"
 #include "scanning/FileFinder.hpp"
 #include "scanning/Glob.hpp"
@@ -23,12 +24,15 @@ std::string description(const std::vector<std::string>& paths) {
     return "[" + text + "]";
 }
 
-std::vector<std::string> relativePaths(const LibraryRef& library) {
+/// Gathered in turns that give way to the main actor.
+Task<std::vector<std::string>> relativePaths(ModelContext& modelContext, LibraryRef library) {
     std::vector<std::string> paths;
     paths.reserve(library->files.size());
-    for (auto file = library->files.begin(); file != library->files.end(); ++file)
-        paths.push_back(file->relPath);
-    return paths;
+    const auto add = [&](const FileItemRef& file) {
+        if (file->library == library) paths.push_back(file->relPath);
+    };
+    co_await model::forEachInTurns<FileItem>(modelContext, add);
+    co_return paths;
 }
 
 std::vector<std::filesystem::path> unknownFiles(const std::string& rootPath,
@@ -57,13 +61,17 @@ Task<std::vector<std::filesystem::path>> ConcurrentScanner::findUnindexedFiles(L
     const FindSettings settings{library->rootPath, library->includeGlob, library->excludeGlob};
     const std::string name = library->name;
     const auto find = [&settings] { return findFiles(settings); };
-    const auto found = co_await offload(executors_, find);
+    std::vector<std::string> found = co_await offload(executors_, find);
     log::line("🔍 [REFRESH] Found {} files in filesystem for library: {}", found.size(), name);
-    const std::vector<std::string> known = relativePaths(library);
+    std::vector<std::string> known = co_await relativePaths(modelContext_, library);
     log::line("🔍 [REFRESH] Found {} files in database", known.size());
     log::line("🔍 [REFRESH] Existing paths: {}", description(known));
-    auto missing =
-        co_await offload(executors_, [&] { return unknownFiles(settings.rootPath, found, known); });
+    const auto compare = [&] {
+        auto missing = unknownFiles(settings.rootPath, found, known);
+        found = known = {}; // not on the main actor: there may be many
+        return missing;
+    };
+    auto missing = co_await offload(executors_, compare);
     log::line("🔍 [REFRESH] Found {} missing files", missing.size());
     co_return missing;
 }

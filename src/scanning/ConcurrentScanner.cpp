@@ -4,6 +4,7 @@
 #include "platform/files/FileAttributes.hpp"
 #include "platform/log/Log.hpp"
 #include "platform/media/ReadAhead.hpp"
+#include "platform/model/InBackground.hpp"
 #include "scanning/DeferredSave.hpp"
 #include "scanning/FileSignatureGenerator.hpp"
 #include "scanning/FilesystemScanner.hpp"
@@ -19,10 +20,6 @@ namespace {
 
 constexpr std::size_t filesPerProgress = 50;
 constexpr std::size_t filesPerLogLine = 100;
-
-double rate(std::size_t count, double seconds) {
-    return seconds > 0 ? static_cast<double>(count) / seconds : 0;
-}
 
 } // namespace
 
@@ -41,6 +38,13 @@ struct ConcurrentScanner::Scan {
     std::vector<FileSystemInfo> discovered;
     std::vector<ProcessResult> results;
     std::optional<ScanRepositories> repositories;
+
+    /// Frees what grows with the library; for the pool, as it takes longer than a frame.
+    void release() {
+        discovered = {};
+        results = {};
+        repositories.reset();
+    }
 };
 
 ConcurrentScanner::ConcurrentScanner(ScannerDependencies dependencies, ModelContext& modelContext,
@@ -57,10 +61,6 @@ ConcurrentScanner::ConcurrentScanner(ScannerDependencies dependencies, ModelCont
 Task<ScanRunRef> ConcurrentScanner::scanLibrary(LibraryRef library) {
     assertMainActor();
     if (currentScanTask_) throw ScannerError(ScannerError::Case::scanAlreadyInProgress);
-    if (!files::isDirectory(library->rootPath))
-        throw ScannerError(ScannerError::Case::libraryNotAccessible, library->rootPath);
-    crashReporter_.log("Starting library scan: " + library->name);
-
     auto scan = std::make_shared<Scan>();
     scan->library = library;
     scan->name = library->name;
@@ -104,6 +104,10 @@ Published<std::optional<ScanProgress>>& ConcurrentScanner::observableProgress() 
 }
 
 Task<ScanRunRef> ConcurrentScanner::scanBody(std::shared_ptr<Scan> scan) {
+    if (scan->predecessor) co_await runOn(executors_.main, awaitPredecessor(scan));
+    if (!files::isDirectory(scan->rootPath))
+        throw ScannerError(ScannerError::Case::libraryNotAccessible, scan->rootPath);
+    crashReporter_.log("Starting library scan: " + scan->name);
     co_await runOn(executors_.main, openRun(scan));
     std::exception_ptr failure;
     try {
@@ -112,34 +116,47 @@ Task<ScanRunRef> ConcurrentScanner::scanBody(std::shared_ptr<Scan> scan) {
         failure = std::current_exception();
     }
     if (failure) {
+        scan->release();
         co_await runOn(executors_.main, recordFailure(scan, failure));
         std::rethrow_exception(failure);
     }
     co_return scan->run;
 }
 
-Task<void> ConcurrentScanner::openRun(std::shared_ptr<Scan> scan) {
-    if (scan->predecessor) co_await scan->predecessor->finished();
+Task<void> ConcurrentScanner::awaitPredecessor(std::shared_ptr<Scan> scan) {
+    co_await scan->predecessor->finished();
     scan->predecessor.reset();
+}
+
+Task<void> ConcurrentScanner::openRun(std::shared_ptr<Scan> scan) {
+    if (scan->library->isDeleted())
+        throw ScannerError(ScannerError::Case::libraryNotAccessible, scan->rootPath);
     scan->startTime = clock_.now();
     lastScanOrphanedTracks_.clear();
     co_await setProgress(scan, ImportPhase::discovering, 0, "Starting scan...", scan->startTime);
     scan->repositories.emplace(modelContext_, executors_, clock_, genreTextParser_);
-    scan->run = co_await dependencies_.scanRunRepository->startScanRun(scan->library);
-    co_await dependencies_.libraryRepository->updateScanTimes(scan->library, scan->startTime, std::nullopt);
+    try {
+        scan->run = co_await dependencies_.scanRunRepository->startScanRun(scan->library);
+        co_await dependencies_.libraryRepository->updateScanTimes(scan->library, scan->startTime,
+                                                                  std::nullopt);
+    } catch (...) {
+        progressActor_.clear(); // no scan has begun
+        throw;
+    }
 }
 
 Task<void> ConcurrentScanner::scanFiles(std::shared_ptr<Scan> scan) {
     co_await discover(scan);
     co_await processFiles(scan);
-    // Made here, on the pool, and the results freed: with many files either takes longer than a frame.
+    // Made and freed here, on the pool: with many files either takes longer than a frame.
     std::unordered_set<std::string> seen;
     seen.reserve(scan->results.size());
     for (ProcessResult& result : scan->results)
         seen.insert(std::move(result.fileInfo.relPath));
     scan->results = {};
-    co_await runOn(executors_.main, markMissing(scan, std::move(seen)));
+    co_await runOn(executors_.main, markMissing(scan, seen));
     co_await runOn(executors_.main, findOrphanedTracks(scan));
+    scan->release();
     co_await runOn(executors_.main, closeRun(scan));
 }
 
@@ -151,7 +168,6 @@ Task<void> ConcurrentScanner::recordFailure(std::shared_ptr<Scan> scan, std::exc
     }
     ScanStats& stats = scan->stats;
     ++stats.errorCount;
-    scan->repositories.reset();
     try {
         co_await dependencies_.scanRunRepository->finishScanRun(
             scan->run, stats.totalSeen, stats.newCount, stats.changedCount, stats.missingCount,
@@ -162,7 +178,6 @@ Task<void> ConcurrentScanner::recordFailure(std::shared_ptr<Scan> scan, std::exc
 
 Task<void> ConcurrentScanner::closeRun(std::shared_ptr<Scan> scan) {
     const ScanStats& stats = scan->stats;
-    scan->repositories.reset();
     co_await dependencies_.scanRunRepository->finishScanRun(
         scan->run, stats.totalSeen, stats.newCount, stats.changedCount, stats.missingCount, stats.errorCount,
         "High-performance concurrent scan completed");
@@ -199,15 +214,15 @@ Task<void> ConcurrentScanner::processFiles(std::shared_ptr<Scan> scan) {
     co_await readFiles(scan, start);
     const double readSeconds = clock_.secondsSince(start);
     log::line("🎯 [DEFERRED] File processing completed: {} files in {:.2f}s ({:.1f} files/sec)", count,
-              readSeconds, rate(count, readSeconds));
+              readSeconds, filesPerSecond(count, readSeconds));
     log::line("💾 [DEFERRED] Starting SINGLE database transaction for {} results", count);
     const Date saveStart = clock_.now();
     co_await runOn(executors_.main,
                    setProgress(scan, ImportPhase::saving, total, "Saving to database...", saveStart));
-    co_await runOn(executors_.main, saveResults(scan));
+    co_await saveResults(scan);
     const double seconds = clock_.secondsSince(start);
     log::line("✅ [DEFERRED] Database transaction completed in {:.2f}s", clock_.secondsSince(saveStart));
-    log::line("🏆 [DEFERRED] TOTAL TIME: {:.2f}s ({:.1f} files/sec)", seconds, rate(count, seconds));
+    log::line("🏆 [DEFERRED] TOTAL TIME: {:.2f}s ({:.1f} files/sec)", seconds, filesPerSecond(count, seconds));
     crashReporter_.log(fmt::format("Scan completed: {} files processed in {:.2f}s", count, seconds));
 }
 
@@ -239,33 +254,43 @@ Task<void> ConcurrentScanner::readFiles(std::shared_ptr<Scan> scan, Date stageSt
                                                            scan->results.back().fileInfo.relPath));
         if (processed % filesPerLogLine == 0)
             log::line("📊 [SEQUENTIAL] Processed {}/{} files ({:.1f} files/sec)", processed, count,
-                      rate(processed, clock_.secondsSince(stageStart)));
+                      filesPerSecond(processed, clock_.secondsSince(stageStart)));
     }
     scan->discovered = {};
 }
 
+/// On the pool, where the save's working sets are freed.
 Task<void> ConcurrentScanner::saveResults(std::shared_ptr<Scan> scan) {
+    if (!scan->repositories)
+        throw ScannerError(ScannerError::Case::configurationError, "Batch repositories not initialized");
     DeferredSave save(*scan->repositories, progressActor_, clock_, scan->library, scan->results, scan->stats);
-    co_await save.run();
+    co_await runOn(executors_.main, save.run());
 }
 
-Task<void> ConcurrentScanner::markMissing(std::shared_ptr<Scan> scan, std::unordered_set<std::string> seen) {
-    co_await scan->repositories->files.markMissing(scan->library, std::move(seen));
-    for (const FileItemRef& file : scan->library->files)
-        if (file->status == FileStatus::missing) ++scan->stats.missingCount;
+Task<void> ConcurrentScanner::markMissing(std::shared_ptr<Scan> scan,
+                                          const std::unordered_set<std::string>& seen) {
+    if (!scan->repositories)
+        throw ScannerError(ScannerError::Case::configurationError, "Batch file repository not initialized");
+    co_await scan->repositories->files.markMissing(scan->library, seen);
+    const auto count = [&](const FileItemRef& file) {
+        if (file->library == scan->library && file->status == FileStatus::missing) ++scan->stats.missingCount;
+    };
+    co_await model::forEachInTurns<FileItem>(modelContext_, count);
     co_await scan->repositories->saveIfDirty();
 }
 
 Task<void> ConcurrentScanner::findOrphanedTracks(std::shared_ptr<Scan> scan) {
     std::unordered_set<TrackRef> orphans;
-    for (const FileItemRef& file : scan->library->files)
-        if (file->track && file->track->files.empty()) orphans.insert(file->track);
+    const auto look = [&](const FileItemRef& file) {
+        if (file->library == scan->library && file->track && file->track->files.empty())
+            orphans.insert(file->track);
+    };
+    co_await model::forEachInTurns<FileItem>(modelContext_, look);
     lastScanOrphanedTracks_.clear();
     for (const TrackRef& track : orphans)
         lastScanOrphanedTracks_.push_back(track->canonicalSig);
     if (!orphans.empty())
         log::line("🗑️ [SCAN] Found {} orphaned track(s) with no files remaining", orphans.size());
-    co_return;
 }
 
 Task<void> ConcurrentScanner::setProgress(std::shared_ptr<Scan> scan, ImportPhase phase, std::int64_t total,

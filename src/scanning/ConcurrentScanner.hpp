@@ -41,6 +41,7 @@ class ConcurrentScanner final : public Scanner {
     struct Scan;
 
     Task<ScanRunRef> scanBody(std::shared_ptr<Scan> scan);
+    Task<void> awaitPredecessor(std::shared_ptr<Scan> scan);
     Task<void> openRun(std::shared_ptr<Scan> scan);
     Task<void> scanFiles(std::shared_ptr<Scan> scan);
     Task<void> closeRun(std::shared_ptr<Scan> scan);
@@ -50,7 +51,7 @@ class ConcurrentScanner final : public Scanner {
     Task<void> processFiles(std::shared_ptr<Scan> scan);
     Task<void> readFiles(std::shared_ptr<Scan> scan, Date stageStart);
     Task<void> saveResults(std::shared_ptr<Scan> scan);
-    Task<void> markMissing(std::shared_ptr<Scan> scan, std::unordered_set<std::string> seen);
+    Task<void> markMissing(std::shared_ptr<Scan> scan, const std::unordered_set<std::string>& seen);
     Task<void> findOrphanedTracks(std::shared_ptr<Scan> scan);
 
     /// Begins a stage; without `start` it keeps the start of the stage before.

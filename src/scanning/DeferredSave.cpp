@@ -2,9 +2,7 @@
 
 #include "platform/concurrency/Executors.hpp"
 #include "platform/core/Error.hpp"
-#include "platform/files/FileAttributes.hpp"
 #include "platform/log/Log.hpp"
-#include "platform/model/InBackground.hpp"
 #include "scanning/PathParts.hpp"
 #include "store/CanonicalSignature.hpp"
 
@@ -25,18 +23,6 @@ std::string orNil(const std::optional<std::string>& text) {
     return text.value_or("nil");
 }
 
-double rate(std::size_t count, double seconds) {
-    return seconds > 0 ? static_cast<double>(count) / seconds : 0;
-}
-
-/// The first characters of a signature, no character cut in two.
-std::string_view beginning(std::string_view signature) {
-    std::size_t length = std::min<std::size_t>(signature.size(), 40);
-    while (length > 0 && length < signature.size() && (signature[length] & 0xC0) == 0x80)
-        --length;
-    return signature.substr(0, length);
-}
-
 TrackMetadata trackMetadata(const AudioMetadata& metadata) {
     TrackMetadata track;
     track.artist = metadata.artist;
@@ -50,33 +36,11 @@ TrackMetadata trackMetadata(const AudioMetadata& metadata) {
     return track;
 }
 
-void fillCreationDate(const FileItemRef& file) {
-    if (!file->creationDate) file->edit().creationDate = files::creationDate(file->absPath);
-}
-
-std::pair<std::string, std::string> textAndType(const std::exception_ptr& failure) {
-    try {
-        std::rethrow_exception(failure);
-    } catch (const std::exception& error) {
-        return {describe(error), typeName(error)};
-    } catch (...) {
-        return {describe(failure), "unknown"};
-    }
+void fillCreationDate(const FileItemRef& file, const FileSystemInfo& info) {
+    if (!file->creationDate && info.creationDate) file->edit().creationDate = info.creationDate;
 }
 
 } // namespace
-
-Task<void> ScanRepositories::saveIfDirty() {
-    if (!files.pendingSaves && !tracks.pendingSaves) co_return;
-    files.pendingSaves = false;
-    tracks.pendingSaves = false;
-    try {
-        co_await model::saveInBackground(modelContext_, executors_);
-    } catch (...) {
-        files.pendingSaves = true;
-        throw;
-    }
-}
 
 DeferredSave::DeferredSave(ScanRepositories& repositories, ProgressActor& progress, const Clock& clock,
                            LibraryRef library, std::vector<ProcessResult>& results, ScanStats& stats)
@@ -89,6 +53,7 @@ DeferredSave::DeferredSave(ScanRepositories& repositories, ProgressActor& progre
 
 Task<void> DeferredSave::run() {
     const Date start = clock_.now();
+    co_await stopIfLibraryIsDeleted();
     co_await prepare();
     co_await recordFiles();
     co_await upsertTracks();
@@ -103,15 +68,11 @@ Task<void> DeferredSave::run() {
 Task<void> DeferredSave::prepare() {
     log::line("🏗️ [DEFERRED] Starting optimized single-transaction save for {} results",
               results_.size());
-    co_await repositories_.tracks.preloadCache();
+    co_await repositories_.tracks.preloadCache(results_.size());
     log::line("✅ [CACHE] Pre-loaded track cache");
     log::line("📋 [DEFERRED] Pre-loading existing files for comparison...");
-    existingFiles_.reserve(library_->files.size());
-    const std::vector<FileItemRef> files = library_->files.all();
-    for (std::size_t i = 0; i < files.size(); ++i) {
-        existingFiles_.emplace(files[i]->relPath, files[i]);
-        co_await giveWay(i);
-    }
+    existingFiles_ = co_await repositories_.filesByPath(library_);
+    co_await stopIfLibraryIsDeleted();
     log::line("📋 [DEFERRED] Found {} existing files in library", existingFiles_.size());
     log::line("⚙️ [DEFERRED] Processing {} results in single transaction...", results_.size());
 }
@@ -119,9 +80,14 @@ Task<void> DeferredSave::prepare() {
 Task<void> DeferredSave::giveWay(std::size_t index) {
     if ((index + 1) % filesPerTurn != 0) co_return;
     co_await yieldNow();
-    // Others had the main actor meanwhile; a library that they deleted has nothing to be brought into line.
-    if (library_->isDeleted())
-        throw ScannerError(ScannerError::Case::libraryNotAccessible, library_->rootPath);
+    co_await stopIfLibraryIsDeleted();
+}
+
+Task<void> DeferredSave::stopIfLibraryIsDeleted() {
+    if (!library_->isDeleted()) co_return;
+    // The library took its files along. The tracks that were made for them would be nobody's.
+    co_await repositories_.tracks.removeUnlinked();
+    throw ScannerError(ScannerError::Case::libraryNotAccessible, library_->rootPath);
 }
 
 Task<void> DeferredSave::recordFiles() {
@@ -137,10 +103,10 @@ Task<void> DeferredSave::recordFiles() {
         if ((i + 1) % filesPerSave == 0) {
             log::line("🧹 [BATCH SAVE] Saving batch after {} files to prevent memory bloat", i + 1);
             co_await repositories_.saveIfDirty();
+            co_await stopIfLibraryIsDeleted();
         }
         co_await giveWay(i);
     }
-    existingFiles_.clear();
 }
 
 void DeferredSave::logFailure(const ProcessResult& result) {
@@ -161,7 +127,7 @@ FileItemRef DeferredSave::makeFile(const FileSystemInfo& info) {
     const auto file =
         model::make<FileItem>(info.absPath, info.relPath, name, std::string(pathExtension(name)),
                               info.sizeBytes, info.mtime, FileStatus::new_, clock_.now());
-    fillCreationDate(file);
+    fillCreationDate(file, info);
     file->edit().library = library_; // the library's list follows
     return file;
 }
@@ -175,7 +141,7 @@ void DeferredSave::refreshFile(const FileItemRef& file, const FileSystemInfo& in
         fields.sizeBytes = info.sizeBytes;
         fields.mtime = info.mtime;
     }
-    fillCreationDate(file);
+    fillCreationDate(file, info);
     repositories_.files.pendingSaves = true;
 }
 
@@ -263,7 +229,7 @@ Task<void> DeferredSave::upsertTracks() {
     }
     const double seconds = clock_.secondsSince(start);
     log::line("✅ [CONCURRENT] Track processing completed in {:.2f}s ({:.1f} tracks/sec)", seconds,
-              rate(count, seconds));
+              filesPerSecond(count, seconds));
 }
 
 Task<void> DeferredSave::upsertTrack(std::size_t index) {
@@ -275,20 +241,20 @@ Task<void> DeferredSave::upsertTrack(std::size_t index) {
         attachments_[index].track = co_await repositories_.tracks.upsertTrack(std::move(track));
         log::line("✅ [TRACK CREATE] Successfully created track {}: {}", index,
                   metadata->title.value_or("Unknown Title"));
-    } catch (const std::exception&) {
-        logUpsertFailure(index, *metadata);
+    } catch (const std::exception& failure) {
+        logUpsertFailure(index, *metadata, failure);
     }
     metadata.reset();
 }
 
-void DeferredSave::logUpsertFailure(std::size_t index, const AudioMetadata& metadata) const {
-    const auto [text, type] = textAndType(std::current_exception());
+void DeferredSave::logUpsertFailure(std::size_t index, const AudioMetadata& metadata,
+                                    const std::exception& failure) const {
     const std::string signature =
         canonicalSig(metadata.artist, metadata.title, metadata.album, metadata.durationSec);
-    log::line("❌ [TRACK CREATE] Failed to upsert track {}: {}", index, text);
-    log::line("❌ [TRACK CREATE]   Error type: {}", type);
+    log::line("❌ [TRACK CREATE] Failed to upsert track {}: {}", index, describe(failure));
+    log::line("❌ [TRACK CREATE]   Error type: {}", typeName(failure));
     log::line("❌ [TRACK CREATE]   Metadata: artist={} title={} canonicalSig={}...", orNil(metadata.artist),
-              orNil(metadata.title), beginning(signature));
+              orNil(metadata.title), beginningOf(signature));
 }
 
 Task<void> DeferredSave::attachFiles() {

@@ -1,51 +1,26 @@
 #pragma once
 
 #include "platform/concurrency/Clock.hpp"
-#include "platform/concurrency/Executors.hpp"
 #include "scanning/ProgressActor.hpp"
+#include "scanning/ScanRepositories.hpp"
 #include "scanning/Scanner.hpp"
-#include "store/BatchRepositories.hpp"
 
 #include <cstddef>
-#include <string_view>
-#include <unordered_map>
-#include <utility>
 #include <vector>
 
 namespace velto {
 
-/// The batch repositories of one scan over one context, and the one door through which the scan saves. Main
-/// actor.
-class ScanRepositories {
-  public:
-    ScanRepositories(ModelContext& modelContext, Executors executors, const Clock& clock,
-                     const GenreTextParser* genreTextParser)
-        : files(modelContext, clock)
-        , tracks(modelContext, clock, genreTextParser)
-        , modelContext_(modelContext)
-        , executors_(std::move(executors)) {}
-
-    BatchOptimizedFileRepository files;
-    BatchOptimizedTrackRepository tracks;
-
-    /// Saves the context, in turns that give way, where one of the repositories has unsaved changes.
-    Task<void> saveIfDirty();
-
-  private:
-    ModelContext& modelContext_;
-    Executors executors_;
-};
-
 /// Brings the store into line with what a scan has read: file records, then tracks, then the attachment of
-/// files to tracks. Confined to the main actor, to which it gives way every few hundred files. Holds
-/// references: what it is given outlives it.
+/// files to tracks. Runs on the main actor, to which it gives way every few hundred files; may be made and
+/// destroyed elsewhere. Holds references: what it is given outlives it.
 class DeferredSave {
   public:
     /// `results` keep their relPaths; the rest of them is used up on the way, which bounds the memory.
     DeferredSave(ScanRepositories& repositories, ProgressActor& progress, const Clock& clock,
                  LibraryRef library, std::vector<ProcessResult>& results, ScanStats& stats);
 
-    /// Throws the store's errors: what was saved before stays, the rest stays unsaved in the context.
+    /// Throws the store's errors: what was saved before stays, the rest stays unsaved in the context. Throws
+    /// libraryNotAccessible where the library is deleted meanwhile: then nothing of this scan stays.
     Task<void> run();
 
   private:
@@ -74,9 +49,13 @@ class DeferredSave {
 
     Task<void> upsertTracks();
     Task<void> upsertTrack(std::size_t index);
-    void logUpsertFailure(std::size_t index, const AudioMetadata& metadata) const;
+    void logUpsertFailure(std::size_t index, const AudioMetadata& metadata,
+                          const std::exception& failure) const;
     Task<void> attachFiles();
+    /// Behind the file of this index, where its turn of the main actor is over.
     Task<void> giveWay(std::size_t index);
+    /// Belongs behind every suspension: others have the main actor meanwhile.
+    Task<void> stopIfLibraryIsDeleted();
 
     ScanRepositories& repositories_;
     ProgressActor& progress_;
@@ -84,8 +63,7 @@ class DeferredSave {
     LibraryRef library_;
     std::vector<ProcessResult>& results_;
     ScanStats& stats_;
-    /// By relPath; the keys are the records' own texts.
-    std::unordered_map<std::string_view, FileItemRef> existingFiles_;
+    FilesByPath existingFiles_;
     std::vector<Attachment> attachments_;
 };
 

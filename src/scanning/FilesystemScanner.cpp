@@ -4,6 +4,7 @@
 #include "platform/files/FileAttributes.hpp"
 #include "platform/files/FolderListing.hpp"
 #include "platform/files/ServiceError.hpp"
+#include "platform/log/Log.hpp"
 #include "platform/text/Text.hpp"
 #include "scanning/Glob.hpp"
 #include "scanning/PathParts.hpp"
@@ -47,7 +48,7 @@ class Walk {
     void visit(const std::string& folder, files::FolderListing& listing) {
         const auto firstSubfolder = static_cast<std::ptrdiff_t>(waiting_.size());
         const std::string prefix = folder == "/" ? folder : folder + '/';
-        while (const auto entry = listing.next()) {
+        while (const auto entry = nextOf(listing)) {
             if (entry->name.starts_with('.')) continue;
             if (entry->kind == files::EntryKind::folder)
                 waiting_.push_back(prefix + std::string(entry->name));
@@ -55,6 +56,17 @@ class Walk {
                 consider(prefix, entry->name, listing);
         }
         std::reverse(waiting_.begin() + firstSubfolder, waiting_.end()); // the first one is taken next
+    }
+
+    /// A folder that cannot be read on counts as one that cannot be opened: its rest is passed over, rather
+    /// than that a whole library goes missing by one of its folders.
+    static std::optional<files::Entry> nextOf(files::FolderListing& listing) {
+        try {
+            return listing.next();
+        } catch (const SystemError& failure) {
+            log::line("⚠️ [SCAN] {}", describe(failure));
+            return std::nullopt;
+        }
     }
 
     void consider(const std::string& prefix, std::string_view name, const files::FolderListing& listing) {
@@ -74,6 +86,7 @@ class Walk {
         info.ext = std::move(ext);
         info.sizeBytes = attributes->sizeBytes;
         info.mtime = attributes->modificationDate;
+        info.creationDate = attributes->creationDate;
         found_.push_back(std::move(info));
     }
 

@@ -25,4 +25,8 @@ double estimatedTimeRemaining(double elapsed, std::int64_t processed, std::int64
            static_cast<double>(remaining);
 }
 
+double filesPerSecond(std::size_t count, double seconds) {
+    return seconds > 0 ? static_cast<double>(count) / seconds : 0;
+}
+
 } // namespace velto

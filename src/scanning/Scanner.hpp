@@ -45,7 +45,8 @@ class Scanner {
     /// with scanCancelled. Without a running scan it only clears the progress.
     virtual Task<void> cancelScan() = 0;
 
-    /// Absent while no scan runs.
+    /// Absent before the first scan and after one that finished or was cancelled. A scan that failed behind
+    /// the opening of its run leaves what it showed last: its caller, who got the failure, knows better.
     virtual Task<std::optional<ScanProgress>> scanProgress() = 0;
 
     /// The same value as an observable field, for who would rather be told than ask.

@@ -2,6 +2,7 @@
 
 #include "platform/concurrency/Executors.hpp"
 #include "platform/log/Log.hpp"
+#include "platform/model/InBackground.hpp"
 #include "store/CanonicalSignature.hpp"
 #include "store/RepositoryRules.hpp"
 
@@ -13,23 +14,13 @@ namespace {
 constexpr double slowLookup = 0.001;
 constexpr double slowFile = 0.01;
 
-constexpr std::size_t tracksPerTurn = 2'000; // under a millisecond of the main actor
-
-constexpr std::size_t shownSignatureBytes = 50;
-
-/// The beginning of a signature, cut between characters.
-std::string_view beginning(std::string_view signature) {
-    if (signature.size() <= shownSignatureBytes) return signature;
-    std::size_t end = shownSignatureBytes;
-    while (end > 0 && (static_cast<unsigned char>(signature[end]) & 0xC0U) == 0x80U)
-        --end;
-    return signature.substr(0, end);
-}
+constexpr std::size_t tracksPerTurn = 2'000; // a millisecond or two of the main actor
 
 } // namespace
 
 BatchOptimizedFileRepository::BatchOptimizedFileRepository(ModelContext& modelContext, const Clock& clock)
-    : underlying_(modelContext, clock)
+    : modelContext_(modelContext)
+    , underlying_(modelContext, clock)
     , clock_(clock) {}
 
 /// The index is of one library at a time. What others did to the list shows in its size or at the file found.
@@ -102,10 +93,12 @@ Task<void> BatchOptimizedFileRepository::updateAudioProperties(FileItemRef file,
 }
 
 Task<void> BatchOptimizedFileRepository::markMissing(LibraryRef library,
-                                                     std::unordered_set<std::string> seen) {
-    rules::markMissing(library, seen);
+                                                     const std::unordered_set<std::string>& seen) {
     pendingSaves = true;
-    co_return;
+    const auto mark = [&](const FileItemRef& file) {
+        if (file->library == library) rules::markIfMissing(file, seen);
+    };
+    co_await model::forEachInTurns<FileItem>(modelContext_, mark);
 }
 
 Task<void> BatchOptimizedFileRepository::updateStatus(FileItemRef file, FileStatus status,
@@ -133,20 +126,29 @@ BatchOptimizedTrackRepository::BatchOptimizedTrackRepository(ModelContext& model
     , clock_(clock)
     , genreTextParser_(genreTextParser) {}
 
-Task<void> BatchOptimizedTrackRepository::preloadCache() {
+Task<void> BatchOptimizedTrackRepository::preloadCache(std::size_t expected) {
     if (cachePreloaded_) co_return;
     log::line("🔄 [CACHE] Pre-loading all existing tracks into cache...");
     const Date start = clock_.now();
-    const auto tracks = modelContext_.fetch<Track>();
-    trackCache_.reserve(2 * tracks.size());
-    for (std::size_t i = 0; i < tracks.size(); ++i) {
-        trackCache_.insert_or_assign(tracks[i]->canonicalSig, tracks[i]);
+    trackCache_.reserve(modelContext_.count<Track>() + expected);
+    std::size_t count = 0;
+    const auto keep = [&](const TrackRef& track) {
+        trackCache_.insert_or_assign(track->canonicalSig, track);
+        ++count;
+    };
+    co_await model::forEachInTurns<Track>(modelContext_, keep);
+    // The first miss asks the context, whose own index is made now rather than in the middle of the scan.
+    co_await model::indexInBackground(modelContext_, model::entityDescription<Track>(), expected);
+    cachePreloaded_ = true;
+    log::line("✅ [CACHE] Pre-loaded {} tracks in {:.2f}s", count, clock_.secondsSince(start));
+}
+
+Task<void> BatchOptimizedTrackRepository::removeUnlinked() {
+    for (std::size_t i = 0; i < made_.size(); ++i) {
+        if (made_[i]->files.empty()) modelContext_.remove(made_[i]);
         if ((i + 1) % tracksPerTurn == 0) co_await yieldNow();
     }
-    // The first miss asks the context, whose own index is made now rather than in the middle of the scan.
-    static_cast<void>(modelContext_.findUnique<Track>("canonicalSig", ""));
-    cachePreloaded_ = true;
-    log::line("✅ [CACHE] Pre-loaded {} tracks in {:.2f}s", tracks.size(), clock_.secondsSince(start));
+    made_.clear();
 }
 
 /// By the cache, else by a fetch. A cached track that was deleted since counts as a miss.
@@ -155,13 +157,13 @@ TrackRef BatchOptimizedTrackRepository::lookUp(const std::string& canonicalSig) 
     const auto cached = trackCache_.find(canonicalSig);
     if (cached != trackCache_.end() && !cached->second->isDeleted()) {
         if (const double time = clock_.secondsSince(start); time > slowLookup)
-            log::line("💰 [CACHE HIT] Track lookup for {}... took {:.3f}s", beginning(canonicalSig), time);
+            log::line("💰 [CACHE HIT] Track lookup for {}... took {:.3f}s", beginningOf(canonicalSig), time);
         return cached->second;
     }
     const Date fetchStart = clock_.now();
     TrackRef track = modelContext_.findUnique<Track>("canonicalSig", canonicalSig);
     if (const double time = clock_.secondsSince(fetchStart); time > slowLookup)
-        log::line("⚠️ [SLOW FETCH] Track lookup for {}... took {:.3f}s", beginning(canonicalSig), time);
+        log::line("⚠️ [SLOW FETCH] Track lookup for {}... took {:.3f}s", beginningOf(canonicalSig), time);
     return track;
 }
 
@@ -173,6 +175,7 @@ Task<TrackRef> BatchOptimizedTrackRepository::upsertTrack(TrackMetadata metadata
     } else {
         track = model::make<Track>(canonicalSig, std::move(metadata));
         modelContext_.insert(track);
+        made_.push_back(track);
     }
     trackCache_.insert_or_assign(std::move(canonicalSig), track);
     pendingSaves = true;

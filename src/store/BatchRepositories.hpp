@@ -5,12 +5,16 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <vector>
 
 namespace velto {
 
 // For one scan: the results of the direct repositories, with nothing saved. Whoever runs the scan saves and
 // clears the mark that changes are pending.
 
+/// Looks files up by an index of its own that follows what others do to the library, for callers that come
+/// with single files. The scan's save, which holds the main actor's turns in its own hand, keeps a map of its
+/// own.
 class BatchOptimizedFileRepository final : public FileRepository {
   public:
     BatchOptimizedFileRepository(ModelContext& modelContext, const Clock& clock);
@@ -21,7 +25,8 @@ class BatchOptimizedFileRepository final : public FileRepository {
                                      std::optional<std::int64_t> bitrateKbps,
                                      std::optional<std::int64_t> samplerateHz,
                                      std::optional<std::int64_t> channels) override;
-    Task<void> markMissing(LibraryRef library, std::unordered_set<std::string> seen) override;
+    /// In turns that give way to the main actor.
+    Task<void> markMissing(LibraryRef library, const std::unordered_set<std::string>& seen) override;
     Task<void> updateStatus(FileItemRef file, FileStatus status, std::optional<std::string> message) override;
     Task<void> updateSignatures(FileItemRef file, std::optional<std::string> quickSig,
                                 std::optional<std::string> fileHash) override;
@@ -33,6 +38,7 @@ class BatchOptimizedFileRepository final : public FileRepository {
   private:
     [[nodiscard]] FileItemRef lookUp(const LibraryRef& library, const std::string& relPath);
 
+    ModelContext& modelContext_;
     SwiftDataFileRepository underlying_;
     const Clock& clock_;
     LibraryRef indexedLibrary_;
@@ -46,8 +52,12 @@ class BatchOptimizedTrackRepository final : public TrackRepository {
     BatchOptimizedTrackRepository(ModelContext& modelContext, const Clock& clock,
                                   const GenreTextParser* genreTextParser);
 
-    /// Puts every track of the store into the cache; does nothing the second time.
-    Task<void> preloadCache();
+    /// Puts every track of the store into the cache, in turns that give way to the main actor, and makes
+    /// room for `expected` more; does nothing the second time.
+    Task<void> preloadCache(std::size_t expected = 0);
+
+    /// Removes the tracks that this repository made and that no file was linked to, in turns likewise.
+    Task<void> removeUnlinked();
 
     Task<TrackRef> upsertTrack(TrackMetadata metadata, std::string canonicalSig) override;
 
@@ -66,6 +76,7 @@ class BatchOptimizedTrackRepository final : public TrackRepository {
     const Clock& clock_;
     const GenreTextParser* genreTextParser_;
     std::unordered_map<std::string, TrackRef> trackCache_; ///< by canonicalSig
+    std::vector<TrackRef> made_;
     bool cachePreloaded_ = false;
 };
 

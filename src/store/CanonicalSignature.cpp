@@ -40,4 +40,13 @@ std::string canonicalSig(const std::optional<std::string>& artist, const std::op
     return signature;
 }
 
+std::string_view beginningOf(std::string_view signature) {
+    constexpr std::size_t shownBytes = 50;
+    if (signature.size() <= shownBytes) return signature;
+    std::size_t end = shownBytes;
+    while (end > 0 && (static_cast<unsigned char>(signature[end]) & 0xC0U) == 0x80U)
+        --end;
+    return signature.substr(0, end);
+}
+
 } // namespace velto

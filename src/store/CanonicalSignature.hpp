@@ -18,4 +18,7 @@ namespace velto {
 /// "1234.0"); above 2^53 and below 1e-4 with an exponent ("1e+16", "5e-05").
 [[nodiscard]] std::string shortestDecimal(double value);
 
+/// The beginning of a signature, for log lines, cut between characters.
+[[nodiscard]] std::string_view beginningOf(std::string_view signature);
+
 } // namespace velto

@@ -3,8 +3,11 @@
 #include "platform/text/RelativeDate.hpp"
 #include "store/FileItem.hpp"
 #include "store/ScanRun.hpp"
+#include "store/Track.hpp"
 
 #include <fmt/format.h>
+
+#include <unordered_set>
 
 namespace velto {
 
@@ -41,6 +44,19 @@ std::string Library::trackCountText() const {
 std::string Library::lastImportText(Date now) const {
     if (!lastScanFinishedAt) return "Never imported";
     return "Last import: " + text::relativeDate(*lastScanFinishedAt, now);
+}
+
+std::vector<TrackRef> distinctTracksOf(const LibraryRef& library) {
+    std::vector<TrackRef> tracks;
+    tracks.reserve(library->files.size());
+    std::unordered_set<const Track*> known;
+    for (auto file = library->files.begin(); file != library->files.end(); ++file) {
+        const Track* track = file->track.get();
+        if (track == nullptr) continue;
+        const bool isOnlyFile = track->files.size() == 1; // mostly: nothing to remember then
+        if (isOnlyFile || known.insert(track).second) tracks.push_back(file->track.ref());
+    }
+    return tracks;
 }
 
 } // namespace velto

@@ -4,11 +4,13 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace velto {
 
 class FileItem;
 class ScanRun;
+class Track;
 
 struct LibraryFields {
     std::string name; ///< unique, shown to the user
@@ -41,5 +43,8 @@ class Library final : public model::Entity<Library, LibraryFields> {
 };
 
 using LibraryRef = model::Ref<Library>;
+
+/// Every track that a file of the library links to, once, in the order of the files.
+[[nodiscard]] std::vector<model::Ref<Track>> distinctTracksOf(const LibraryRef& library);
 
 } // namespace velto

@@ -1,26 +1,18 @@
 #include "platform/log/Log.hpp"
+#include "store/RepositoryRules.hpp"
 #include "store/StoreRepositories.hpp"
-
-#include <unordered_set>
 
 namespace velto {
 
 namespace {
-
-/// Every track that a file of the library links to, once, in the order of the files.
-std::vector<TrackRef> tracksOf(const LibraryRef& library) {
-    std::vector<TrackRef> tracks;
-    std::unordered_set<const Track*> known;
-    for (const auto& file : library->files)
-        if (file->track && known.insert(file->track.get()).second) tracks.push_back(file->track);
-    return tracks;
-}
-
+constexpr std::size_t tracksPerTurn = 2'000; // a millisecond or two of the main actor
 } // namespace
 
-SwiftDataLibraryRepository::SwiftDataLibraryRepository(ModelContext& modelContext, const Clock& clock)
+SwiftDataLibraryRepository::SwiftDataLibraryRepository(ModelContext& modelContext, const Clock& clock,
+                                                       std::optional<Executors> executors)
     : modelContext_(modelContext)
-    , clock_(clock) {}
+    , clock_(clock)
+    , executors_(std::move(executors)) {}
 
 Task<std::vector<LibraryRef>> SwiftDataLibraryRepository::libraries() {
     log::line("🕐 [REPO PERF] Starting libraries() fetch");
@@ -56,36 +48,40 @@ Task<LibraryRef> SwiftDataLibraryRepository::upsertLibrary(std::string name, std
 
 Task<void> SwiftDataLibraryRepository::deleteLibrary(LibraryRef library) {
     log::line("🗑️ [LIBRARY] Deleting library '{}' with {} files", library->name, library->files.size());
-    const auto tracks = tracksOf(library);
+    auto tracks = distinctTracksOf(library);
     log::line("🗑️ [LIBRARY] Found {} tracks that may become orphaned", tracks.size());
     modelContext_.remove(library);
-    modelContext_.save();
+    co_await rules::save(modelContext_, executors_);
     log::line("🗑️ [LIBRARY] Library and files deleted, checking for orphaned tracks...");
     std::size_t deleted = 0;
-    for (const auto& track : tracks) {
+    std::size_t kept = 0;
+    for (std::size_t i = 0; i < tracks.size(); ++i) {
+        const TrackRef& track = tracks[i];
+        if (executors_ && (i + 1) % tracksPerTurn == 0) co_await yieldNow();
+        if (track->isDeleted()) continue; // by others, while this gave way
         if (track->files.empty()) {
             modelContext_.remove(track);
             ++deleted;
         } else {
+            ++kept;
             log::line("🗑️ [LIBRARY] Track still has {} files in other libraries: {} - {}",
                       track->files.size(), track->artist.value_or("Unknown"),
                       track->title.value_or("Unknown"));
         }
     }
-    const std::size_t kept = tracks.size() - deleted;
     if (deleted > 0) log::line("🗑️ [LIBRARY] Deleting {} orphaned track(s)", deleted);
     if (kept > 0) log::line("🗑️ [LIBRARY] Keeping {} track(s) that have files in other libraries", kept);
-    modelContext_.save();
+    co_await rules::save(modelContext_, executors_);
+    const auto free = [&tracks] { tracks.clear(); }; // takes a while, too
+    if (executors_) co_await offload(*executors_, free);
     log::line("✅ [LIBRARY] Library deletion complete");
-    co_return;
 }
 
 Task<void> SwiftDataLibraryRepository::updateScanTimes(LibraryRef library, std::optional<Date> startedAt,
                                                        std::optional<Date> finishedAt) {
     if (startedAt) library->edit().lastScanStartedAt = startedAt;
     if (finishedAt) library->edit().lastScanFinishedAt = finishedAt;
-    modelContext_.save();
-    co_return;
+    co_await rules::save(modelContext_, executors_);
 }
 
 } // namespace velto

@@ -10,8 +10,8 @@
 #include <unordered_set>
 #include <vector>
 
-// All operations run on the main actor and must be called there; none suspends between its first read and its
-// last write. Each fails with StoreError.
+// All operations run on the main actor and must be called there. Of the direct implementations none suspends
+// between its first read and its last change in memory; a save may. Each fails with StoreError.
 
 namespace velto {
 
@@ -63,8 +63,9 @@ class FileRepository {
                                              std::optional<std::int64_t> samplerateHz,
                                              std::optional<std::int64_t> channels) = 0;
 
-    /// Every file of the library whose relative path is not in `seen` becomes `missing`.
-    virtual Task<void> markMissing(LibraryRef library, std::unordered_set<std::string> seen) = 0;
+    /// Every file of the library whose relative path is not in `seen` becomes `missing`. `seen` may be large:
+    /// it is not copied and must live until the operation has ended.
+    virtual Task<void> markMissing(LibraryRef library, const std::unordered_set<std::string>& seen) = 0;
 
     virtual Task<void> updateStatus(FileItemRef file, FileStatus status,
                                     std::optional<std::string> message) = 0;

@@ -2,6 +2,7 @@
 
 #include "platform/files/FileAttributes.hpp"
 #include "platform/log/Log.hpp"
+#include "platform/model/InBackground.hpp"
 
 namespace velto::rules {
 
@@ -73,10 +74,9 @@ void setAudioProperties(const FileItemRef& file, std::optional<double> durationS
     fields.lastScannedAt = now;
 }
 
-void markMissing(const LibraryRef& library, const std::unordered_set<std::string>& seen) {
-    for (const auto& file : library->files)
-        if (!seen.contains(file->relPath) && file->status != FileStatus::missing)
-            file->edit().status = FileStatus::missing;
+void markIfMissing(const FileItemRef& file, const std::unordered_set<std::string>& seen) {
+    if (file->status != FileStatus::missing && !seen.contains(file->relPath))
+        file->edit().status = FileStatus::missing;
 }
 
 void setStatus(const FileItemRef& file, FileStatus status, std::optional<std::string> message) {
@@ -90,6 +90,13 @@ void setSignatures(const FileItemRef& file, std::optional<std::string> quickSig,
     auto& fields = file->edit();
     fields.quickSig = std::move(quickSig);
     fields.fileHash = std::move(fileHash);
+}
+
+Task<void> save(ModelContext& modelContext, std::optional<Executors> executors) {
+    if (executors)
+        co_await model::saveInBackground(modelContext, *executors);
+    else
+        modelContext.save();
 }
 
 std::string dateText(std::optional<Date> date) {

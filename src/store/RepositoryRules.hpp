@@ -1,14 +1,14 @@
 #pragma once
 
-#include "platform/concurrency/Clock.hpp"
+#include "platform/concurrency/Executors.hpp"
 #include "store/Entities.hpp"
 #include "store/FileSystemInfo.hpp"
 #include "store/GenreTextParser.hpp"
 #include "store/TrackMetadata.hpp"
 
-#include <string_view>
+#include <optional>
+#include <string>
 #include <unordered_set>
-#include <vector>
 
 // What the direct and the batch repositories do alike, without a save. Main actor.
 
@@ -36,10 +36,13 @@ void fetchCreationDate(const FileItemRef& file);
 void setAudioProperties(const FileItemRef& file, std::optional<double> durationSec,
                         std::optional<std::int64_t> bitrateKbps, std::optional<std::int64_t> samplerateHz,
                         std::optional<std::int64_t> channels, Date now);
-void markMissing(const LibraryRef& library, const std::unordered_set<std::string>& seen);
+void markIfMissing(const FileItemRef& file, const std::unordered_set<std::string>& seen);
 void setStatus(const FileItemRef& file, FileStatus status, std::optional<std::string> message);
 void setSignatures(const FileItemRef& file, std::optional<std::string> quickSig,
                    std::optional<std::string> fileHash);
+
+/// Saves by way of the pool, or on the main actor where there are no executors.
+[[nodiscard]] Task<void> save(ModelContext& modelContext, std::optional<Executors> executors);
 
 /// The date for a log line; "nil" where there is none.
 [[nodiscard]] std::string dateText(std::optional<Date> date);

@@ -6,6 +6,17 @@
 
 namespace velto {
 
+namespace {
+
+FileItemRef firstOf(const LibraryRef& library, const std::string& relPath) {
+    const auto& files = library->files;
+    const auto found = std::find_if(files.begin(), files.end(),
+                                    [&](const FileItemRef& file) { return file->relPath == relPath; });
+    return found == files.end() ? FileItemRef() : *found;
+}
+
+} // namespace
+
 SwiftDataTrackRepository::SwiftDataTrackRepository(ModelContext& modelContext,
                                                    const GenreTextParser* genreTextParser)
     : modelContext_(modelContext)
@@ -35,7 +46,7 @@ SwiftDataFileRepository::SwiftDataFileRepository(ModelContext& modelContext, con
     , clock_(clock) {}
 
 Task<FileItemRef> SwiftDataFileRepository::ensureFile(LibraryRef library, FileSystemInfo info) {
-    FileItemRef file = co_await findFile(library, info.relPath);
+    FileItemRef file = firstOf(library, info.relPath);
     if (!file) {
         file = rules::makeFile(library, info, clock_.now());
     } else {
@@ -47,11 +58,7 @@ Task<FileItemRef> SwiftDataFileRepository::ensureFile(LibraryRef library, FileSy
 }
 
 Task<FileItemRef> SwiftDataFileRepository::findFile(LibraryRef library, std::string relPath) {
-    const auto& files = library->files;
-    const auto found = std::find_if(files.begin(), files.end(),
-                                    [&](const FileItemRef& file) { return file->relPath == relPath; });
-    if (found == files.end()) co_return nullptr;
-    co_return *found;
+    co_return firstOf(library, relPath);
 }
 
 Task<void> SwiftDataFileRepository::updateAudioProperties(FileItemRef file, std::optional<double> durationSec,
@@ -63,8 +70,10 @@ Task<void> SwiftDataFileRepository::updateAudioProperties(FileItemRef file, std:
     co_return;
 }
 
-Task<void> SwiftDataFileRepository::markMissing(LibraryRef library, std::unordered_set<std::string> seen) {
-    rules::markMissing(library, seen);
+Task<void> SwiftDataFileRepository::markMissing(LibraryRef library,
+                                                const std::unordered_set<std::string>& seen) {
+    for (const auto& file : library->files)
+        rules::markIfMissing(file, seen);
     modelContext_.save();
     co_return;
 }
@@ -93,14 +102,16 @@ Task<std::vector<FileItemRef>> SwiftDataFileRepository::filesNeedingProcessing(L
     co_return files;
 }
 
-SwiftDataScanRunRepository::SwiftDataScanRunRepository(ModelContext& modelContext, const Clock& clock)
+SwiftDataScanRunRepository::SwiftDataScanRunRepository(ModelContext& modelContext, const Clock& clock,
+                                                       std::optional<Executors> executors)
     : modelContext_(modelContext)
-    , clock_(clock) {}
+    , clock_(clock)
+    , executors_(std::move(executors)) {}
 
 Task<ScanRunRef> SwiftDataScanRunRepository::startScanRun(LibraryRef library) {
     auto scanRun = model::make<ScanRun>(library, clock_.now());
     modelContext_.insert(scanRun);
-    modelContext_.save();
+    co_await rules::save(modelContext_, executors_);
     co_return scanRun;
 }
 
@@ -116,8 +127,7 @@ Task<void> SwiftDataScanRunRepository::finishScanRun(ScanRunRef scanRun, std::in
     fields.missingCount = missingCount;
     fields.errorCount = errorCount;
     fields.notes = std::move(notes);
-    modelContext_.save();
-    co_return;
+    co_await rules::save(modelContext_, executors_);
 }
 
 } // namespace velto

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/concurrency/Clock.hpp"
+#include "platform/concurrency/Executors.hpp"
 #include "store/Repositories.hpp"
 
 namespace velto {
@@ -8,11 +9,14 @@ namespace velto {
 class GenreTextParser;
 
 // The direct implementations: every operation that changes something saves before it returns. They hold
-// references only; what is given to a constructor outlives the object.
+// references only; what is given to a constructor outlives the object. Those that take executors change the
+// objects at once and have the pool write what may be a whole library's rows; without them the main actor
+// writes.
 
 class SwiftDataLibraryRepository final : public LibraryRepository {
   public:
-    SwiftDataLibraryRepository(ModelContext& modelContext, const Clock& clock);
+    SwiftDataLibraryRepository(ModelContext& modelContext, const Clock& clock,
+                               std::optional<Executors> executors = std::nullopt);
 
     Task<std::vector<LibraryRef>> libraries() override;
     Task<LibraryRef> upsertLibrary(std::string name, std::string rootPath,
@@ -25,6 +29,7 @@ class SwiftDataLibraryRepository final : public LibraryRepository {
   private:
     ModelContext& modelContext_;
     const Clock& clock_;
+    std::optional<Executors> executors_;
 };
 
 class SwiftDataTrackRepository final : public TrackRepository {
@@ -50,7 +55,7 @@ class SwiftDataFileRepository final : public FileRepository {
                                      std::optional<std::int64_t> bitrateKbps,
                                      std::optional<std::int64_t> samplerateHz,
                                      std::optional<std::int64_t> channels) override;
-    Task<void> markMissing(LibraryRef library, std::unordered_set<std::string> seen) override;
+    Task<void> markMissing(LibraryRef library, const std::unordered_set<std::string>& seen) override;
     Task<void> updateStatus(FileItemRef file, FileStatus status, std::optional<std::string> message) override;
     Task<void> updateSignatures(FileItemRef file, std::optional<std::string> quickSig,
                                 std::optional<std::string> fileHash) override;
@@ -63,7 +68,8 @@ class SwiftDataFileRepository final : public FileRepository {
 
 class SwiftDataScanRunRepository final : public ScanRunRepository {
   public:
-    SwiftDataScanRunRepository(ModelContext& modelContext, const Clock& clock);
+    SwiftDataScanRunRepository(ModelContext& modelContext, const Clock& clock,
+                               std::optional<Executors> executors = std::nullopt);
 
     Task<ScanRunRef> startScanRun(LibraryRef library) override;
     Task<void> finishScanRun(ScanRunRef scanRun, std::int64_t totalSeen, std::int64_t newCount,
@@ -73,6 +79,7 @@ class SwiftDataScanRunRepository final : public ScanRunRepository {
   private:
     ModelContext& modelContext_;
     const Clock& clock_;
+    std::optional<Executors> executors_;
 };
 
 } // namespace velto

@@ -175,6 +175,44 @@ TEST_F(ModelBackgroundSave, LoadingInTheBackgroundGivesTheSameGraphAndYieldsToAP
     }
 }
 
+TEST_F(ModelBackgroundSave, AnIndexMadeInTurnsFollowsWhatHappensBetweenThem) {
+    const auto books = shelf->books.all();
+    const Uuid oldEarly = books[1]->id, oldLate = books[many - 2]->id;
+    asio::co_spawn(runtime.main(), indexInBackground(context(), entityDescription<Book>(), 0),
+                   [this](const std::exception_ptr& error) { failure = error, hasEnded = true; });
+    asio::post(runtime.main(), [this] { isUnderWay = true; });
+    runtime.runUntil([this] { return isUnderWay; });
+    ASSERT_FALSE(hasEnded);
+    for (const int end : {0, many - 1}) // one end is indexed already, the other is not
+        context().remove(books[static_cast<std::size_t>(end)]);
+    for (const int changed : {1, many - 2})
+        books[static_cast<std::size_t>(changed)]->edit().id = Uuid::random();
+    const auto added = make<Book>(shelf);
+    finish();
+    EXPECT_FALSE(failure) << describe(failure);
+    for (const Uuid& gone : {books.front()->id, books.back()->id, oldEarly, oldLate})
+        EXPECT_FALSE(context().findUnique<Book>("id", gone));
+    for (const auto& book : shelf->books)
+        ASSERT_EQ(context().findUnique<Book>("id", book->id), book);
+    EXPECT_EQ(context().findUnique<Book>("id", added->id), added);
+}
+
+TEST_F(ModelBackgroundSave, AVisitInTurnsSeesWhatIsThereAtItsTurn) {
+    std::vector<Ref<Book>> seen;
+    const auto keep = [&](const Ref<Book>& book) { seen.push_back(book); };
+    auto expected = shelf->books.all();
+    asio::co_spawn(runtime.main(), forEachInTurns<Book>(context(), keep),
+                   [this](const std::exception_ptr& error) { failure = error, hasEnded = true; });
+    asio::post(runtime.main(), [this] { isUnderWay = true; });
+    runtime.runUntil([this] { return isUnderWay; });
+    ASSERT_FALSE(hasEnded);
+    context().remove(seen.back()); // where the next turn goes on
+    context().remove(expected.back());
+    expected.back() = make<Book>(shelf);
+    finish();
+    EXPECT_EQ(seen, expected);
+}
+
 TEST_F(ModelBackgroundSave, TheContextMayGoInTheMiddle) {
     startAndStop();
     container.reset();

@@ -83,6 +83,9 @@ TEST_F(ModelObjects, ThereIsOneObjectARowAndItsIdentityLasts) {
     EXPECT_EQ(again->persistentId().hash(), identifier.hash());
     context().remove(again);
     EXPECT_EQ(context().find<Book>(identifier), nullptr);
+    context().save();
+    reopen();
+    EXPECT_NE(make<Book>(context().fetch<Shelf>().front())->persistentId(), identifier) << "nobody else's";
 }
 
 TEST_F(ModelObjects, DeleteRulesReachAsFarAsTheySay) {

@@ -100,6 +100,7 @@ TEST_F(ModelStoreFile, RowsThatBreakTheRulesAreAnErrorAndNoCrash) {
         {"a list of other things", "UPDATE Book SET tags = '[1, null]' WHERE _id = 1"},
         {"no UUID", "UPDATE Book SET id = 'E621E1F8-C36C-495A-93FC' WHERE _id = 1"},
         {"a row id below 1", "UPDATE Loan SET _id = -5"},
+        {"a count beyond all row ids", "UPDATE sqlite_sequence SET seq = 9223372036854775807"},
         {"the last of all row ids", "UPDATE Loan SET _id = 9223372036854775807"},
     };
     for (const auto& [name, statement] : damages) {

@@ -16,18 +16,44 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
 namespace velto::test {
 
-class QuietReporter final : public CrashReporter {
+/// Keeps what it is told, from whichever thread.
+class RecordingReporter final : public CrashReporter {
   public:
-    void log(std::string_view) override {}
+    std::function<void()> onError; ///< on the main actor
 
-    void recordError(const std::exception&) override {}
+    void log(std::string_view line) override {
+        const std::lock_guard lock(mutex_);
+        lines_.emplace_back(line);
+    }
+
+    void recordError(const std::exception& error) override {
+        const std::lock_guard lock(mutex_);
+        errors_.push_back(describe(error));
+        if (onError) onError();
+    }
 
     void setUserID(const std::optional<std::string>&) override {}
+
+    [[nodiscard]] std::vector<std::string> lines() const {
+        const std::lock_guard lock(mutex_);
+        return lines_;
+    }
+
+    [[nodiscard]] std::vector<std::string> errors() const {
+        const std::lock_guard lock(mutex_);
+        return errors_;
+    }
+
+  private:
+    mutable std::mutex mutex_;
+    std::vector<std::string> lines_;
+    std::vector<std::string> errors_;
 };
 
 /// A WAV file of four samples without tags: artist and title come from its name.
@@ -45,12 +71,15 @@ class SteppingExtractor final : public AudioMetadataExtractor {
 
     std::function<Task<void>(int number, std::string path)> before; ///< number counts from 1
     std::optional<AudioMetadata> instead;                           ///< nothing is read then
+    std::optional<std::string> genre;                               ///< added to what is read
 
     Task<AudioMetadata> extractMetadata(std::filesystem::path file) override {
         const int number = ++count_;
         if (before) co_await before(number, file.string());
         if (instead) co_return *instead;
-        co_return co_await real_.extractMetadata(file);
+        AudioMetadata metadata = co_await real_.extractMetadata(file);
+        if (genre) metadata.genre = genre;
+        co_return metadata;
     }
 
     [[nodiscard]] const std::set<std::string>& supportedExtensions() const override {
@@ -81,7 +110,8 @@ class ScannerTest : public testing::Test {
         dependencies.libraryRepository = libraries;
         dependencies.trackRepository = std::make_shared<SwiftDataTrackRepository>(context(), nullptr);
         dependencies.fileRepository = std::make_shared<SwiftDataFileRepository>(context(), clock);
-        dependencies.scanRunRepository = std::make_shared<SwiftDataScanRunRepository>(context(), clock);
+        dependencies.scanRunRepository =
+            std::make_shared<SwiftDataScanRunRepository>(context(), clock, runtime.executors());
         return std::make_unique<ConcurrentScanner>(dependencies, context(), parser, runtime.executors(),
                                                    clock, reporter);
     }
@@ -90,7 +120,7 @@ class ScannerTest : public testing::Test {
     void reopen(const std::filesystem::path& store) {
         scanner.reset();
         container = model::ModelContainer::create(storeSchema(), {.storePath = store});
-        libraries = std::make_shared<SwiftDataLibraryRepository>(context(), clock);
+        libraries = std::make_shared<SwiftDataLibraryRepository>(context(), clock, runtime.executors());
         scanner = makeScanner(nullptr);
         library = context().fetch<Library>().front();
     }
@@ -130,12 +160,12 @@ class ScannerTest : public testing::Test {
     TemporaryFolder folder;
     std::filesystem::path music = folder / "music";
     ManualClock clock{runtime.main()};
-    QuietReporter reporter;
+    RecordingReporter reporter;
     std::unique_ptr<model::ModelContainer> container =
         model::ModelContainer::create(storeSchema(), {.storePath = folder / "velto.store"});
     std::shared_ptr<SteppingExtractor> extractor = std::make_shared<SteppingExtractor>(reporter);
     std::shared_ptr<SwiftDataLibraryRepository> libraries =
-        std::make_shared<SwiftDataLibraryRepository>(context(), clock);
+        std::make_shared<SwiftDataLibraryRepository>(context(), clock, runtime.executors());
     std::unique_ptr<ConcurrentScanner> scanner;
     LibraryRef library;
 };

@@ -1,4 +1,5 @@
 #include "platform/core/Error.hpp"
+#include "platform/files/FileAttributes.hpp"
 #include "scanning/ScannerFixture.hpp"
 #include "store/GenreTextParser.hpp"
 
@@ -60,6 +61,10 @@ TEST_F(ScannerTest, AFolderAsFoundInTheWild) {
     EXPECT_EQ(two->track->title, "Two");
     EXPECT_EQ(two->quickSig->size(), 16U);
     EXPECT_EQ(two->firstSeen, clock.now());
+    EXPECT_EQ(two->creationDate, files::creationDate(two->absPath));
+    EXPECT_EQ(two->track->createdAt, two->creationDate);
+    EXPECT_THAT(reporter.lines(), ElementsAre("Starting library scan: Music", "Discovered 6 files in library",
+                                              "Scan completed: 6 files processed in 0.00s"));
     EXPECT_FALSE(context().hasChanges());
 }
 
@@ -205,6 +210,18 @@ TEST_F(ScannerTest, ACancelledScanStoresNothingAndClosesItsRun) {
     EXPECT_THAT(counts(scan()), ElementsAre(5, 5, 0, 0, 0));
 }
 
+TEST_F(ScannerTest, ACancellationBehindTheReadingComesTooLate) {
+    addSongs(2);
+    const Subscription observer = scanner->observableProgress().subscribe([this](const auto& progress) {
+        if (progress && progress->phase == ImportPhase::saving) spawn(runtime.main(), scanner->cancelScan());
+    });
+    const ScanRunRef run = scan();
+    EXPECT_THAT(counts(run), ElementsAre(2, 2, 0, 0, 0));
+    EXPECT_EQ(run->notes, "High-performance concurrent scan completed");
+    EXPECT_EQ(library->files.size(), 2U);
+    EXPECT_FALSE(runtime.run(scanner->scanProgress()));
+}
+
 TEST_F(ScannerTest, CancellationDuringDiscoveryReadsNoFile) {
     addSongs(2);
     const Subscription observer = scanner->observableProgress().subscribe([this](const auto& progress) {
@@ -264,6 +281,17 @@ TEST_F(ScannerTest, ARootThatIsGoneOrAFileLeavesNoRun) {
     folder.write("music", "a file");
     EXPECT_EQ(failureOfScan(), "Library directory not accessible: " + music.string());
     EXPECT_TRUE(library->scanRuns.empty());
+    EXPECT_FALSE(runtime.run(scanner->scanProgress()));
+}
+
+TEST_F(ScannerTest, ARunThatCannotBeOpenedShowsNoProgress) {
+    context().insert(model::make<Library>("Music", "/elsewhere", std::nullopt, std::nullopt, true));
+    EXPECT_THAT(failureOfScan(), testing::HasSubstr("velto.store"));
+    EXPECT_FALSE(runtime.run(scanner->scanProgress()));
+}
+
+Task<void> nothing() {
+    co_return;
 }
 
 Task<void> removeFolder(fs::path root) {
@@ -282,16 +310,35 @@ TEST_F(ScannerTest, AFolderThatVanishesDuringAScanLosesNoRecord) {
     EXPECT_EQ(context().fetch<Track>().size(), 4U);
 }
 
-Task<void> insertSecondLibrary(ModelContext& context) {
-    context.insert(model::make<Library>("Music", "/elsewhere", std::nullopt, std::nullopt, true));
+Task<void> insert(ModelContext& context, LibraryRef library) {
+    context.insert(library);
     co_return;
+}
+
+TEST_F(ScannerTest, AStoreThatCannotSaveOnceFailsTheScanAndClosesItsRun) {
+    addSongs(2);
+    const auto duplicate = model::make<Library>("Music", "/elsewhere", std::nullopt, std::nullopt, true);
+    extractor->before = [this, duplicate](int number, const std::string&) -> Task<void> {
+        return number == 1 ? runOn(runtime.main(), insert(context(), duplicate)) : nothing();
+    };
+    reporter.onError = [&] { context().remove(duplicate); };
+    const std::string failure = failureOfScan();
+    EXPECT_THAT(failure, testing::HasSubstr("velto.store"));
+    EXPECT_THAT(reporter.errors(), ElementsAre(failure));
+    const ScanRunRef run = library->scanRuns.front();
+    EXPECT_EQ(run->notes, "Scan failed: " + failure);
+    EXPECT_EQ(run->finishedAt, clock.now());
+    EXPECT_THAT(counts(run), ElementsAre(2, 2, 0, 0, 1));
+    EXPECT_FALSE(context().hasChanges());
 }
 
 TEST_F(ScannerTest, AStoreThatCannotSaveFailsTheScanAndTheNextOneCatchesUp) {
     addSongs(2);
     extractor->before = [this](int number, const std::string&) -> Task<void> {
-        if (number == 1) return runOn(runtime.main(), insertSecondLibrary(context()));
-        return removeFolder(folder / "nothing");
+        if (number != 1) return nothing();
+        return runOn(
+            runtime.main(),
+            insert(context(), model::make<Library>("Music", "/elsewhere", std::nullopt, std::nullopt, true)));
     };
     EXPECT_THROW(scan(), StoreError);
     EXPECT_TRUE(runtime.run(scanner->scanProgress())); // the caller clears its own copy
@@ -351,15 +398,50 @@ Task<void> deleteLibrary(LibraryRepository& libraries, LibraryRef library) {
     co_await libraries.deleteLibrary(library);
 }
 
-TEST_F(ScannerTest, ALibraryDeletedDuringItsScanEndsTheScan) {
-    addSongs(300);
-    extractor->before = [this](int number, const std::string&) -> Task<void> {
-        if (number == 1) return runOn(runtime.main(), deleteLibrary(*libraries, library));
-        return removeFolder(folder / "nothing");
-    };
-    EXPECT_EQ(failureOfScan(), "Library directory not accessible: " + music.string());
-    EXPECT_TRUE(context().fetch<FileItem>().empty());
-    EXPECT_TRUE(context().fetch<Track>().empty());
+/// Calls `at` with the number of each track that is made.
+class CountingParser final : public GenreTextParser {
+  public:
+    explicit CountingParser(std::function<void(int)> at)
+        : at_(std::move(at)) {}
+
+    [[nodiscard]] RecognisedTags parse(const std::string&) const override {
+        at_(++calls_);
+        return {};
+    }
+
+  private:
+    std::function<void(int)> at_;
+    mutable int calls_ = 0;
+};
+
+TEST_F(ScannerTest, ALibraryDeletedDuringItsScanEndsTheScanAndLeavesNothing) {
+    int deletedAtTrack = 0;
+    const CountingParser parser([&, this](int number) {
+        if (number == deletedAtTrack) spawn(runtime.main(), deleteLibrary(*libraries, library));
+    });
+    extractor->genre = "House";
+    int round = 0;
+    // In the reading, of few files; in the making of the tracks, when some hundred are there.
+    for (const auto& [files, file, track] : {std::tuple{3, 1, 0}, std::tuple{450, 0, 250}}) {
+        addSongs(files);
+        if (round++ > 0)
+            library =
+                runtime.run(libraries->upsertLibrary("Music", music.string(), std::nullopt, std::nullopt));
+        scanner = makeScanner(&parser);
+        deletedAtTrack = track;
+        extractor->before = [this, file = file](int number, const std::string&) -> Task<void> {
+            return number == file ? runOn(runtime.main(), deleteLibrary(*libraries, library)) : nothing();
+        };
+        const TrackRef orphan =
+            model::make<Track>("artist|song 1||0.0", TrackMetadata()); // an earlier scan's
+        context().insert(orphan);
+        EXPECT_EQ(failureOfScan(), "Library directory not accessible: " + music.string());
+        context().save();
+        EXPECT_EQ(context().count<FileItem>(), 0U);
+        EXPECT_EQ(context().fetch<Track>(), std::vector{orphan}) << "nobody's: not this deletion's";
+        EXPECT_EQ(context().count<ScanRun>(), 0U);
+        context().remove(orphan);
+    }
 }
 
 } // namespace

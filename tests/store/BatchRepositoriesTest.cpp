@@ -2,10 +2,22 @@
 
 #include "store/CanonicalSignature.hpp"
 
+#include <cmath>
+
 namespace velto::test {
 namespace {
 
-using BatchRepositories = StoreTest;
+class BatchRepositories : public StoreTest {
+  protected:
+    [[nodiscard]] std::vector<std::string> slowLines() const {
+        log::flush();
+        std::vector<std::string> lines = logged.lines();
+        std::erase_if(lines, [](const std::string& line) {
+            return line.find("[SLOW") == std::string::npos && line.find("[CACHE HIT]") == std::string::npos;
+        });
+        return lines;
+    }
+};
 
 TEST_F(BatchRepositories, ATrackOfThisScanIsFoundBeforeItIsSaved) {
     BatchOptimizedTrackRepository repository(context(), clock, nullptr);
@@ -54,6 +66,50 @@ TEST_F(BatchRepositories, ACreationDateThatIsKnownIsNotAskedForAgain) {
                              "📅 [FILE DATE] Found existing file gone.mp3, current creationDate: nil",
                              "📅 [FILE DATE] File already has creationDate, skipping"})
         EXPECT_TRUE(logged.contains(line)) << line;
+}
+
+/// Each look at it takes a while.
+class SlowClock final : public Clock {
+  public:
+    double step = 0;
+
+    [[nodiscard]] Date now() const override {
+        seconds_ += step;
+        return dateFromMicroseconds(1'700'000'000'000'000 + std::llround(seconds_ * 1e6));
+    }
+
+    Task<void> sleep(Seconds) override { co_return; }
+
+  private:
+    mutable double seconds_ = 0;
+};
+
+TEST_F(BatchRepositories, SlowStepsAreReported) {
+    SlowClock slow;
+    BatchOptimizedFileRepository files(context(), slow);
+    BatchOptimizedTrackRepository tracks(context(), slow, nullptr);
+    const auto library = addLibrary("library");
+    const std::string signature = std::string(49, 's') + "é"; // the shown part ends before a half character
+    const auto lookUp = [&](double step) {
+        slow.step = step;
+        runtime.run(files.ensureFile(library, info("a.mp3")));
+        runtime.run(tracks.upsertTrack({}, signature));
+    };
+    lookUp(0.0002);
+    lookUp(0.0002);
+    context().remove(library->files.front());
+    context().remove(context().fetch<Track>().front());
+    EXPECT_THAT(slowLines(), ::testing::ElementsAre()) << "nothing was slow";
+    lookUp(0.02);
+    lookUp(0.02);
+    EXPECT_THAT(
+        slowLines(),
+        ::testing::ElementsAre(
+            "⚠️ [SLOW FILE] ensureFile took 0.0600s (lookup: 0.0200s) for a.mp3 [library had 0 files]",
+            "⚠️ [SLOW FETCH] Track lookup for " + std::string(49, 's') + "... took 0.020s",
+            "⚠️ [SLOW FILE] ensureFile (update) took 0.0600s (lookup: 0.0200s) for a.mp3 "
+            "[library has 1 files]",
+            "💰 [CACHE HIT] Track lookup for " + std::string(49, 's') + "... took 0.020s"));
 }
 
 TEST_F(BatchRepositories, TheIndexFollowsWhatOthersDoToTheLibrary) {

@@ -97,13 +97,16 @@ FolderGrants::Resolved FolderGrants::resolve(const Bookmark& bookmark) {
     const std::string path(bookmark.begin() + headerBytes, bookmark.end());
     const Identity granted{numberAt(bookmark, bookmarkMark.size()),
                            numberAt(bookmark, bookmarkMark.size() + 8)};
-    return {path, identityOf(path) != granted};
+    return {path, identityOf(path) != granted, files::isReadable(path)};
 }
 
 bool FolderGrants::startAccessing(const std::filesystem::path& folder) {
-    if (!files::isDirectory(folder) || !files::isReadable(folder)) return false;
-    ++active_[key(folder)];
-    return true;
+    return startAccessing(Resolved{folder, false, files::isDirectory(folder) && files::isReadable(folder)});
+}
+
+bool FolderGrants::startAccessing(const Resolved& folder) {
+    if (folder.isReadable) ++active_[key(folder.path)];
+    return folder.isReadable;
 }
 
 void FolderGrants::stopAccessing(const std::filesystem::path& folder) {

@@ -37,18 +37,22 @@ class FolderGrants {
 
     struct Resolved {
         std::filesystem::path path;
-        bool isStale; ///< another device or inode is at the path now; make a new bookmark
+        bool isStale = false;    ///< another device or inode is at the path now; make a new bookmark
+        bool isReadable = false; ///< when it was resolved
     };
 
     /// A token for an existing readable folder. Throws FolderGrantError.
     [[nodiscard]] static Bookmark makeBookmark(const std::filesystem::path& folder);
 
-    /// Throws FolderGrantError: the bytes are no bookmark, or no folder is at its path.
+    /// Throws FolderGrantError: the bytes are no bookmark, or no folder is at its path. Asks the file system:
+    /// call it off the main actor, which it does not need.
     [[nodiscard]] static Resolved resolve(const Bookmark& bookmark);
 
     /// Begins a use of the folder; false (and nothing to stop) where it is missing, no folder or unreadable.
     /// Each success needs one stopAccessing of the same path.
     [[nodiscard]] bool startAccessing(const std::filesystem::path& folder);
+    /// The same by what resolve() has seen, without a further question to the file system.
+    [[nodiscard]] bool startAccessing(const Resolved& folder);
     /// Ends one use; of a folder that is not in use, a bug that is logged and otherwise ignored.
     void stopAccessing(const std::filesystem::path& folder);
 

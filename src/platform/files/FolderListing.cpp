@@ -30,7 +30,7 @@ Descriptor openFolder(std::string_view path, bool followLink) {
     return step(path, followLink ? 0 : O_NOFOLLOW) ? std::move(at) : Descriptor();
 }
 
-Date dateOf(const timespec& time) {
+Date dateOf(const statx_timestamp& time) {
     constexpr std::int64_t farthestSecond = 9'000'000'000'000; // in microseconds still 64 bits
     const std::int64_t second = std::clamp<std::int64_t>(time.tv_sec, -farthestSecond, farthestSecond);
     return dateFromMicroseconds(second * 1'000'000 + time.tv_nsec / 1'000);
@@ -74,23 +74,30 @@ FolderListing::~FolderListing() {
 }
 
 std::optional<Entry> FolderListing::next() {
-    while (const dirent* entry = stream_ == nullptr ? nullptr : ::readdir(stream_)) {
+    if (stream_ == nullptr) return std::nullopt;
+    while (true) {
+        errno = 0; // nothing else tells the end from a failure
+        const dirent* entry = ::readdir(stream_);
+        if (entry == nullptr && errno != 0) throw SystemError(errno, "Cannot read on in the folder", path_);
+        if (entry == nullptr) return std::nullopt;
         const std::string_view name = entry->d_name;
         if (name == "." || name == "..") continue;
         return Entry{name, kindOf(*entry, ::dirfd(stream_))};
     }
-    return std::nullopt;
 }
 
 std::optional<EntryAttributes> FolderListing::attributes(std::string_view name) const {
-    struct ::stat info {};
+    struct ::statx info {};
 
     const std::string terminated(name);
-    if (::fstatat(::dirfd(stream_), terminated.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
+    constexpr unsigned wanted = STATX_SIZE | STATX_MTIME | STATX_BTIME;
+    if (::statx(::dirfd(stream_), terminated.c_str(), AT_SYMLINK_NOFOLLOW, wanted, &info) != 0) {
         if (errno == ENOENT) return std::nullopt;
         throw SystemError(errno, "Cannot read the attributes of", path_ + "/" + terminated);
     }
-    return EntryAttributes{info.st_size, dateOf(info.st_mtim)};
+    EntryAttributes attributes{static_cast<std::int64_t>(info.stx_size), dateOf(info.stx_mtime), {}};
+    if ((info.stx_mask & STATX_BTIME) != 0) attributes.creationDate = dateOf(info.stx_btime);
+    return attributes;
 }
 
 } // namespace velto::files

@@ -26,6 +26,7 @@ struct Entry {
 struct EntryAttributes {
     std::int64_t sizeBytes;
     Date modificationDate;
+    std::optional<Date> creationDate; ///< absent where the file system keeps none
 };
 
 /// The entries of one folder, in the file system's order, "." and ".." left out. Holds one descriptor. Paths
@@ -41,7 +42,7 @@ class FolderListing {
     /// False where the path is no folder or cannot be read.
     [[nodiscard]] bool isOpen() const { return stream_ != nullptr; }
 
-    /// The next entry; absent at the end, or where the folder cannot be read on.
+    /// The next entry; absent at the end. Throws SystemError where the folder cannot be read on.
     [[nodiscard]] std::optional<Entry> next();
 
     /// Of an entry by its name; absent where it is gone. Throws SystemError where it cannot be asked.

@@ -4,7 +4,7 @@
 #include "platform/model/ObjectAccess.hpp"
 
 #include <algorithm>
-#include <iterator>
+#include <utility>
 
 namespace velto::model {
 
@@ -17,6 +17,13 @@ constexpr int turnsBeforeLast =
     10'000; // whoever changes more than is captured does not hold a save up for ever
 
 } // namespace
+
+/// Hundreds of thousands of rows and handles take a while to free: not on the main actor.
+struct BackgroundSave::Spent {
+    std::deque<Captured> captured;
+    std::unordered_map<const Object*, std::size_t> places;
+    std::vector<std::vector<Ref<Object>>> deleted;
+};
 
 /// Puts the capture back when the coroutine goes before it could launch.
 struct BackgroundSave::Abort {
@@ -51,6 +58,7 @@ Task<void> BackgroundSave::run(ModelContext& context, Executors executors) {
     const auto save = std::make_shared<BackgroundSave>(context, executors.main);
     context.state_->backgroundSave = save;
     const Abort abort(save);
+    save->places_.reserve(context.state_->pending.size());
     for (int turn = 0; !save->capture(turn >= turnsBeforeLast); ++turn) {
         co_await yieldNow();
         if (save->context_ == nullptr) co_return;
@@ -60,6 +68,7 @@ Task<void> BackgroundSave::run(ModelContext& context, Executors executors) {
     const auto job = [save, outcome = std::exchange(save->promise_, nullptr)] { save->write(*outcome); };
     co_await offload(executors, job);
     save->settle();
+    asio::post(executors.pool, [spent = save->spent()] {});
     if (save->failure_) std::rethrow_exception(save->failure_);
 }
 
@@ -84,7 +93,7 @@ void BackgroundSave::captureRow(const Ref<Object>& object, std::size_t place) {
                                                                          : RowChange::Kind::update;
     if (ObjectAccess::state(changing) == ObjectState::inserted) kind = RowChange::Kind::insert;
     const auto [known, isNew] = places_.try_emplace(object.get(), captured_.size());
-    if (isNew) captured_.push_back({object, {kind, place, ObjectAccess::row(changing), nullptr, {}}});
+    if (isNew) captured_.push_back({object, {kind, place, ObjectAccess::row(changing), nullptr, {}}, false});
     RowChange& change = captured_[known->second].change;
     change.kind = std::max(change.kind, kind); // the later capture holds what the earlier one was for
     CaptureSink sink(context_->state_->codecs[place].columnCount());
@@ -97,53 +106,51 @@ void BackgroundSave::launch() {
     auto& state = *context_->state_;
     isLaunched_ = true;
     deleted_.swap(state.pending.deleted);
-    for (auto place = state.writeOrder.rbegin(); place != state.writeOrder.rend(); ++place)
-        for (const auto& object : deleted_[*place])
-            changes_.push_back({RowChange::Kind::remove, *place, ObjectAccess::row(*object), nullptr, {}});
-    firstWritten_ = changes_.size();
-    changes_.reserve(changes_.size() + captured_.size());
     for (Captured& captured : captured_) {
-        if (captured.object->isDeleted()) continue;
-        changes_.push_back(std::move(captured.change));
-        captured.change = {changes_.back().kind, changes_.back().entity, changes_.back().row, nullptr, {}};
-        if (captured.change.kind == RowChange::Kind::insert)
+        captured.isDropped = captured.object->isDeleted();
+        if (!captured.isDropped && captured.change.kind == RowChange::Kind::insert)
             ObjectAccess::setState(const_cast<Object&>(*captured.object), ObjectState::saved);
     }
-    rank_.resize(state.writeOrder.size());
-    for (std::size_t i = 0; i < rank_.size(); ++i)
-        rank_[state.writeOrder[i]] = i;
+    writeOrder_ = state.writeOrder;
 }
 
-void BackgroundSave::sortChanges() {
+std::vector<RowChange> BackgroundSave::sortedChanges() {
     // Sorts small keys and moves each row once: rows are large.
     struct Key {
         std::size_t group;
         std::int64_t row;
-        std::size_t place;
+        Captured* captured;
     };
 
+    std::vector<std::size_t> rank(writeOrder_.size());
+    for (std::size_t i = 0; i < rank.size(); ++i)
+        rank[writeOrder_[i]] = i;
     std::vector<Key> keys;
-    keys.reserve(changes_.size());
-    for (std::size_t i = firstWritten_; i < changes_.size(); ++i) {
-        const bool isInsert = changes_[i].kind == RowChange::Kind::insert;
-        keys.push_back({rank_[changes_[i].entity] + (isInsert ? rank_.size() : 0), changes_[i].row, i});
+    keys.reserve(captured_.size());
+    for (Captured& captured : captured_) {
+        if (captured.isDropped) continue;
+        const bool isInsert = captured.change.kind == RowChange::Kind::insert;
+        keys.push_back(
+            {rank[captured.change.entity] + (isInsert ? rank.size() : 0), captured.change.row, &captured});
     }
     std::sort(keys.begin(), keys.end(), [](const Key& left, const Key& right) {
         return left.group != right.group ? left.group < right.group : left.row < right.row;
     });
     std::vector<RowChange> sorted;
-    sorted.reserve(changes_.size());
-    std::move(changes_.begin(), changes_.begin() + static_cast<std::ptrdiff_t>(firstWritten_),
-              std::back_inserter(sorted));
-    for (const Key& key : keys)
-        sorted.push_back(std::move(changes_[key.place]));
-    changes_ = std::move(sorted);
+    for (auto place = writeOrder_.rbegin(); place != writeOrder_.rend(); ++place)
+        for (const auto& object : deleted_[*place])
+            sorted.push_back({RowChange::Kind::remove, *place, ObjectAccess::row(*object), nullptr, {}});
+    sorted.reserve(sorted.size() + keys.size());
+    for (const Key& key : keys) {
+        RowChange& change = key.captured->change;
+        sorted.push_back({change.kind, change.entity, change.row, nullptr, std::move(change.values)});
+    }
+    return sorted;
 }
 
 void BackgroundSave::write(std::promise<void>& outcome) {
     try {
-        sortChanges();
-        if (!changes_.empty()) writer_.write(changes_);
+        if (const auto changes = sortedChanges(); !changes.empty()) writer_.write(changes);
         outcome.set_value();
     } catch (...) {
         outcome.set_exception(std::current_exception());
@@ -196,13 +203,14 @@ void BackgroundSave::putBack() {
 
 void BackgroundSave::end() {
     ModelContext* const context = std::exchange(context_, nullptr);
-    captured_.clear();
-    places_.clear();
-    deleted_.clear();
     ended_.set();
     for (auto& table : context->state_->tables)
         table.tidy();
     context->state_->backgroundSave.reset(); // may be the last that holds this
+}
+
+std::shared_ptr<BackgroundSave::Spent> BackgroundSave::spent() {
+    return std::make_shared<Spent>(Spent{std::move(captured_), std::move(places_), std::move(deleted_)});
 }
 
 } // namespace velto::model

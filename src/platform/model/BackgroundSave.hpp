@@ -5,6 +5,7 @@
 #include "platform/model/ModelContext.hpp"
 #include "platform/model/StoreWriter.hpp"
 
+#include <deque>
 #include <exception>
 #include <future>
 #include <memory>
@@ -31,8 +32,10 @@ class BackgroundSave {
     struct Captured {
         Ref<Object> object;
         RowChange change;
+        bool isDropped = false; ///< deleted before it was written
     };
     struct Abort;
+    struct Spent;
 
     /// Captures some pending rows; true when the capture agrees with the context as it stands now.
     bool capture(bool isLastTurn);
@@ -41,11 +44,11 @@ class BackgroundSave {
     /// From here on the capture counts as the store's content, until settle() says otherwise.
     void launch();
 
-    /// Any thread: touches none of the main actor's objects.
+    /// Any thread: touches none of the main actor's objects but the row ids of deleted ones.
     void write(std::promise<void>& outcome);
 
-    /// Puts changes_ in the order of writing. As write(), on any thread.
-    void sortChanges();
+    /// All that is to be written, in the order of writing: deletions first. As write(), on any thread.
+    [[nodiscard]] std::vector<RowChange> sortedChanges();
 
     /// Takes the outcome of write() over; waits for it where it is still to come.
     void settle();
@@ -53,15 +56,16 @@ class BackgroundSave {
     void putBack();
     void end();
 
+    /// All that is of no more use.
+    [[nodiscard]] std::shared_ptr<Spent> spent();
+
     ModelContext* context_; ///< null once it has ended
     StoreWriter& writer_;
     Event ended_;
-    std::vector<Captured> captured_;
+    std::deque<Captured> captured_;                         ///< the values go to write()
     std::unordered_map<const Object*, std::size_t> places_; ///< in captured_
     std::vector<std::vector<Ref<Object>>> deleted_;
-    std::vector<RowChange> changes_; ///< write() sorts them; the writer's from launch() on
-    std::vector<std::size_t> rank_;  ///< of the entities in the order of writing
-    std::size_t firstWritten_ = 0;   ///< in changes_; the deletions stand in front
+    std::vector<std::size_t> writeOrder_; ///< of the entities, filled by launch()
     std::shared_ptr<std::promise<void>> promise_;
     std::future<void> written_;
     std::exception_ptr failure_;

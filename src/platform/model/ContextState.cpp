@@ -53,6 +53,13 @@ bool PendingChanges::empty() const {
            std::all_of(deleted.begin(), deleted.end(), [](const auto& list) { return list.empty(); });
 }
 
+std::size_t PendingChanges::size() const {
+    std::size_t count = 0;
+    for (const auto& list : changed)
+        count += list.size();
+    return count;
+}
+
 ModelContext::State::State(std::shared_ptr<Database> store, const Schema& schema)
     : database(std::move(store))
     , codecs(codecsOf(schema))

@@ -22,6 +22,9 @@ struct PendingChanges {
 
     [[nodiscard]] bool empty() const;
 
+    /// Of the changed ones, those that were deleted since included.
+    [[nodiscard]] std::size_t size() const;
+
     std::vector<std::vector<Ref<Object>>> changed;
     std::vector<std::vector<Ref<Object>>> deleted; ///< only those that have a row
 };

@@ -5,8 +5,12 @@
 
 namespace velto::model {
 
-struct BackgroundLoad {
-    static Task<void> run(ModelContext& context, Executors executors) {
+namespace {
+constexpr std::size_t objectsPerTurn = 2'000; // about a millisecond of the main actor
+} // namespace
+
+struct BackgroundWork {
+    static Task<void> load(ModelContext& context, Executors executors) {
         if (context.state_->isLoaded) co_return;
         // The job may outlast its caller: it holds the store and a copy of the descriptions.
         const auto read = [database = context.state_->database, codecs = context.state_->codecs] {
@@ -16,11 +20,24 @@ struct BackgroundLoad {
         if (context.state_->isLoaded) co_return;
         context.state_->adopt(*graph, context);
     }
+
+    static Task<void> index(ModelContext& context, const EntityDescription& entity, std::size_t room) {
+        context.load();
+        UniqueIndex& index = context.state_->uniques[indexOf(context.state_->codecs, entity)];
+        index.reserve(context.count(entity) + room);
+        while (index.build(objectsPerTurn))
+            co_await yieldNow();
+    }
 };
 
 Task<void> loadInBackground(ModelContext& context, Executors executors) {
     assertMainActor();
-    co_await BackgroundLoad::run(context, executors);
+    co_await BackgroundWork::load(context, executors);
+}
+
+Task<void> indexInBackground(ModelContext& context, const EntityDescription& entity, std::size_t room) {
+    assertMainActor();
+    co_await BackgroundWork::index(context, entity, room);
 }
 
 Task<void> saveInBackground(ModelContext& context, Executors executors) {

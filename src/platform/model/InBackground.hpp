@@ -3,8 +3,8 @@
 #include "platform/concurrency/Executors.hpp"
 #include "platform/model/ModelContext.hpp"
 
-// The two operations of a context that take long, done without holding the main actor up. Call on the main
-// actor; the context must outlive the call, and the executors the context.
+// What takes long over a large context, done without holding the main actor up. Call on the main actor; the
+// context must outlive the call, and the executors the context.
 
 namespace velto::model {
 
@@ -17,5 +17,26 @@ Task<void> loadInBackground(ModelContext& context, Executors executors);
 /// first, and a plain save() or a rollback() may come between. Fails as save() does, and then all that it
 /// took is pending again.
 Task<void> saveInBackground(ModelContext& context, Executors executors);
+
+/// Makes the index of findUnique() for one entity, in short turns: otherwise its first call does, at once. It
+/// will take `room` more objects without growing.
+Task<void> indexInBackground(ModelContext& context, const EntityDescription& entity, std::size_t room);
+
+/// `visit(const Ref<T>&)` for each object of T in the order of insertion, in short turns. Objects that are
+/// inserted between the turns are visited too, removed ones are not.
+template <typename T, typename F>
+Task<void> forEachInTurns(ModelContext& context, F visit) {
+    constexpr std::size_t objectsPerTurn = 2'000;
+    std::vector<Ref<T>> turn = context.fetchAfter<T>({}, objectsPerTurn);
+    while (!turn.empty()) {
+        for (const Ref<T>& object : turn)
+            visit(object);
+        const PersistentIdentifier last = turn.back()->persistentId();
+        if (turn.size() < objectsPerTurn) co_return;
+        turn.clear();
+        co_await yieldNow();
+        turn = context.fetchAfter<T>(last, objectsPerTurn);
+    }
+}
 
 } // namespace velto::model

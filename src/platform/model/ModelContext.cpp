@@ -23,6 +23,12 @@ void ModelContext::forEach(const EntityDescription& entity, const std::function<
     state_->tables[indexOf(state_->codecs, entity)].forEach(visit);
 }
 
+void ModelContext::forEachAfter(const EntityDescription& entity, PersistentIdentifier last, std::size_t most,
+                                const std::function<void(const Object&)>& visit) {
+    load();
+    state_->tables[indexOf(state_->codecs, entity)].visitAfter(last.row(), most, visit);
+}
+
 std::size_t ModelContext::count(const EntityDescription& entity) {
     load();
     return state_->tables[indexOf(state_->codecs, entity)].size();

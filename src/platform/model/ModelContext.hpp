@@ -71,13 +71,23 @@ class ModelContext {
         return found;
     }
 
+    /// The first objects of T, at most `most`, that were inserted after the one of this identity, whether
+    /// that one is still there or not; after none with the default identity.
+    template <typename T>
+    [[nodiscard]] std::vector<Ref<T>> fetchAfter(PersistentIdentifier last, std::size_t most) {
+        std::vector<Ref<T>> found;
+        forEachAfter(entityDescription<T>(), last, most,
+                     [&](const Object& object) { found.push_back(Ref<T>(static_cast<const T&>(object))); });
+        return found;
+    }
+
     template <typename T>
     [[nodiscard]] std::size_t count() {
         return count(entityDescription<T>());
     }
 
     /// The object whose unique attribute has this value, pending ones included; null where there is none.
-    /// Constant time.
+    /// Constant time, but for the first call of an entity, which makes its index.
     template <typename T>
     [[nodiscard]] Ref<T> findUnique(std::string_view attribute, std::string_view value) {
         return Ref<T>(static_cast<const T*>(findUnique(entityDescription<T>(), attribute, value)));
@@ -138,12 +148,14 @@ class ModelContext {
     friend class ToOneBase;
     friend class BackgroundSave;
     friend class Rollback;
-    friend struct BackgroundLoad;
+    friend struct BackgroundWork;
     class State;
 
     explicit ModelContext(std::unique_ptr<State> state);
 
     void forEach(const EntityDescription& entity, const std::function<void(const Object&)>& visit);
+    void forEachAfter(const EntityDescription& entity, PersistentIdentifier last, std::size_t most,
+                      const std::function<void(const Object&)>& visit);
     [[nodiscard]] std::size_t count(const EntityDescription& entity);
     [[nodiscard]] const Object* findUnique(const EntityDescription& entity, std::string_view attribute,
                                            std::string_view value);

@@ -34,6 +34,14 @@ Targets readTable(Database& database, const RowCodec& codec, ObjectTable& table)
     return targets;
 }
 
+/// The highest row id that the table ever held, by what SQLite keeps of an AUTOINCREMENT column.
+std::int64_t highestRow(Database& database, const RowCodec& codec) {
+    const std::int64_t row = database.integer(fmt::format(
+        "SELECT coalesce(max(seq), 0) FROM sqlite_sequence WHERE name = '{}'", codec.entity().name()));
+    if (row > lastRow) throw database.damaged(fmt::format("{} counts to {}", codec.entity().name(), row));
+    return row;
+}
+
 void link(const std::vector<RowCodec>& codecs, const RowCodec& codec, const ObjectGraph& graph,
           const ObjectTable& table, const Targets& targets) {
     const auto& relationships = codec.entity().toOnes();
@@ -63,8 +71,13 @@ std::size_t indexOf(const std::vector<RowCodec>& codecs, const EntityDescription
 ObjectGraph readGraph(Database& database, const std::vector<RowCodec>& codecs) {
     ObjectGraph graph(codecs.size());
     std::vector<Targets> targets;
-    for (std::size_t i = 0; i < codecs.size(); ++i)
+    // A store of the first builds has no such table and gives the ids of its last rows again.
+    const bool hasSequence =
+        database.integer("SELECT count(*) FROM sqlite_schema WHERE name = 'sqlite_sequence'") > 0;
+    for (std::size_t i = 0; i < codecs.size(); ++i) {
         targets.push_back(readTable(database, codecs[i], graph[i]));
+        if (hasSequence) graph[i].useUp(highestRow(database, codecs[i]));
+    }
     for (std::size_t i = 0; i < codecs.size(); ++i)
         link(codecs, codecs[i], graph, graph[i], targets[i]);
     return graph;

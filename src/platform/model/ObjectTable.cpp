@@ -38,6 +38,13 @@ const ObjectTable::Entry* ObjectTable::entry(std::int64_t row) const {
     return found != entries_.end() && found->row == row ? &*found : nullptr;
 }
 
+std::size_t ObjectTable::placeAfter(std::int64_t row) const {
+    const auto found =
+        std::upper_bound(entries_.begin(), entries_.end(), row,
+                         [](std::int64_t value, const Entry& entry) { return value < entry.row; });
+    return static_cast<std::size_t>(found - entries_.begin());
+}
+
 Object* ObjectTable::find(std::int64_t row) const {
     const Entry* found = entry(row);
     return found != nullptr ? found->object : nullptr;

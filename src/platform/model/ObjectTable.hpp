@@ -2,6 +2,8 @@
 
 #include "platform/model/Object.hpp"
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -38,6 +40,21 @@ class ObjectTable {
             if (entries_[i].object != nullptr) visit(*entries_[i].object);
     }
 
+    /// `visit(Object&)` for the first objects, at most `most`, with row ids above `row`; how many they were.
+    template <typename F>
+    std::size_t visitAfter(std::int64_t row, std::size_t most, F visit) const {
+        std::size_t visited = 0;
+        for (std::size_t i = placeAfter(row); i < entries_.size() && visited < most; ++i) {
+            if (entries_[i].object == nullptr) continue;
+            visit(*entries_[i].object);
+            ++visited;
+        }
+        return visited;
+    }
+
+    /// Row ids up to this one are not given any more.
+    void useUp(std::int64_t row) { nextRow_ = std::max(nextRow_, row + 1); }
+
     void swap(ObjectTable& other) noexcept;
 
     /// Closes the gaps where they are many. Not while iterating.
@@ -50,6 +67,8 @@ class ObjectTable {
     };
 
     [[nodiscard]] const Entry* entry(std::int64_t row) const;
+    /// Where the entries with row ids above this one begin.
+    [[nodiscard]] std::size_t placeAfter(std::int64_t row) const;
 
     std::vector<Entry> entries_;
     std::size_t holes_ = 0;

@@ -8,8 +8,9 @@
 namespace velto::model {
 
 /// Says which object of the store is meant. An object gets its lasting value when it is inserted, before any
-/// save; it is the same after a save and in every later run. An object that was never inserted has a
-/// provisional one that holds until its insertion.
+/// save; it is the same after a save and in every later run, and no other object of the store gets the one
+/// that a saved object had. An object that was never inserted has a provisional one that holds until its
+/// insertion.
 class PersistentIdentifier {
   public:
     PersistentIdentifier() = default;

@@ -155,7 +155,7 @@ std::vector<std::string> RowCodec::columns() const {
 
 std::vector<std::string> RowCodec::createStatements() const {
     const std::string table = quoted(entity_.name());
-    std::vector<std::string> parts{R"("_id" INTEGER PRIMARY KEY)"};
+    std::vector<std::string> parts{R"("_id" INTEGER PRIMARY KEY AUTOINCREMENT)"};
     std::vector<std::string> statements(1);
     for (const auto& attribute : entity_.attributes())
         parts.push_back(quoted(attribute.name) + ' ' + columnType(attribute));

@@ -29,7 +29,9 @@ UniqueIndex::UniqueIndex(const EntityDescription& entity, const ObjectTable& tab
 }
 
 Object* UniqueIndex::find(std::string_view attribute, std::string_view value) {
-    isBuilt_ ? settle() : build();
+    static_cast<void>(build(table_.size()));
+    isBuilt_ = true;
+    settle();
     for (const Attribute& candidate : attributes_) {
         if (candidate.description->name != attribute) continue;
         const auto [first, last] = candidate.objects.equal_range(std::hash<std::string_view>()(value));
@@ -41,22 +43,33 @@ Object* UniqueIndex::find(std::string_view attribute, std::string_view value) {
     return nullptr;
 }
 
-void UniqueIndex::build() {
-    for (Attribute& attribute : attributes_)
-        attribute.objects.reserve(table_.size());
-    table_.forEach([&](Object& object) {
+bool UniqueIndex::build(std::size_t most) {
+    if (isBuilt_) return false;
+    if (lastIndexed_ == 0) reserve(table_.size());
+    const std::size_t indexed = table_.visitAfter(lastIndexed_, most, [&](Object& object) {
         ObjectAccess::unmark(object, ObjectAccess::touched);
         put(object, hashes(object));
+        lastIndexed_ = ObjectAccess::row(object);
     });
-    isBuilt_ = true;
+    isBuilt_ = indexed == 0;
+    return !isBuilt_;
+}
+
+void UniqueIndex::reserve(std::size_t count) {
+    for (Attribute& attribute : attributes_)
+        if (count > attribute.objects.bucket_count()) attribute.objects.reserve(count);
+}
+
+bool UniqueIndex::isIndexed(const Object& object) const {
+    return isBuilt_ || ObjectAccess::row(object) <= lastIndexed_;
 }
 
 void UniqueIndex::insert(Object& object) {
-    if (isBuilt_) put(object, hashes(object));
+    if (isIndexed(object)) put(object, hashes(object));
 }
 
 void UniqueIndex::remove(Object& object) {
-    if (!isBuilt_) return;
+    if (!isIndexed(object)) return;
     settle();
     take(object, hashes(object));
 }
@@ -65,7 +78,7 @@ void UniqueIndex::touch(const Object& object) {
     if (ObjectAccess::isMarked(object, ObjectAccess::touched)) return;
     ObjectAccess::mark(object, ObjectAccess::touched);
     auto& changing = const_cast<Object&>(object);
-    if (isBuilt_ && !attributes_.empty()) touched_.push_back({&changing, hashes(changing)});
+    if (isIndexed(object) && !attributes_.empty()) touched_.push_back({&changing, hashes(changing)});
 }
 
 void UniqueIndex::settle() {

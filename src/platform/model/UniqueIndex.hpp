@@ -9,14 +9,20 @@
 
 namespace velto::model {
 
-/// Finds an entity's objects by their unique attributes. Built at the first look-up; from then on it follows
-/// insertions, removals and changes.
+/// Finds an entity's objects by their unique attributes. Built by build() in as many steps as its caller
+/// likes, or at the first look-up; it follows insertions, removals and changes from the first step on.
 class UniqueIndex {
   public:
     UniqueIndex(const EntityDescription& entity, const ObjectTable& table);
 
     /// The object whose attribute has this value (for UUIDs: its 16 bytes); null where there is none.
     [[nodiscard]] Object* find(std::string_view attribute, std::string_view value);
+
+    /// Indexes at most `most` further objects; false where there were none left.
+    bool build(std::size_t most);
+
+    /// Makes room for so many objects at once: growing on the way takes long where there are many.
+    void reserve(std::size_t count);
 
     void insert(Object& object);
     void remove(Object& object);
@@ -37,7 +43,8 @@ class UniqueIndex {
         std::vector<Hash> hashes; ///< of the values under which it is indexed
     };
 
-    void build();
+    /// Objects beyond the last one indexed get their turn by build().
+    [[nodiscard]] bool isIndexed(const Object& object) const;
     void settle();
     [[nodiscard]] std::vector<Hash> hashes(Object& object) const;
     void put(Object& object, const std::vector<Hash>& hashes);
@@ -46,6 +53,7 @@ class UniqueIndex {
     const ObjectTable& table_;
     std::vector<Attribute> attributes_;
     std::vector<Touched> touched_;
+    std::int64_t lastIndexed_ = 0; ///< row id
     bool isBuilt_ = false;
 };
 
