@@ -117,7 +117,7 @@ Task<void> MainScreenViewModel::restoreAccess(LibraryRef library) {
     if (resolved.isStale)
         log::line("⚠️ [ACCESS] Security bookmark for library '{}' is stale - attempting access anyway",
                   name);
-    if (!services_.folderGrants.startAccessing(resolved.path)) {
+    if (!services_.folderGrants.startAccessing(resolved)) {
         log::line("❌ [ACCESS] Failed to start accessing security-scoped resource for library '{}'", name);
         log::line("❌ [ACCESS] URL: {}", resolved.path.string());
         errorMessage = "Cannot access '" + name + "' directory. Please re-add the library.";

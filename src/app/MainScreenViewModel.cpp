@@ -25,10 +25,12 @@ MainScreenViewModel::MainScreenViewModel(const MainScreenServices& services)
     , background_(std::make_unique<BackgroundTasks>(services.executors.main)) {
     assertMainActor();
     log::line("🏗️ [VIEWMODEL] MainScreenViewModel initializing...");
-    libraryRepository_ = std::make_shared<SwiftDataLibraryRepository>(modelContext_, services_.clock);
+    libraryRepository_ =
+        std::make_shared<SwiftDataLibraryRepository>(modelContext_, services_.clock, services_.executors);
     trackRepository_ = std::make_shared<SwiftDataTrackRepository>(modelContext_, services_.genreTextParser);
     fileRepository_ = std::make_shared<SwiftDataFileRepository>(modelContext_, services_.clock);
-    scanRunRepository_ = std::make_shared<SwiftDataScanRunRepository>(modelContext_, services_.clock);
+    scanRunRepository_ =
+        std::make_shared<SwiftDataScanRunRepository>(modelContext_, services_.clock, services_.executors);
     metadataWriter = std::make_shared<SimpleMetadataWriter>(services_.executors, services_.crashReporter,
                                                             services_.rewriteJournal);
     const ScannerDependencies dependencies{
