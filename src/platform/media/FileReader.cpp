@@ -33,7 +33,9 @@ FileReader::FileReader(const std::filesystem::path& path)
     }
     size_ = static_cast<std::uint64_t>(status.st_size);
     buffer_ = std::move(spareBuffer);
-    if (!buffer_) buffer_.reset(new char[maximumView]);
+    if (!buffer_) buffer_.reset(new char[maximumView + headSize]);
+    moving_.bytes = buffer_.get();
+    head_.bytes = buffer_.get() + maximumView;
 }
 
 FileReader::~FileReader() {
@@ -48,23 +50,31 @@ void FileReader::fail(MediaError::Case kind, std::string_view detail) const {
 std::string_view FileReader::load(std::uint64_t offset, std::size_t length) {
     length = std::min(length, maximumView);
     if (offset >= size_) return {};
+    if (offset + length <= headSize) {
+        if (head_.filled == 0)
+            fill(head_, 0, static_cast<std::size_t>(std::min<std::uint64_t>(size_, headSize)), headSize);
+        if (head_.filled > offset) return head_.view(offset, length);
+    }
     // Starting a little earlier keeps a walk that looks ahead and comes back from reading everything twice.
     const auto margin =
         static_cast<std::size_t>(std::min<std::uint64_t>({block_ / 16, offset, maximumView - length}));
     const std::size_t needed = margin + length;
-    const std::size_t wanted = std::min(std::max(needed, block_), maximumView);
-    start_ = offset - margin;
-    filled_ = 0;
-    while (filled_ < needed) {
-        const ssize_t got = ::pread(descriptor_, buffer_.get() + filled_, wanted - filled_,
-                                    static_cast<off_t>(start_ + filled_));
+    fill(moving_, offset - margin, needed, std::min(std::max(needed, block_), maximumView));
+    if (moving_.filled <= margin) return {};
+    return moving_.view(offset, length);
+}
+
+void FileReader::fill(Window& window, std::uint64_t start, std::size_t needed, std::size_t wanted) {
+    window.start = start;
+    window.filled = 0;
+    while (window.filled < needed) {
+        const ssize_t got = ::pread(descriptor_, window.bytes + window.filled, wanted - window.filled,
+                                    static_cast<off_t>(start + window.filled));
         if (got < 0 && errno == EINTR) continue;
         if (got < 0) fail(MediaError::Case::damaged, std::generic_category().message(errno));
         if (got == 0) break;
-        filled_ += static_cast<std::size_t>(got);
+        window.filled += static_cast<std::size_t>(got);
     }
-    if (filled_ <= margin) return {};
-    return {buffer_.get() + margin, std::min(length, filled_ - margin)};
 }
 
 std::string FileReader::copy(std::uint64_t offset, std::size_t length) {

@@ -9,8 +9,9 @@
 
 namespace velto::media {
 
-/// A regular file read by position through one small buffer, so that many small looks at it cost few system
-/// calls. Throws MediaError where it cannot be opened or read.
+/// A regular file read by position through a window that moves, so that many small looks at it cost few
+/// system calls; its head, to which every format comes back, has a window of its own. Throws MediaError where
+/// it cannot be opened or read.
 class FileReader {
   public:
     /// The most that one view can span, in bytes.
@@ -31,8 +32,8 @@ class FileReader {
     /// Up to `length` bytes (at most maximumView) from `offset`, fewer only at the file's end. Valid until
     /// the next call.
     [[nodiscard]] std::string_view at(std::uint64_t offset, std::size_t length) {
-        if (offset >= start_ && offset - start_ + length <= filled_)
-            return {buffer_.get() + (offset - start_), length};
+        if (moving_.holds(offset, length)) return moving_.view(offset, length);
+        if (head_.holds(offset, length)) return head_.view(offset, length);
         return load(offset, length);
     }
 
@@ -45,15 +46,34 @@ class FileReader {
     [[noreturn]] void fail(MediaError::Case kind, std::string_view detail) const;
 
   private:
+    static constexpr std::size_t headSize = 8 * 1024;
+
+    struct Window {
+        [[nodiscard]] bool holds(std::uint64_t offset, std::size_t length) const {
+            return offset >= start && offset - start + length <= filled;
+        }
+
+        /// Up to `length` of what it holds from there.
+        [[nodiscard]] std::string_view view(std::uint64_t offset, std::size_t length) const {
+            return std::string_view(bytes, filled).substr(static_cast<std::size_t>(offset - start), length);
+        }
+
+        char* bytes = nullptr;
+        std::uint64_t start = 0;
+        std::size_t filled = 0;
+    };
+
     std::string_view load(std::uint64_t offset, std::size_t length);
+    /// Reads on until `needed` bytes are there or the file ends, up to `wanted` at once.
+    void fill(Window& window, std::uint64_t start, std::size_t needed, std::size_t wanted);
 
     const std::filesystem::path& path_;
     int descriptor_;
     std::uint64_t size_ = 0;
-    std::uint64_t start_ = 0;
-    std::size_t filled_ = 0;
     std::size_t block_ = 8 * 1024;
-    std::unique_ptr<char[]> buffer_;
+    std::unique_ptr<char[]> buffer_; ///< the moving window's bytes, then the head's
+    Window moving_;
+    Window head_;
 };
 
 /// Numbers as the containers store them; bytes that are not there count as 0.

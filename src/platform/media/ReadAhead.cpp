@@ -100,8 +100,7 @@ void ReadAhead::reached(std::size_t index) {
     {
         const std::lock_guard lock(state_->mutex);
         // Waking the thread for every file would cost more than it saves.
-        constexpr std::size_t stride = 8;
-        due = index / stride != state_->reached / stride;
+        due = index / cachedStep != state_->reached / cachedStep;
         state_->reached = std::max(state_->reached, index);
     }
     if (due) state_->wake.notify_one();

@@ -69,6 +69,7 @@ std::size_t indexOf(const std::vector<RowCodec>& codecs, const EntityDescription
 }
 
 ObjectGraph readGraph(Database& database, const std::vector<RowCodec>& codecs) {
+    const auto lock = database.lock();
     ObjectGraph graph(codecs.size());
     std::vector<Targets> targets;
     // A store of the first builds has no such table and gives the ids of its last rows again.

@@ -22,6 +22,7 @@ Rollback::Rollback(ModelContext& context)
     , state_(*context.state_) {}
 
 void Rollback::read() {
+    const auto lock = state_.database->lock();
     for (std::size_t place = 0; place < state_.codecs.size(); ++place) {
         Statement select(*state_.database, state_.codecs[place].selectRow());
         for (const auto& object : state_.pending.changed[place])

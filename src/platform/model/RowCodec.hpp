@@ -11,8 +11,23 @@
 
 namespace velto::model {
 
-/// A row's values apart from its object, so that they can be written on another thread.
-using CapturedRow = std::vector<std::variant<std::monostate, std::int64_t, double, std::string>>;
+/// A row's values apart from its object, so that they can be written on another thread. Its texts lie one
+/// behind the other: a large save captures and frees millions of values.
+struct CapturedRow {
+    struct Text {
+        std::size_t offset;
+        std::size_t length;
+    };
+
+    using Cell = std::variant<std::monostate, std::int64_t, double, Text>;
+
+    [[nodiscard]] std::string_view view(Text text) const {
+        return std::string_view(texts).substr(text.offset, text.length);
+    }
+
+    std::vector<Cell> cells;
+    std::string texts;
+};
 
 /// Takes an object's values, one parameter after the other.
 class RowSink {
@@ -82,7 +97,10 @@ class StatementSink final : public RowSink {
 
 class CaptureSink final : public RowSink {
   public:
-    explicit CaptureSink(std::size_t columns) { row_.reserve(columns); }
+    explicit CaptureSink(std::size_t columns) {
+        row_.cells.reserve(columns);
+        row_.texts.reserve(typicalTexts);
+    }
 
     void null(int parameter) override { put(parameter, std::monostate()); }
 
@@ -90,15 +108,19 @@ class CaptureSink final : public RowSink {
 
     void real(int parameter, double value) override { put(parameter, value); }
 
-    void text(int parameter, std::string_view value, bool) override { put(parameter, std::string(value)); }
+    void text(int parameter, std::string_view value, bool) override {
+        put(parameter, CapturedRow::Text{row_.texts.size(), value.size()});
+        row_.texts += value;
+    }
 
     [[nodiscard]] CapturedRow take() { return std::move(row_); }
 
   private:
-    template <typename V>
-    void put(int parameter, V value) {
-        row_.resize(static_cast<std::size_t>(parameter));
-        row_.back() = std::move(value);
+    static constexpr std::size_t typicalTexts = 400; // bytes: a song's row, its path or its lists included
+
+    void put(int parameter, CapturedRow::Cell cell) {
+        row_.cells.resize(static_cast<std::size_t>(parameter));
+        row_.cells.back() = cell;
     }
 
     CapturedRow row_;

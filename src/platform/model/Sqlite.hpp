@@ -13,7 +13,8 @@
 
 namespace velto::model {
 
-/// A connection. SQLite's codes leave it as StoreErrors with the store's path. One thread at a time.
+/// A connection. SQLite's codes leave it as StoreErrors with the store's path. SQLite itself takes no lock:
+/// where threads meet, each holds lock() for as long as it uses the connection and its statements.
 class Database {
   public:
     /// `location` is what SQLite opens, `store` what errors name.
@@ -26,6 +27,8 @@ class Database {
     [[nodiscard]] std::int64_t integer(const std::string& sql);
 
     [[nodiscard]] sqlite3* handle() const { return handle_; }
+
+    [[nodiscard]] std::unique_lock<std::mutex> lock() { return std::unique_lock(mutex_); }
 
     [[nodiscard]] const std::filesystem::path& store() const { return store_; }
 
@@ -40,6 +43,7 @@ class Database {
   private:
     sqlite3* handle_ = nullptr;
     std::filesystem::path store_;
+    std::mutex mutex_;
 };
 
 /// A prepared statement. Bound texts are not copied: they must live until reset() or the next step to the

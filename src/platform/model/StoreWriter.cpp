@@ -6,13 +6,13 @@ namespace {
 
 void bindCaptured(Statement& statement, const CapturedRow& values) {
     int parameter = 1;
-    for (const auto& value : values) {
-        if (const auto* integer = std::get_if<std::int64_t>(&value))
+    for (const auto& cell : values.cells) {
+        if (const auto* integer = std::get_if<std::int64_t>(&cell))
             statement.bind(parameter, *integer);
-        else if (const auto* real = std::get_if<double>(&value))
+        else if (const auto* real = std::get_if<double>(&cell))
             statement.bind(parameter, *real);
-        else if (const auto* text = std::get_if<std::string>(&value))
-            statement.bindBorrowed(parameter, *text);
+        else if (const auto* text = std::get_if<CapturedRow::Text>(&cell))
+            statement.bindBorrowed(parameter, values.view(*text));
         else
             statement.bindNull(parameter);
         ++parameter;
@@ -23,10 +23,17 @@ void bindCaptured(Statement& statement, const CapturedRow& values) {
 
 StoreWriter::StoreWriter(Database& database, const std::vector<RowCodec>& codecs)
     : database_(database)
-    , codecs_(codecs)
-    , statements_(codecs.size()) {}
+    , codecs_(codecs) {}
+
+StoreWriter::~StoreWriter() {
+    if (statements_.empty()) return;
+    const auto lock = database_.lock();
+    statements_.clear();
+}
 
 void StoreWriter::write(const std::vector<RowChange>& changes) {
+    const auto lock = database_.lock();
+    statements_.resize(codecs_.size());
     Transaction transaction(database_);
     for (const RowChange& change : changes)
         write(change);

@@ -23,6 +23,9 @@ struct RowChange {
 class StoreWriter {
   public:
     StoreWriter(Database& database, const std::vector<RowCodec>& codecs);
+    StoreWriter(const StoreWriter&) = delete;
+    StoreWriter& operator=(const StoreWriter&) = delete;
+    ~StoreWriter();
 
     /// All or nothing. Throws StoreError.
     void write(const std::vector<RowChange>& changes);
@@ -40,7 +43,7 @@ class StoreWriter {
 
     Database& database_;
     const std::vector<RowCodec>& codecs_;
-    std::vector<Statements> statements_;
+    std::vector<Statements> statements_; ///< empty until the first write
 };
 
 } // namespace velto::model
