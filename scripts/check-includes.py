@@ -17,6 +17,8 @@ HOMES = {
     r"^unicode/": ["platform/text"],
     r"^curl/": ["platform/http"],
     r"^openssl/": ["platform/files"],
+    r"^zlib\.h": ["platform/media", "tagwriting/id3"],
+    r"^nlohmann/": ["backend", "cli", "platform/files", "platform/model"],
     r"^libsecret/": ["platform/secrets"],
     r"^asio[./]": ["platform/concurrency", "platform/http", "cli", "desktop"],
     r"^Q[A-Z]": ["views", "desktop"],

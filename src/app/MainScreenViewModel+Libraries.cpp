@@ -15,7 +15,18 @@ namespace velto {
 
 namespace {
 
-/// Each track that a file of the library links to, once.
+constexpr std::size_t objectsPerTurn = 1'000; // a millisecond or two of the main actor
+
+/// In turns. The context outlives its tasks.
+template <typename E>
+Task<void> removeAll(model::ModelContext& context) {
+    const auto all = context.fetch<E>();
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        if (!all[i]->isDeleted()) context.remove(all[i]); // else by others, while this gave way
+        if ((i + 1) % objectsPerTurn == 0) co_await yieldNow();
+    }
+}
+
 /// After a deletion that could not be saved: what it removed lives again, and no later save removes it after
 /// all.
 void takeBack(model::ModelContext& context, CrashReporter& crashReporter) {
@@ -187,14 +198,10 @@ Task<void> MainScreenViewModel::clearLocalData() {
     }
     try {
         modelContext_.save(); // whoever takes the removal back takes nothing else back with it
-        for (const auto& each : modelContext_.fetch<Library>())
-            modelContext_.remove(each);
-        for (const auto& each : modelContext_.fetch<Track>())
-            modelContext_.remove(each);
-        for (const auto& each : modelContext_.fetch<Playlist>())
-            modelContext_.remove(each);
-        for (const auto& each : modelContext_.fetch<PlaylistFolder>())
-            modelContext_.remove(each);
+        co_await removeAll<Library>(modelContext_);
+        co_await removeAll<Track>(modelContext_);
+        co_await removeAll<Playlist>(modelContext_);
+        co_await removeAll<PlaylistFolder>(modelContext_);
         co_await model::saveInBackground(modelContext_, services_.executors);
         libraries = std::vector<LibraryRef>{};
         tracks = std::vector<TrackRef>{};

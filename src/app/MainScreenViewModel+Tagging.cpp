@@ -19,6 +19,7 @@ namespace {
 constexpr std::size_t tracksPerBatch = 10;
 constexpr std::size_t batchesInFlight = 3;
 constexpr Seconds gapBetweenLaunches{0.1};
+constexpr std::size_t tracksPerTurn = 2'000; // a millisecond or two of the main actor
 
 bool isPresent(const std::optional<std::string>& text) {
     return text && !text->empty();
@@ -72,7 +73,8 @@ Task<TaggingSummary> MainScreenViewModel::tagTracks(std::vector<TrackRef> select
         co_return TaggingSummary{};
     }
     log::line("🏷️ [VM] Tagging {} tracks", selection.size());
-    const auto run = std::make_shared<TaggingRun>(makeBatches(selection), services_.executors.main);
+    auto batches = co_await makeBatches(selection);
+    const auto run = std::make_shared<TaggingRun>(std::move(batches), services_.executors.main);
     for (const TaggingBatch& batch : run->batches)
         run->totalTracks += static_cast<std::int64_t>(batch.inputs.size());
     if (run->totalTracks == 0) {
@@ -114,10 +116,12 @@ Task<TaggingSummary> MainScreenViewModel::tagTracks(std::vector<TrackRef> select
     co_return summary;
 }
 
-std::vector<MainScreenViewModel::TaggingBatch>
+Task<std::vector<MainScreenViewModel::TaggingBatch>>
 MainScreenViewModel::makeBatches(const std::vector<TrackRef>& selection) const {
     std::vector<TaggingBatch> batches;
-    for (const TrackRef& track : selection) {
+    for (std::size_t i = 0; i < selection.size(); ++i) {
+        if (i > 0 && i % tracksPerTurn == 0) co_await yieldNow();
+        const TrackRef& track = selection[i];
         if (!isPresent(track->artist) || !isPresent(track->title)) {
             log::line("⚠️ [VM] Skipping track with missing artist/title: {}",
                       track->title.value_or("Unknown Title"));
@@ -128,7 +132,7 @@ MainScreenViewModel::makeBatches(const std::vector<TrackRef>& selection) const {
         batches.back().inputs.push_back(
             {std::to_string(track->persistentId().hash()), *track->artist, *track->title, track->album});
     }
-    return batches;
+    co_return batches;
 }
 
 Task<void> MainScreenViewModel::runBatches(std::shared_ptr<TaggingRun> run) {

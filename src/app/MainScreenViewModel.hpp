@@ -185,7 +185,7 @@ class MainScreenViewModel final : public std::enable_shared_from_this<MainScreen
     Task<void> rollBackDeletion(LibraryRef library, std::vector<TrackRef> affected, std::string localError,
                                 std::int64_t removedAtBackend);
 
-    [[nodiscard]] std::vector<TaggingBatch> makeBatches(const std::vector<TrackRef>& selection) const;
+    [[nodiscard]] Task<std::vector<TaggingBatch>> makeBatches(const std::vector<TrackRef>& selection) const;
     Task<void> runBatches(std::shared_ptr<TaggingRun> run);
     static Task<void> runBatch(std::shared_ptr<MainScreenViewModel> self, std::shared_ptr<TaggingRun> run,
                                std::size_t index);
