@@ -43,7 +43,7 @@ function(velto_program name)
   target_link_libraries(${name} PRIVATE velto_flags ${ARG_USES})
 endfunction()
 
-# velto_test(NAME SOURCES ... USES ...): one GoogleTest program a folder, one ctest entry a test case.
+# velto_test(NAME SOURCES ... USES ...): one GoogleTest program and one ctest entry a folder.
 function(velto_test name)
   cmake_parse_arguments(ARG "" "" "SOURCES;USES;DEPENDS;LABELS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})

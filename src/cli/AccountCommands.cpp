@@ -1,6 +1,6 @@
 #include "cli/Commands.hpp"
 
-#include "platform/core/Printable.hpp"
+#include "platform/text/Printable.hpp"
 #include "platform/text/Text.hpp"
 
 #include <unistd.h>
@@ -16,7 +16,7 @@ Output sessionOutput(const UserSession& session, const std::optional<std::string
         return output;
     }
     const std::string email = session.email.value_or("");
-    output.text = printable(session.name ? fmt::format("{} <{}>", *session.name, email) : email);
+    output.text = text::printable(session.name ? fmt::format("{} <{}>", *session.name, email) : email);
     if (session.creditBalance) output.text += fmt::format(", {} credits left", session.creditBalance->total);
     output.text += "\n";
     return output;

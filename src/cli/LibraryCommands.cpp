@@ -1,6 +1,6 @@
 #include "cli/Commands.hpp"
 
-#include "platform/core/Printable.hpp"
+#include "platform/text/Printable.hpp"
 #include "scanning/ConcurrentScanner.hpp"
 
 namespace velto::cli {
@@ -12,7 +12,7 @@ constexpr auto defaultIncludeGlob = "*.{mp3,m4a,aif,aiff,wav,flac}";
 
 std::string summary(const ScanRunRef& run) {
     return fmt::format("Scanned {}: {} files, {} new, {} changed, {} missing, {} with errors.\n",
-                       run->library ? printable(run->library->name) : "", run->totalSeen, run->newCount,
+                       run->library ? text::printable(run->library->name) : "", run->totalSeen, run->newCount,
                        run->changedCount, run->missingCount, run->errorCount);
 }
 
@@ -50,9 +50,10 @@ Task<Output> addLibrary(Context& context) {
                                    context.options.excludeGlob);
     failOnError(*viewModel);
     const LibraryRef library = viewModel->selectedLibrary;
-    Output output{fmt::format("Added {} ({}).\n", printable(library->name), printable(library->rootPath)),
-                  toJson(library, context.clock.now()),
-                  {}};
+    Output output{
+        fmt::format("Added {} ({}).\n", text::printable(library->name), text::printable(library->rootPath)),
+        toJson(library, context.clock.now()),
+        {}};
     output.json["scanRun"] = nullptr;
     if (context.options.scanAfterAdding) {
         const ScanRunRef run = co_await scanSelected(context);
@@ -70,8 +71,9 @@ Task<Output> listLibraries(Context& context) {
     const Date now = context.clock.now();
     for (const LibraryRef& library : viewModel->libraries.get()) {
         output.json.push_back(toJson(library, now));
-        output.text += fmt::format("{}  {}  {}, {}\n", printable(library->name), printable(library->rootPath),
-                                   library->trackCountText(), library->lastImportText(now));
+        output.text += fmt::format("{}  {}  {}, {}\n", text::printable(library->name),
+                                   text::printable(library->rootPath), library->trackCountText(),
+                                   library->lastImportText(now));
     }
     if (viewModel->libraries->empty()) output.text = "No libraries\n";
     co_return output;
@@ -84,8 +86,9 @@ Task<Output> removeLibrary(Context& context) {
     viewModel->errorMessage = std::nullopt;
     co_await viewModel->deleteLibrary(library);
     failOnError(*viewModel);
-    co_return Output{
-        "Removed " + printable(name) + ". Its music files are where they were.\n", {{"name", name}}, {}};
+    co_return Output{"Removed " + text::printable(name) + ". Its music files are where they were.\n",
+                     {{"name", name}},
+                     {}};
 }
 
 Task<Output> scan(Context& context) {

@@ -75,7 +75,9 @@ class Parser {
         add->add_option("--name", options_.library, "Its name (default: the folder's)")
             ->type_name("N")
             ->check(isNotEmpty);
-        add->add_option("--include", options_.includeGlob, "Files to take")->type_name("G");
+        add->add_option("--include", options_.includeGlob,
+                        "Files to take (default: *.{mp3,m4a,aif,aiff,wav,flac})")
+            ->type_name("G");
         add->add_option("--exclude", options_.excludeGlob, "Files to leave out")->type_name("G");
         add->add_flag("!--no-scan", options_.scanAfterAdding, "Do not scan it now");
         command(*library, "list", "List the libraries", Command::libraryList);

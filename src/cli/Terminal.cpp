@@ -1,6 +1,6 @@
 #include "cli/Terminal.hpp"
 
-#include "platform/core/Printable.hpp"
+#include "platform/text/Printable.hpp"
 
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -170,7 +170,7 @@ void Terminal::endProgress() {
 
 void Terminal::say(std::string_view text) {
     log::flush();
-    state_->append(printableLines(text) + "\n");
+    state_->append(text::printableLines(text) + "\n");
 }
 
 void Terminal::flush() {

@@ -1,6 +1,6 @@
 #include "cli/Commands.hpp"
 
-#include "platform/core/Printable.hpp"
+#include "platform/text/Printable.hpp"
 
 #include <algorithm>
 
@@ -20,7 +20,7 @@ std::string line(const TrackRef& track) {
     text += track->lastTagged ? "  (tagged)" : "";
     if (const FileStatus status = track->status(); status != FileStatus::ready)
         text += fmt::format("  ({})", rawValue(status));
-    return printable(text) + "\n";
+    return text::printable(text) + "\n";
 }
 
 void sayUnwritten(Context& context, const std::string& what, std::int64_t files) {

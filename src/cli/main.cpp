@@ -1,8 +1,8 @@
 // veltoctl: the state object without a window.
 
 #include "cli/Commands.hpp"
-#include "platform/core/Printable.hpp"
 #include "platform/secrets/FileKeychainService.hpp"
+#include "platform/text/Printable.hpp"
 
 #include <asio/io_context.hpp>
 #include <asio/signal_set.hpp>
@@ -107,7 +107,7 @@ class Program {
             logFile_ = log::addFileSink(home_.log);
             const Output output = co_await command();
             const std::string text =
-                options_.json ? printed(output.json) + "\n" : printableLines(output.text);
+                options_.json ? printed(output.json) + "\n" : text::printableLines(output.text);
             terminal_.endProgress();
             terminal_.flush(); // standard output may be the same terminal
             const bool written =

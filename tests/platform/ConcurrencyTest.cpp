@@ -75,8 +75,8 @@ TEST(Published, TellsObserversUntilTheyLeave) {
 
 TEST(Log, KeepsALineALine) {
     const log::Capture capture;
-    log::line("name {}", "a\nb\x1b[2Jc");
-    EXPECT_EQ(capture.lines(), (std::vector<std::string>{"name a\\nb\\x1b[2Jc"}));
+    log::line("name {}", "a\nb\x1b[2Jc\xff\xc2\x9b\xe2\x82 é 🎉");
+    EXPECT_EQ(capture.lines(), (std::vector<std::string>{"name a\\nb\\x1b[2Jc\\xff\\x9b\\xe2\\x82 é 🎉"}));
 }
 
 TEST(Log, TheFileIsForItsOwnerAndDated) {

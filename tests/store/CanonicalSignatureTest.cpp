@@ -22,7 +22,7 @@ TEST(CanonicalSignature, NormalisesTextsAndRoundsTheDuration) {
         {none, none, none, 215.34, "|||215.3"},
         {"  Daft  Punk ", "ONE\n", "\tDisco", 215.26, "daft  punk|one|disco|215.3"},
         {"daft  punk", "One", "disco ", 215.34, "daft  punk|one|disco|215.3"},
-        {"Daft Punk", "One", "Disco", 1234, "daft punk|one|disco|1234.0"},
+        {"Signal Quartet", "One", "Disco", 1234, "signal quartet|one|disco|1234.0"},
         {"\u00A0\u2003ÄÖÜ\u2028", "a|b", "", 0.05, "äöü|a|b||0.1"},
         {"ΣΊΣΥΦΟΣ", "İ", "É", 0.04, "σίσυφος|i̇|é|0.0"},
         {"\xFF"

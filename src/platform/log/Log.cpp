@@ -2,7 +2,7 @@
 
 #include "platform/core/Date.hpp"
 #include "platform/core/Error.hpp"
-#include "platform/core/Printable.hpp"
+#include "platform/text/Printable.hpp"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -44,7 +44,7 @@ class Writer {
         if (sinks_.empty()) return;
         drained_.wait(lock, [this] { return pending_.size() < bufferLimitBytes || stopping_; });
         const bool wasEmpty = pending_.empty();
-        appendPrintable(pending_, text);
+        text::appendPrintable(pending_, text);
         pending_ += '\n';
         ++appended_;
         if (wasEmpty) wake_.notify_one();
