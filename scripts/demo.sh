@@ -27,7 +27,7 @@ if [[ -z "$folder" ]]; then
   rm -rf "$music"
   echo "1. Sample music"
   # Made once; each run tags a fresh copy.
-  if ! sha256sum --status -c "$demo/pristine.sum" 2>/dev/null; then
+  if [[ ! -d "$demo/pristine" ]] || ! sha256sum --status -c "$demo/pristine.sum" 2>/dev/null; then
     /usr/bin/python3 "$maker" "$demo/pristine" --count 60
     sha256sum "$maker" >"$demo/pristine.sum"
   fi
