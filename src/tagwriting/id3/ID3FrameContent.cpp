@@ -129,7 +129,8 @@ struct ID3AttachedPictureFrameContentParsingOperation {
     frame(ByteView content, ID3Version version, const ID3AttachedPictureFrameConfiguration& configuration) {
         const TextForm form = ID3FrameStringEncodingDetector::detect(content[0], version);
         content = content.subspan(1);
-        if (content.size() < 5) return std::nullopt;
+        // No MIME type, the type, no description, one byte of picture.
+        if (content.size() < 4) return std::nullopt;
         auto [mime, rest] = configuration.hasShortFormat
                                 ? std::pair(content.first(3), content.subspan(3))
                                 : ID3StringEncodingConverter::splitAtTerminator(content, TextForm::latin1);
