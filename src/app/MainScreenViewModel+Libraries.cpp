@@ -128,7 +128,7 @@ Task<void> MainScreenViewModel::deleteLibrary(LibraryRef library) {
     try {
         for (const TrackRef& track : affected)
             track->edit().lastSyncedAt = std::nullopt;
-        modelContext_.save();
+        co_await model::saveInBackground(modelContext_, services_.executors);
         log::line("🔄 [VM] Cleared lastSyncedAt from {} tracks after backend deletion", affected.size());
         co_await deleteLocally(library);
         co_return;
@@ -143,7 +143,10 @@ Task<void> MainScreenViewModel::deleteLibrary(LibraryRef library) {
 
 Task<void> MainScreenViewModel::deleteLocally(LibraryRef library) {
     const std::string name = library->name;
-    modelContext_.save(); // whoever takes the deletion back takes nothing else back with it
+    co_await model::saveInBackground(
+        modelContext_,
+        services_.executors);            // whoever takes the deletion back takes nothing else back with it
+    if (library->isDeleted()) co_return; // by another call, meanwhile
     std::exception_ptr failure;
     try {
         co_await libraryRepository_->deleteLibrary(library);
@@ -197,7 +200,9 @@ Task<void> MainScreenViewModel::clearLocalData() {
         errorMessage = std::nullopt;
     }
     try {
-        modelContext_.save(); // whoever takes the removal back takes nothing else back with it
+        co_await model::saveInBackground(
+            modelContext_,
+            services_.executors); // whoever takes the removal back takes nothing else back with it
         co_await removeAll<Library>(modelContext_);
         co_await removeAll<Track>(modelContext_);
         co_await removeAll<Playlist>(modelContext_);

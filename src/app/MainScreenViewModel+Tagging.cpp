@@ -309,13 +309,14 @@ Task<std::int64_t> MainScreenViewModel::clearTags(std::vector<TrackRef> selectio
         ++progress.completedTracks;
         clearingProgress = progress;
     }
-    clearingProgress = std::nullopt;
     try {
         co_await model::saveInBackground(modelContext_, services_.executors);
     } catch (const std::exception& error) {
+        clearingProgress = std::nullopt;
         errorMessage = "Failed to clear tags: " + describe(error);
         co_return unwrittenFiles;
     }
+    clearingProgress = std::nullopt;
     co_await loadTracksForSelectedLibrary();
     log::line("✅ Successfully cleared tags from {} track(s)", selection.size());
     co_return unwrittenFiles;

@@ -41,16 +41,27 @@ Interruption interrupt(Context& context) {
         context.interruptions.start(viewModel->cancelScan());
         return Interruption::handled;
     }
-    const bool isWriting = viewModel->taggingProgress.get() || viewModel->clearingProgress.get();
+    // A removal and a signing-out save more than once.
+    const Command command = context.options.command;
+    const bool isWriting = viewModel->taggingProgress.get() || viewModel->clearingProgress.get() ||
+                           command == Command::libraryRemove || command == Command::signOut;
     return isWriting ? Interruption::mustWait : Interruption::quitNow;
 }
 
-Task<void> loadLists(Context& context) {
+namespace {
+
+Task<void> loadStore(Context& context) {
     try {
         co_await model::loadInBackground(context.app.sharedModelContainer().mainContext(), context.executors);
     } catch (const std::exception& error) {
         throw CommandFailed("Failed to load libraries: " + describe(error));
     }
+}
+
+} // namespace
+
+Task<void> loadLists(Context& context) {
+    co_await loadStore(context);
     const auto viewModel = context.app.viewModel();
     co_await viewModel->loadData();
 }
@@ -59,6 +70,7 @@ Task<LibraryRef> selectNamedLibrary(Context& context) {
     const auto viewModel = context.app.viewModel();
     const auto& name = context.options.library;
     if (name) {
+        co_await loadStore(context);
         // Selected before the load, so that only this library's folder is reached for.
         const auto named =
             context.app.sharedModelContainer().mainContext().findUnique<Library>("name", *name);

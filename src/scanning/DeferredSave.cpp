@@ -277,7 +277,8 @@ Task<void> DeferredSave::attachFiles() {
             ++failures;
         }
         FileItemFields& fields = file->edit();
-        fields.quickSig = std::move(results_[attachments_[i].result].quickSig);
+        // Where its track was taken away, the file has to look changed to the next scan, which makes it anew.
+        if (hasTrack || !track) fields.quickSig = std::move(results_[attachments_[i].result].quickSig);
         fields.status = hasTrack ? FileStatus::ready : FileStatus::error;
         fields.errorMsg = hasTrack ? std::nullopt : std::optional<std::string>("Failed to create/find track");
         repositories_.files.pendingSaves = true;

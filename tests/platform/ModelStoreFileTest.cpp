@@ -87,6 +87,25 @@ TEST_F(ModelStoreFile, PlacesThatCannotHoldAStoreAreNamed) {
                   ModelContainer::create(librarySchema(), {folder / "file" / "library.store"});
               }),
               StoreError::Case::cannotOpen);
+    std::filesystem::remove(storePath());
+    std::filesystem::create_symlink("/nowhere/library.store", storePath());
+    EXPECT_EQ(failureOf([&] { open(); }), StoreError::Case::cannotOpen);
+    EXPECT_TRUE(std::filesystem::is_symlink(storePath()));
+}
+
+TEST_F(ModelStoreFile, TheLogOfAStoreThatWasMovedAwayIsLeftForIt) {
+    open();
+    addShelf("shelf");
+    context().save();
+    const auto log = storePath().string() + "-wal";
+    const auto rows = velto::test::readFile(log); // as a killed process leaves it
+    container.reset();
+    std::filesystem::rename(storePath(), folder / "away.store");
+    folder.write("library.store-wal", rows);
+    EXPECT_EQ(failureOf([&] { open(); }), StoreError::Case::cannotOpen);
+    EXPECT_EQ(velto::test::readFile(log), rows);
+    std::filesystem::rename(log, (folder / "away.store").string() + "-wal");
+    EXPECT_NO_THROW(open());
 }
 
 TEST_F(ModelStoreFile, RowsThatBreakTheRulesAreAnErrorAndNoCrash) {

@@ -17,9 +17,10 @@ std::string describe(StoreError::Case errorCase, const std::string& store, const
             "and try again.",
             store);
     case notAStore:
-        return fmt::format(
-            "The file {} is not a Velto library store ({}). Move it away to start with a new store.", store,
-            detail);
+        return fmt::format("The file {} is not a Velto library store ({}). Move it away, with its -wal file "
+                           "if there is one, to "
+                           "start with a new store.",
+                           store, detail);
     case newerVersion:
         return fmt::format(
             "The library store {} was written by a newer version of Velto ({}). Install that version "
@@ -31,8 +32,8 @@ std::string describe(StoreError::Case errorCase, const std::string& store, const
             detail);
     case damaged:
         return fmt::format(
-            "The library store {} is damaged: {}. Put back a copy, or move it away to start with a "
-            "new store.",
+            "The library store {} is damaged: {}. Move it away, with its -wal file if there is one; then put "
+            "back a copy or start with a new store.",
             store, detail);
     case diskFull:
         return fmt::format(

@@ -52,8 +52,10 @@ void checkIdentity(const fs::path& store, std::int64_t identity, std::int64_t ve
 bool isStoreThere(const fs::path& store, const Schema& schema) {
     const auto file = openFile(store, O_RDONLY);
     if (!file) {
-        if (errno == ENOENT) return false;
-        fail(store, errno);
+        if (errno != ENOENT) fail(store, errno);
+        if (fs::is_symlink(fs::symlink_status(store)))
+            throw StoreError(Case::cannotOpen, store, "it is a link, and what it leads to is not there");
+        return false;
     }
 
     struct stat attributes {};
@@ -82,9 +84,27 @@ void createTables(Database& database, const Schema& schema) {
     transaction.commit();
 }
 
+/// A log without its store holds committed rows of a store that was moved away. SQLite would play it into
+/// whatever file takes the name, and damage both.
+void refuseForeignLog(const fs::path& store) {
+    for (const char* rest : {"-wal", "-journal"}) {
+        const std::string log = store.string() + rest;
+
+        struct stat attributes {};
+
+        if (::stat(log.c_str(), &attributes) == 0 && attributes.st_size > 0)
+            throw StoreError(
+                Case::cannotOpen, store,
+                "it is not there, but " + log +
+                    " is, which holds a part of it. Put the store back beside it, or move that file to "
+                    "where the store is now.");
+    }
+}
+
 /// Makes the store beside its place and moves it there whole: whoever is killed meanwhile leaves no half
 /// store.
 void createStore(const fs::path& store, const Schema& schema) {
+    refuseForeignLog(store);
     const fs::path draft = store.string() + ".new";
     for (const char* rest : {"", "-journal", "-wal", "-shm"})
         ::unlink((draft.string() + rest).c_str());
