@@ -28,7 +28,7 @@ Task<void> removeAll(model::ModelContext& context) {
 }
 
 /// After a deletion that could not be saved: what it removed lives again, and no later save removes it after
-/// all.
+/// all. Every other change that is not saved yet goes as well, so a deletion saves before it begins.
 void takeBack(model::ModelContext& context, CrashReporter& crashReporter) {
     try {
         context.rollback();
@@ -143,9 +143,7 @@ Task<void> MainScreenViewModel::deleteLibrary(LibraryRef library) {
 
 Task<void> MainScreenViewModel::deleteLocally(LibraryRef library) {
     const std::string name = library->name;
-    co_await model::saveInBackground(
-        modelContext_,
-        services_.executors);            // whoever takes the deletion back takes nothing else back with it
+    co_await model::saveInBackground(modelContext_, services_.executors);
     if (library->isDeleted()) co_return; // by another call, meanwhile
     std::exception_ptr failure;
     try {
@@ -200,9 +198,7 @@ Task<void> MainScreenViewModel::clearLocalData() {
         errorMessage = std::nullopt;
     }
     try {
-        co_await model::saveInBackground(
-            modelContext_,
-            services_.executors); // whoever takes the removal back takes nothing else back with it
+        co_await model::saveInBackground(modelContext_, services_.executors);
         co_await removeAll<Library>(modelContext_);
         co_await removeAll<Track>(modelContext_);
         co_await removeAll<Playlist>(modelContext_);
