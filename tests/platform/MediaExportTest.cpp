@@ -1,6 +1,7 @@
 #include "platform/MediaSamples.hpp"
 #include "platform/media/Export.hpp"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace velto::media {
@@ -118,6 +119,54 @@ TEST(MediaExport, AnAiffTagBehindAnExtendedHeaderKeepsItsFrames) {
     exportPassthrough(tagged, folder / "out.aiff", isGenre, genre("House"));
     EXPECT_EQ(runMutagen(folder / "out.aiff", "f = AIFF(path)\nprint(f['TIT2'], f['TCON'], end='')"),
               "Night House");
+}
+
+TEST(MediaExport, RefusesWhereAValueWouldChange) {
+    const TemporaryFolder folder;
+    const auto source = test::makeSound(folder, "a.m4a", {"-metadata", "title=Night"});
+    const auto withTempo = [&](const char* change) {
+        runMutagen(source, std::string("f = MP4(path)\nf['tmpo'] = [128]\nf['disk'] = [(1, 2)]\n") + change +
+                               "\nf.save()");
+        return test::readFile(source);
+    };
+    const std::string usual = withTempo("");
+    exportPassthrough(source, folder / "out.m4a", isGenre, genre("House"));
+    EXPECT_EQ(runMutagen(folder / "out.m4a", "f = MP4(path)\nprint(f['tmpo'], f['disk'], end='')"),
+              "[128] [(1, 2)]");
+    // The same number in four bytes where two are usual, room for them taken from the free space behind.
+    std::string bytes = usual;
+    const auto tempo = bytes.find("tmpo");
+    ASSERT_NE(tempo, bytes.npos);
+    bytes.replace(tempo + 20, 2, std::string("\0\0\0\x80", 4));
+    const auto grow = [&](std::size_t at, int by) {
+        std::uint32_t size = 0;
+        for (std::size_t i = 0; i < 4; ++i)
+            size = size << 8U | static_cast<unsigned char>(bytes[at + i]);
+        bytes.replace(at, 4, test::bytesOf(size + static_cast<std::uint32_t>(by), 4));
+    };
+    grow(tempo - 4, 2);
+    grow(tempo + 4, 2);
+    for (const char* around : {"ilst", "meta", "udta", "moov"})
+        grow(bytes.find(around) - 4, 2);
+    const auto odd = folder.write("odd.m4a", bytes);
+    EXPECT_THAT([&] { exportPassthrough(odd, folder / "out.m4a", isGenre, genre("House")); },
+                testing::ThrowsMessage<MediaError>(testing::HasSubstr("would be lost")));
+}
+
+TEST(MediaExport, RefusesATagThatItCannotRead) {
+    const TemporaryFolder folder;
+    const std::string sound = test::readFile(test::makeSound(folder, "bare.aiff", {"-map_metadata", "-1"}));
+    std::string revision = test::id3Tag(3, 0, test::textFrame("TIT2", "Night"));
+    revision[4] = '\1';
+    for (const std::string& tag :
+         {revision,
+          test::id3Tag(3, 0, test::textFrame("TIT2", "Night") + "?!?!" + test::textFrame("TALB", "Late"))}) {
+        std::string bytes =
+            sound + "ID3 " + test::bytesOf(tag.size(), 4) + tag + std::string(tag.size() % 2, '\0');
+        bytes.replace(4, 4, test::bytesOf(bytes.size() - 8, 4));
+        const auto source = folder.write("source.aiff", bytes);
+        EXPECT_THROW(exportPassthrough(source, folder / "out.aiff", isGenre, genre("House")), MediaError);
+    }
 }
 
 TEST(MediaExport, AGenreOfQuickTimesOwnKindIsReplacedToo) {

@@ -31,6 +31,10 @@ TEST(Identity, survivesARewrite) {
     };
 
     const std::string other = frameOf(3, "TIT2", raw("\0Title"));
+    const std::string artist = frameOf(3, "TPE1", raw("\0A"));
+    std::string wide;
+    for (int i = 0; i < 150; ++i)
+        wide += raw("\0x");
     const std::vector<Row> rows{
         {"no tag", "", "artist|name|"},
         {"several values",
@@ -85,10 +89,15 @@ TEST(Identity, survivesARewrite) {
          "packed|title|"},
         {"grouped", artistOf4(raw("g\3Art"), raw("\0\x40")), "art|title|"},
         {"two tags", artistOf3(raw("\0One")) + artistOf3(raw("\0Two")), "one|title|"},
-        {"a frame that leaves the tag",
-         tagOf(4, frameOf(4, "TPE1", raw("\3A")) + frameOf(4, "TIT2", raw("\3T")) + "TALB" + synchsafe(200) +
-                      raw("\0\0\3Short")),
-         "a|t|"},
+        {"an extended header that is none",
+         tagOf(3, frameOf(3, "TXXX", raw("\0K\0V")) + artist + other, 0x40), "a|title|"},
+        {"a size that is plain in 2.4, with a 0 where it would end otherwise",
+         tagOf(4, "COMM" + raw("\0\0\1\x2C\0\0\2eng\0\0") + wide.substr(0, 294) +
+                      frameOf(4, "TPE1", raw("\3A")) + frameOf(4, "TIT2", raw("\3Title"))),
+         "a|title|"},
+        {"a flag of unsynchronisation alone",
+         tagOf(3, frameOf(3, "TPE1", raw("\0A\xFF\0\xFF\xE0")) + other, 0x80),
+         "a\xC3\xBF/\xC3\xBF\xC3\xA0|title|"},
         {"a track with a name like a text", tagOf(3, frameOf(3, "TRCK", raw("\0A1")) + other), "|title|"},
     };
     const TemporaryFolder folder;
@@ -119,4 +128,26 @@ TEST(Identity, survivesARewrite) {
             EXPECT_EQ(nameOf(file), before) << row.what;
         }
     EXPECT_EQ(reporter.errors, 0);
+}
+
+// What a rewrite cannot read it cannot carry over: then the file stays as it is.
+TEST(Identity, isNotWrittenOver) {
+    const std::string frames = frameOf(3, "TPE1", raw("\0A")) + frameOf(3, "TIT2", raw("\0T"));
+    std::string wrongSize = tagOf(3, frames + std::string(300, '\0'));
+    wrongSize.replace(6, 4, raw("\0\0\1\x80"));
+    const TemporaryFolder folder;
+    TestRuntime runtime;
+    CountingReporter reporter;
+    RewriteJournal journal;
+    SimpleMetadataWriter writer(runtime.executors(), reporter, journal);
+    for (const auto& [what, head] : {
+             std::pair("a frame that leaves the tag", tagOf(3, frames + "APIC" + raw("\0\0\7\0\0\0\0Short"))),
+             {"a frame behind bytes of no name", tagOf(3, frames + "?!?!" + frameOf(3, "TALB", raw("\0L")))},
+             {"a size with a high bit", wrongSize},
+         }) {
+        const std::string content = head + std::string(2000, '\x55');
+        const auto file = folder.write("Artist - Name.mp3", content);
+        EXPECT_ANY_THROW(runtime.run(writer.writeGenreTags({"House"}, file, false))) << what;
+        EXPECT_EQ(readFile(file), content) << what;
+    }
 }

@@ -84,10 +84,13 @@ void exportAiff(FileReader& source, int output, const std::function<bool(const M
     const auto old =
         std::find_if(chunks.begin(), chunks.end(), [](const Chunk& chunk) { return chunk.isId3(); });
     Id3Frames tag;
-    if (old != chunks.end())
-        if (auto found = id3FramesAt(source, old->offset, old->offset + old->size, Id3Content::everything);
-            found && !found->frames.empty())
-            tag = *std::move(found);
+    if (old != chunks.end()) {
+        auto found = id3FramesAt(source, old->offset, old->offset + old->size, Id3Content::everything);
+        const auto front = static_cast<std::size_t>(std::min<std::uint64_t>(old->size, 10));
+        if (!found && source.at(old->offset, front).find_first_not_of('\0') != std::string_view::npos)
+            source.fail(MediaError::Case::damaged, "its tag is of a kind that cannot be read");
+        if (found && !found->frames.empty()) tag = *std::move(found);
+    }
     std::erase_if(tag.frames, [&](const Id3Frame& frame) { return drop(itemOfFrame(tag, frame)); });
     if (add) appendGenre(tag, *add->text());
 

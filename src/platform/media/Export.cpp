@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <functional>
 #include <map>
 #include <system_error>
 #include <vector>
@@ -40,18 +41,57 @@ TagLib::String asTagLibString(const std::string& text) {
     return {text, TagLib::String::UTF8};
 }
 
-/// The entries of the tag list by TagLib's names for them, with how often each occurs.
-std::map<std::string, int> listEntries(FileReader& reader, const AtomTree& tree) {
-    std::map<std::string, int> entries;
+/// A value's bytes, or what tells large ones apart. TagLib writes numbers in the width that is usual, so the
+/// zeros around them do not count; the type does only where an entry may have any.
+std::string comparable(std::string_view payload, std::uint32_t type, bool hasAnyType) {
+    constexpr std::uint32_t utf8Text = 1;
+    if (type != utf8Text && payload.size() <= sizeof(std::uint64_t)) {
+        const auto first = payload.find_first_not_of('\0');
+        if (first == std::string_view::npos)
+            payload = {};
+        else
+            payload = payload.substr(first, payload.find_last_not_of('\0') - first + 1);
+    }
+    const std::string mark = hasAnyType ? std::to_string(type) + ':' : std::string();
+    if (payload.size() <= 1024) return mark + std::string(payload);
+    return mark + std::to_string(payload.size()) + '#' +
+           std::to_string(std::hash<std::string_view>()(payload));
+}
+
+using Values = std::vector<std::string>;
+
+/// The values of the entry's "data" atoms from `position` on.
+Values valuesOf(FileReader& reader, std::uint64_t position, std::uint64_t end, bool hasAnyType) {
+    constexpr std::uint64_t header = 16; // size, "data", type, locale
+    Values values;
+    while (position + header <= end) {
+        const std::string front(reader.at(position, header));
+        const std::uint64_t size = bigEndian32(front);
+        if (front.size() < header || size < header || position + size > end) break;
+        if (front.compare(4, 4, "data") == 0)
+            values.push_back(
+                comparable(reader.copy(position + header, static_cast<std::size_t>(size - header)),
+                           bigEndian32(front, 8) & 0xFF'FFFF, hasAnyType));
+        position += size;
+    }
+    return values;
+}
+
+/// The entries of the tag list by TagLib's names for them. An entry that occurs twice has one value more.
+using Entries = std::map<std::string, Values>;
+
+Entries listEntries(FileReader& reader, const AtomTree& tree) {
+    Entries entries;
     for (const Atom& atom : tree.atoms) {
         if (atom.parent < 0 ||
             !tree.isAt(tree.atoms[static_cast<std::size_t>(atom.parent)], {"moov", "udta", "meta", "ilst"}))
             continue;
         std::string name = utf8(TagLib::String(std::string(reader.at(atom.offset + 4, 4))));
         if (name == "gnre") name = "©gen"; // read as its name
-        if (name == "----") {
+        std::uint64_t position = atom.content;
+        const bool isFreeForm = name == "----";
+        if (isFreeForm) {
             // "mean" and "name", each a size, its own name, a version and the text.
-            std::uint64_t position = atom.content;
             for (int i = 0; i < 2; ++i) {
                 const std::string header(reader.at(position, 8));
                 const std::uint64_t size = bigEndian32(header);
@@ -61,12 +101,15 @@ std::map<std::string, int> listEntries(FileReader& reader, const AtomTree& tree)
                 position += size;
             }
         }
-        ++entries[name];
+        const auto [known, isNew] = entries.try_emplace(name);
+        if (!isNew) known->second.emplace_back("again");
+        for (auto& value : valuesOf(reader, position, atom.end, isFreeForm))
+            known->second.push_back(std::move(value));
     }
     return entries;
 }
 
-std::map<std::string, int> checkedEntries(const std::filesystem::path& path) {
+Entries checkedEntries(const std::filesystem::path& path) {
     FileReader reader(path);
     const AtomTree tree = atomsOf(reader);
     if (!tree.consistent || tree.find({"moov"}) < 0)
@@ -75,7 +118,7 @@ std::map<std::string, int> checkedEntries(const std::filesystem::path& path) {
 }
 
 void editMp4(const std::filesystem::path& output, const Drop& drop, const std::optional<MetadataItem>& add) {
-    std::map<std::string, int> expected = checkedEntries(output);
+    Entries expected = checkedEntries(output);
     {
         TagLib::MP4::File file(output.c_str(), false);
         if (!file.isValid() || file.tag() == nullptr) throw MediaError(MediaError::Case::damaged, output);
@@ -88,11 +131,12 @@ void editMp4(const std::filesystem::path& output, const Drop& drop, const std::o
         if (add) {
             file.tag()->setItem("\251gen",
                                 TagLib::MP4::Item(TagLib::StringList(asTagLibString(*add->text()))));
-            expected["©gen"] = 1;
+            expected["©gen"] = {comparable(*add->text(), 1, false)};
         }
         if (!file.save()) throw MediaError(MediaError::Case::cannotWrite, output);
     }
-    // TagLib drops entries that it does not understand, and does not look at what its writes return.
+    // TagLib drops entries that it does not understand, reads numbers of an unusual width as others, and does
+    // not look at what its writes return.
     if (checkedEntries(output) != expected)
         throw MediaError(MediaError::Case::cannotWrite, output, "a tag of another kind would be lost");
 }

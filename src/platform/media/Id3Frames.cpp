@@ -41,6 +41,11 @@ void appendSize(std::string& bytes, std::size_t size, int count, int bitsEach) {
 
 /// Takes the 0 out again that was put behind every 0xFF.
 void undoUnsynchronisation(std::string& bytes) {
+    // The scheme leaves no such pair: the flag is there, but nothing was done.
+    const auto isSync = [](char first, char second) {
+        return first == '\xFF' && static_cast<unsigned char>(second) >= 0xE0;
+    };
+    if (std::adjacent_find(bytes.begin(), bytes.end(), isSync) != bytes.end()) return;
     std::size_t kept = 0;
     for (std::size_t i = 0; i < bytes.size(); ++i) {
         bytes[kept++] = bytes[i];
@@ -129,10 +134,29 @@ class FrameWalk {
             }
             position = end;
         }
+        isWhole_ = content_ != Id3Content::everything || isPaddingToTheEnd(position);
         return frames;
     }
 
+    /// Whether the walk came to the tag's end or its padding; told where everything is asked for.
+    [[nodiscard]] bool isWhole() const { return isWhole_; }
+
   private:
+    /// A single 0 may as well be the middle of a frame.
+    static bool isPadding(std::string_view bytes) {
+        return bytes.find_first_not_of('\0') == std::string_view::npos;
+    }
+
+    /// Whether all from there on is padding.
+    bool isPaddingToTheEnd(std::uint64_t position) {
+        while (position < body_.size()) {
+            const std::string_view piece = body_.at(position, FileReader::maximumView);
+            if (piece.empty() || !isPadding(piece)) return false;
+            position += piece.size();
+        }
+        return true;
+    }
+
     [[nodiscard]] bool isWanted(std::string_view name, std::uint64_t size) const {
         return content_ == Id3Content::everything || (name.front() == 'T' && size <= maximumTextSize);
     }
@@ -155,7 +179,7 @@ class FrameWalk {
     bool leadsOn(std::uint64_t position) {
         if (position >= body_.size()) return position == body_.size();
         const auto next = body_.at(position, nameSize_);
-        return next.starts_with('\0') || !frameName(next, nameSize_).empty();
+        return !frameName(next, nameSize_).empty() || isPadding(body_.at(position, frameHeader_));
     }
 
     Body& body_;
@@ -163,6 +187,7 @@ class FrameWalk {
     std::size_t nameSize_;
     std::size_t frameHeader_;
     Id3Content content_;
+    bool isWhole_ = true;
 };
 
 /// Where the frames begin behind an extended header. Its size does not count itself in version 2.3 and does
@@ -208,15 +233,20 @@ std::optional<Id3Frames> id3FramesAt(FileReader& reader, std::uint64_t offset, s
         tag.sizeInFile = std::min(tag.sizeInFile + headerSize, headerSize + room);
     // Version 2.2 calls a compressed tag by the same bit, and no compression was ever defined.
     if (header[4] != 0 || tag.version < 2 || tag.version > 4 ||
-        (tag.version == 2 && (flags & extendedHeader) != 0))
+        (tag.version == 2 && (flags & extendedHeader) != 0)) {
+        if (content == Id3Content::everything)
+            reader.fail(MediaError::Case::damaged, "its tag is of a kind that cannot be read");
         return tag;
+    }
 
     Body body(reader, offset + headerSize, bodySize);
     tag.unsynchronised = tag.version == 4 && (flags & unsynchronised) != 0;
     if (tag.version < 4 && (flags & unsynchronised) != 0)
         body.decode(content == Id3Content::texts ? maximumUnsynchronised : maximumTotal(content));
     const std::uint64_t begin = (flags & extendedHeader) != 0 ? framesBegin(body, tag.version) : 0;
-    tag.frames = FrameWalk(body, tag.version, content).frames(begin);
+    FrameWalk walk(body, tag.version, content);
+    tag.frames = walk.frames(begin);
+    if (!walk.isWhole()) reader.fail(MediaError::Case::damaged, "its tag holds frames that cannot be read");
     return tag;
 }
 

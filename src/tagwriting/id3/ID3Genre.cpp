@@ -6,6 +6,7 @@
 #include <array>
 #include <charconv>
 #include <optional>
+#include <unordered_set>
 
 namespace velto::id3 {
 
@@ -61,10 +62,10 @@ std::optional<Reference> reference(std::string_view text) {
 struct Collector {
     ID3FrameGenre genre;
     std::vector<std::string_view> pieces;
+    std::unordered_set<std::string_view> known;
 
     void add(std::string_view piece) {
-        if (!piece.empty() && std::find(pieces.begin(), pieces.end(), piece) == pieces.end())
-            pieces.push_back(piece);
+        if (!piece.empty() && known.insert(piece).second) pieces.push_back(piece);
     }
 
     void addReference(const Reference& found) {

@@ -5,6 +5,8 @@
 #include <zlib.h>
 
 #include <algorithm>
+#include <array>
+#include <string_view>
 
 namespace velto::id3 {
 
@@ -32,22 +34,41 @@ std::string_view identifierAt(ByteView bytes, std::size_t length) {
     return {reinterpret_cast<const char*>(bytes.data()), isShort ? 3 : length};
 }
 
-/// What stands behind the extended header. A flag without such a header (a known frame stands there) is
-/// ignored.
+/// What stands behind the extended header. A flag without such a header (a known frame stands there, or the
+/// letters of another frame's name, which are no size) is ignored.
 ByteView behindExtendedHeader(ByteView body, ID3Version version) {
     if (body.size() < 4 || frameDescription(identifierAt(body, 4)) != nullptr) return body;
     // Version 2.3 does not count the size field itself, 2.4 does.
     const std::size_t size = version == ID3Version::version4
                                  ? SynchsafeIntegerDecoder::decode(body.first<4>())
                                  : std::size_t{bigEndian(body.first(4))} + 4;
-    return size > body.size() ? ByteView() : body.subspan(std::max<std::size_t>(size, 4));
+    return size > body.size() ? body : body.subspan(std::max<std::size_t>(size, 4));
+}
+
+/// Whether padding stands there. A single 0 may as well be the middle of a frame.
+bool isPadding(ByteView bytes) {
+    const ByteView front = bytes.first(std::min<std::size_t>(bytes.size(), 10));
+    return std::all_of(front.begin(), front.end(), [](std::uint8_t byte) { return byte == 0; });
+}
+
+/// A walk that ends before its tag does leaves frames behind. What of them would have been read counts as
+/// unreadable, so that nobody takes the tag for whole.
+void noteUnreached(ByteView rest, ID3Tag& tag) {
+    static constexpr std::array<std::string_view, 14> names{"TIT2", "TPE1", "TALB", "TPE2", "TRCK",
+                                                            "TPOS", "APIC", "TT2",  "TP1",  "TAL",
+                                                            "TP2",  "TRK",  "TPA",  "PIC"};
+    const std::size_t length = ID3TagConfiguration::identifierSize(tag.properties.version);
+    const std::string_view text(reinterpret_cast<const char*>(rest.data()), rest.size());
+    for (const std::string_view name : names)
+        if (name.size() == length && text.find(name) != std::string_view::npos)
+            tag.unreadable.insert(frameDescription(name)->kind);
 }
 
 /// Whether a frame that ends at `end` leaves the walk at a frame, at padding or at the end of the body.
 bool endsPlausibly(ByteView body, std::size_t end, std::size_t identifierSize) {
     if (end > body.size()) return false;
     const ByteView rest = body.subspan(end);
-    return rest.empty() || rest[0] == 0 || !identifierAt(rest, identifierSize).empty();
+    return isPadding(rest) || !identifierAt(rest, identifierSize).empty();
 }
 
 /// The frame size at the front of the walk. The standards say synchsafe for 2.4 and plain for 2.3; writers of
@@ -160,9 +181,9 @@ void ID3FramesParser::parse(ByteView body, bool everyFrameUnsynchronised, ID3Tag
     ID3FrameContentSizeParser contentParser(version, everyFrameUnsynchronised);
     while (body.size() > frameHeaderSize) {
         const std::string_view identifier = identifierAt(body, ID3TagConfiguration::identifierSize(version));
-        if (identifier.empty()) return;
+        if (identifier.empty()) return noteUnreached(body, tag);
         const std::size_t size = ID3FrameSizeParser::parse(body, version);
-        if (size > body.size() - frameHeaderSize) return;
+        if (size > body.size() - frameHeaderSize) return noteUnreached(body, tag);
         const std::uint8_t flags = version == ID3Version::version2 ? 0 : body[9];
         const FrameDescription* known = frameDescription(identifier);
         if (known != nullptr && size > 0) {
@@ -175,6 +196,12 @@ void ID3FramesParser::parse(ByteView body, bool everyFrameUnsynchronised, ID3Tag
 }
 
 Bytes undoUnsynchronisation(ByteView bytes) {
+    // The scheme leaves no such pair: the flag is there, but nothing was done.
+    const auto isSync = [](std::uint8_t first, std::uint8_t second) {
+        return first == 0xFF && second >= 0xE0;
+    };
+    if (std::adjacent_find(bytes.begin(), bytes.end(), isSync) != bytes.end())
+        return {bytes.begin(), bytes.end()};
     Bytes out;
     out.reserve(bytes.size());
     for (std::size_t index = 0; index < bytes.size(); ++index) {

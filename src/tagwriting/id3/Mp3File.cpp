@@ -17,6 +17,8 @@ constexpr off_t paddingUnit = 1 << 10;
 /// once.
 constexpr off_t mostPadding = 128 << 10;
 constexpr off_t blockSizeLimit = 64 << 10;
+/// A tag beyond it is not taken into memory. Covers of a few MiB are the largest that are found.
+constexpr off_t mostTag = 64 << 20;
 
 using Header = std::array<std::uint8_t, headerSize>;
 
@@ -25,6 +27,7 @@ std::optional<Header> tagHeader(const FileBytes& file) {
     if (file.read(header, 0) != header.size()) return std::nullopt;
     if (!ID3TagPresence::isPresent(header, ID3TagVersionParser::parse(header))) return std::nullopt;
     const off_t declared = ID3TagSizeParser::parse(header);
+    if (declared > mostTag) throw ID3TagEditorError(ID3TagEditorError::Case::corruptedFile);
     if (declared > file.size() - static_cast<off_t>(headerSize))
         throw ID3TagEditorError(ID3TagEditorError::Case::corruptedFile);
     return header;
@@ -80,9 +83,12 @@ off_t tagLength(const FileBytes& file) {
 }
 
 bool hasForeignTag(const FileBytes& file) {
-    std::array<std::uint8_t, 3> mark{};
-    return file.read(mark, 0) == mark.size() && mark == std::array<std::uint8_t, 3>{'I', 'D', '3'} &&
-           !tagHeader(file);
+    Header header{};
+    const std::size_t got = file.read(header, 0);
+    if (got < 3 || !std::equal(header.begin(), header.begin() + 3, "ID3")) return false;
+    // A size with a high bit set is read in more than one way, and so is where the audio begins.
+    return !tagHeader(file) ||
+           std::any_of(header.begin() + 6, header.end(), [](std::uint8_t byte) { return byte > 0x7F; });
 }
 
 Mp3WithID3TagBuilder Mp3WithID3TagBuilder::plan(const FileBytes& file, std::size_t tagSize) {
