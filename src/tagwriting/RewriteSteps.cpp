@@ -10,17 +10,27 @@
 #include "tagwriting/id3/ID3TagEditor.hpp"
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 
 namespace velto {
 
 namespace {
 
+/// What a write that was stopped leaves: it zeroes the head, or makes room of zeros, before the audio moves.
+bool isTorn(const id3::FileBytes& file) {
+    std::array<std::uint8_t, 10> head{};
+    const std::size_t got = file.read(head, 0);
+    return std::all_of(head.begin(), head.begin() + static_cast<std::ptrdiff_t>(got),
+                       [](std::uint8_t byte) { return byte == 0; });
+}
+
 FileState stateOfMP3(const std::filesystem::path& path, const std::filesystem::path& backupPath) {
     using id3::FileBytes;
     using id3::ID3TagEditor;
     try {
         const FileBytes file(path, FileBytes::Mode::read);
+        if (isTorn(file)) return FileState::torn;
         const FileBytes backup(backupPath, FileBytes::Mode::read);
         const auto tag = ID3TagEditor::read(file);
         // A power cut may have put some blocks of a new tag on the disk and not others, whatever their order
@@ -28,7 +38,7 @@ FileState stateOfMP3(const std::filesystem::path& path, const std::filesystem::p
         const bool saysTheSame = carriedFrames(tag.value_or(id3::ID3Tag())) ==
                                  carriedFrames(ID3TagEditor::read(backup).value_or(id3::ID3Tag()));
         if (saysTheSame && ID3TagEditor::sameAudio(file, backup)) return FileState::whole;
-        return tag ? FileState::changed : FileState::torn; // a write that stopped leaves no tag
+        return FileState::changed;
     } catch (const std::exception&) {
         return FileState::torn;
     }

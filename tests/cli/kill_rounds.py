@@ -103,7 +103,7 @@ class World:
                     mutagen.id3.ID3(path)
                 except mutagen.MutagenError as error:
                     found.append(f"{path}: {error}")
-        for left in [path for path in self.music.rglob(".*") if path.is_file() and path.suffix in (".backup", ".tmp")]:
+        for left in [path for path in self.music.rglob(".*") if path.is_file() and path.suffix in (".backup", ".tmp", ".replaced")]:
             found.append(f"{left} was left behind")
         with sqlite3.connect(f"file:{self.home}/velto.store?mode=ro", uri=True) as store:
             if store.execute("PRAGMA integrity_check").fetchone()[0] != "ok":

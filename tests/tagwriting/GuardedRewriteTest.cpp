@@ -105,6 +105,13 @@ TEST(InterruptedRewrite, everyStateEndsWithOneWholeFile) {
          original,
          1,
          true},
+        {"and the user put another file there since",
+         "\xFF\xFB another sound",
+         original,
+         {},
+         original,
+         1,
+         true},
         {"with a tag that declares too much",
          raw("ID3\x03\0\0\x7F\x7F\x7F\x7F") + audio,
          original,
@@ -182,7 +189,7 @@ TEST(InterruptedRewrite, aFileThatIsNotThereStaysNotedForAWhile) {
 
 TEST(InterruptedRewrite, theNextWriteLooksAtALeftOverFirst) {
     const TemporaryFolder folder;
-    const auto file = folder.write("song.mp3", "half of a so");
+    const auto file = folder.write("song.mp3", std::string(10, '\0') + "half of a so");
     folder.write(".song.mp3.backup", oldTag + audio);
     TestRuntime runtime;
     CountingReporter reporter;
