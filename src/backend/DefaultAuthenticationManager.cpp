@@ -74,6 +74,7 @@ Task<void> DefaultAuthenticationManager::signOut() {
     try {
         co_await offload(services_.executors,
                          [&keychain = services_.keychainService] { keychain.deleteToken(); });
+        ++tokenChanges_; // a request that was made meanwhile may still have had it
     } catch (const std::exception& error) {
         services_.crashReporter.recordError(error);
         authenticationState_ = AuthenticationState::error("Failed to sign out: " + describe(error));
@@ -115,6 +116,7 @@ Task<void> DefaultAuthenticationManager::handleAuthCallback(std::string token) {
     try {
         co_await offload(services_.executors,
                          [&keychain = services_.keychainService, &token] { keychain.saveToken(token); });
+        ++tokenChanges_; // a request that was made meanwhile may have had either token
     } catch (const std::exception& error) {
         log::line("❌ [AUTH] Failed to save token to Keychain: {}", describe(error));
         services_.crashReporter.recordError(error);
@@ -149,11 +151,11 @@ void DefaultAuthenticationManager::profileFailedAfterAuth(const std::exception& 
 
 Task<void> DefaultAuthenticationManager::fetchUserProfile() {
     assertMainActor();
+    const std::uint64_t asked = tokenChanges_;
     if (!co_await storedToken()) {
-        authenticationState_ = AuthenticationState::unauthenticated();
+        if (asked == tokenChanges_) authenticationState_ = AuthenticationState::unauthenticated();
         co_return;
     }
-    const std::uint64_t asked = tokenChanges_;
     bool isExpired = false;
     try {
         // On the pool: a large reply takes longer to read than the main actor may be held up.

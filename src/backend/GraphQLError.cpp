@@ -34,7 +34,7 @@ std::string fullText(Case kind, const std::exception_ptr& underlying) {
 
 GraphQLError GraphQLError::decode(const json::Decoder& from) {
     GraphQLError error;
-    error.message = from.at("message").text();
+    error.message = json::shortened(from.at("message").text());
     error.path = from.optionalTexts("path");
     if (const auto extensions = from.find("extensions")) {
         if (!extensions->value().is_object()) extensions->fail("expected an object");

@@ -15,15 +15,6 @@ constexpr std::size_t maximumValues = 20'000;
 /// The parser's messages quote what it read last, which may be the whole reply.
 constexpr std::size_t maximumDescription = 300;
 
-std::string shortened(std::string text) {
-    if (text.size() <= maximumDescription) return text;
-    std::size_t end = maximumDescription;
-    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80)
-        --end;
-    text.resize(end);
-    return text + "…";
-}
-
 /// A whole number in any spelling ("2", "2.0", "2e0") that fits.
 std::optional<std::int64_t> wholeNumber(const nlohmann::json& value) {
     if (value.is_number_unsigned()) {
@@ -44,8 +35,17 @@ std::optional<std::int64_t> wholeNumber(const nlohmann::json& value) {
 
 } // namespace
 
+std::string shortened(std::string text, std::size_t limit) {
+    if (text.size() <= limit) return text;
+    std::size_t end = limit;
+    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80)
+        --end;
+    text.resize(end);
+    return text + "…";
+}
+
 CodingError::CodingError(const std::string& description)
-    : Error(shortened(description)) {}
+    : Error(shortened(description, maximumDescription)) {}
 
 nlohmann::json parse(std::string_view text) {
     using Event = nlohmann::json::parse_event_t;

@@ -15,6 +15,12 @@
 
 namespace velto::json {
 
+/// What a server says to the user, in bytes: its texts are shown, logged and recorded.
+constexpr std::size_t maximumMessage = 2000;
+
+/// The text's beginning with "…" where it is longer than that many bytes.
+[[nodiscard]] std::string shortened(std::string text, std::size_t limit = maximumMessage);
+
 /// A reply that is not what it should be, or a value that JSON cannot hold. The text is short whatever the
 /// size of the JSON.
 class CodingError : public Error {

@@ -43,7 +43,8 @@ nlohmann::json TrackTaggingInput::encode() const {
 }
 
 TaggingError TaggingError::decode(const json::Decoder& from) {
-    return {decodeType(from.at("type")), from.at("message").text(), from.optionalInteger("batchNumber")};
+    return {decodeType(from.at("type")), json::shortened(from.at("message").text()),
+            from.optionalInteger("batchNumber")};
 }
 
 TrackTagsData TrackTagsData::decode(const json::Decoder& from) {
@@ -55,6 +56,7 @@ TagTracksData TagTracksData::decode(const json::Decoder& from) {
     TagTracksData data;
     data.success = from.at("success").boolean();
     data.message = from.optionalText("message");
+    if (data.message) data.message = json::shortened(*std::move(data.message));
     data.tracksTagged = from.at("tracksTagged").integer();
     data.creditsConsumed = from.at("creditsConsumed").integer();
     data.results = from.at("results").array<TrackTagsData>();

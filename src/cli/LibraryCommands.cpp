@@ -38,6 +38,14 @@ std::filesystem::path absoluteFolder(const std::filesystem::path& folder) {
     return path.has_filename() ? path : path.parent_path();
 }
 
+/// The folder itself: a search for new files does not follow a link at its root.
+std::filesystem::path behindLink(const std::filesystem::path& folder) {
+    std::error_code error;
+    if (!std::filesystem::is_symlink(folder, error)) return folder;
+    auto target = std::filesystem::canonical(folder, error);
+    return error ? folder : target;
+}
+
 } // namespace
 
 Task<Output> addLibrary(Context& context) {
@@ -45,7 +53,7 @@ Task<Output> addLibrary(Context& context) {
     co_await loadLists(context);
     const auto folder = absoluteFolder(context.options.folder);
     const std::string usualName = (folder.has_filename() ? folder.filename() : folder).string();
-    co_await viewModel->addLibrary(context.options.library.value_or(usualName), folder,
+    co_await viewModel->addLibrary(context.options.library.value_or(usualName), behindLink(folder),
                                    context.options.includeGlob.value_or(defaultIncludeGlob),
                                    context.options.excludeGlob);
     failOnError(*viewModel);

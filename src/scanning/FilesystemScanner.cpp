@@ -37,7 +37,9 @@ class Walk {
             files::FolderListing listing(folder, isRoot);
             if (!listing.isOpen()) {
                 if (isRoot) throw ServiceError(ServiceError::Case::directoryAccessFailed, folder);
-                continue; // unreadable, or gone since its parent was listed
+                log::line("⚠️ [SCAN] {} cannot be opened",
+                          folder); // or is gone since its parent was listed
+                continue;
             }
             visit(folder, listing);
         }
@@ -69,6 +71,17 @@ class Walk {
         }
     }
 
+    /// A file that cannot be asked is passed over, for the same reason.
+    static auto attributesOf(const files::FolderListing& listing, std::string_view name)
+        -> decltype(listing.attributes(name)) {
+        try {
+            return listing.attributes(name);
+        } catch (const SystemError& failure) {
+            log::line("⚠️ [SCAN] {}", describe(failure));
+            return std::nullopt;
+        }
+    }
+
     void consider(const std::string& prefix, std::string_view name, const files::FolderListing& listing) {
         std::string ext = text::lowercased(pathExtension(name));
         if (std::find(audioFileExtensions.begin(), audioFileExtensions.end(), ext) ==
@@ -80,8 +93,9 @@ class Walk {
         info.relPath = info.absPath.substr(std::min(relativeStart_, info.absPath.size()));
         if (exclude_ && exclude_->matches(info.relPath)) return;
         if (include_ && !include_->matches(info.relPath)) return;
-        const auto attributes = listing.attributes(name);
-        if (!attributes) return; // gone since it was listed
+        const auto attributes = attributesOf(listing, name);
+        if (!attributes)
+            return; // gone since it was listed, or in a folder that may be listed and nothing else
         info.filename = name;
         info.ext = std::move(ext);
         info.sizeBytes = attributes->sizeBytes;
