@@ -1,46 +1,14 @@
-#include "support/TemporaryFolder.hpp"
-#include "tools/BackendProcess.hpp"
+#include "tools/LocalBackend.hpp"
 
 #include <gmock/gmock.h>
 
-#include <csignal>
-#include <sys/stat.h>
-#include <sys/wait.h>
+#include <atomic>
 #include <thread>
 
 namespace velto::test {
 namespace {
 
-using nlohmann::json;
 using testing::HasSubstr;
-
-constexpr const char* tagTracks =
-    "mutation TagTracks($input: TagTracksInput!) {\n tagTracks(input: $input) { success message tracksTagged "
-    "creditsConsumed results { id artist title genres regions era } errors { type message batchNumber } "
-    "shouldRetry retryAfter } }";
-
-json songs(int count) {
-    auto tracks = json::array();
-    for (int i = 0; i < count; ++i)
-        tracks.push_back({{"id", std::to_string(i)},
-                          {"artist", "Artist " + std::to_string(i % 40)},
-                          {"title", "Title " + std::to_string(i)}});
-    return {{"tracks", tracks}};
-}
-
-class LocalBackend : public testing::Test {
-  protected:
-    /// Starts a backend on this test's state; the one before has to have ended.
-    BackendProcess& start(std::vector<std::string> options = {}) {
-        backend_.emplace(state(), std::move(options));
-        return *backend_;
-    }
-
-    [[nodiscard]] std::filesystem::path state() const { return folder_ / "state/backend.sqlite"; }
-
-    TemporaryFolder folder_;
-    std::optional<BackendProcess> backend_;
-};
 
 TEST_F(LocalBackend, AnswersExactlyWhatADocumentSelectsOrSaysWhatIsWrong) {
     auto& backend = start();
@@ -307,117 +275,6 @@ TEST_F(LocalBackend, InvitesEarnBothSidesCreditsOnce) {
     EXPECT_EQ(invite("bob@b.c")["success"], false);
 }
 
-TEST_F(LocalBackend, CommitsTheFaultsItIsTold) {
-    auto& backend = start({"--control", "--fault", "rate-limit:2500@1", "--fault", "server-error@2"});
-    const auto token = backend.signIn("a@b.c");
-    const auto tag = [&](int count = 4) { return backend.graphql(token, tagTracks, songs(count)); };
-    const auto limited = tag().data()["tagTracks"];
-    EXPECT_EQ(limited["success"], false);
-    EXPECT_EQ(limited["errors"][0]["type"], "rate_limit");
-    EXPECT_EQ(limited["retryAfter"], 2500);
-    EXPECT_EQ(limited["shouldRetry"], true);
-    EXPECT_EQ(tag().status, 500);
-    EXPECT_EQ(backend.credits(token), 1000) << "a fault of TagTracks hits it alone";
-    EXPECT_EQ(tag().status, 500);
-    EXPECT_EQ(tag().data()["tagTracks"]["tracksTagged"], 4) << "the faults are used up";
-    EXPECT_EQ(backend.credits(token), 996);
-
-    const auto set = [&](const json& faults, const std::string& on = "TagTracks") {
-        auto client = backend.client();
-        return client
-            .Post("/control/faults", json{{"faults", faults}, {"on", on}}.dump(), "application/json")
-            ->status;
-    };
-
-    struct Case {
-        const char* fault;
-        int status;
-        const char* text; ///< Part of the reply.
-        int charged;
-    };
-
-    for (const auto& [fault, status, text, charged] : {
-             Case{"unauthorized", 401, "Unauthorized", 0},
-             {"wrong-status", 201, "\"tracksTagged\":4", 4},
-             {"wrong-status:204", 204, "", 4},
-             {"drop", 0, "", 4},
-             {"malformed", 200, "{\"data\"", 4},
-             {"huge:3", 200, "xxx\"}}", 0},
-             {"graphql-error:Out of: order", 200, "{\"errors\":[{\"message\":\"Out of: order\"}]}", 0},
-             {"insufficient-credits", 200, "Insufficient credits", 0},
-             {"partial", 200, "\"tracksTagged\":2", 2},
-             {"slow:1", 200, "\"tracksTagged\":4", 4},
-         }) {
-        SCOPED_TRACE(fault);
-        const auto before = backend.credits(token);
-        ASSERT_EQ(set({fault}), 200);
-        const auto answer = tag();
-        EXPECT_EQ(answer.status, status);
-        EXPECT_THAT(answer.text, HasSubstr(text));
-        EXPECT_EQ(before - backend.credits(token), charged);
-        const std::string name = fault;
-        EXPECT_EQ(answer.json.is_discarded(),
-                  name == "malformed" || name == "drop" || name == "wrong-status:204");
-        EXPECT_TRUE(name != "huge:3" || answer.text.size() == 3U << 20U);
-        EXPECT_TRUE(name != "partial" || answer.data()["tagTracks"]["success"] == false);
-    }
-    ASSERT_EQ(set({"slow:1", "server-error"}, "GetUserAndDefaults"), 200);
-    EXPECT_EQ(backend.graphql(token, "{ creditBalance }").status, 500);
-    EXPECT_EQ(tag().status, 200);
-    for (const char* wrong :
-         {"", "slower", "slow:x", "slow:-1", "drop:1", "drop@0", "huge:99999999999999999999", "drop@"})
-        EXPECT_EQ(set({wrong}), 400) << wrong;
-}
-
-TEST_F(LocalBackend, KeepsItsStateWhenItIsKilled) {
-    auto& backend = start({"--credits", "100"});
-    const auto token = backend.signIn("a@b.c");
-    EXPECT_EQ(backend.graphql(token, tagTracks, songs(30)).status, 200);
-    // Killed while requests are under way: afterwards the balance says exactly which of them were done.
-    std::atomic<int> confirmed = 0, unknown = 0;
-    std::vector<std::thread> clients;
-    for (int i = 0; i < 4; ++i)
-        clients.emplace_back([&] {
-            for (int request = 0; request < 10; ++request) {
-                const auto answer = backend.graphql(token, tagTracks, songs(1));
-                if (answer.status != 200)
-                    ++unknown;
-                else if (++confirmed == 8)
-                    backend.signal(SIGKILL);
-            }
-        });
-    for (auto& client : clients)
-        client.join();
-    const int status = backend.wait();
-    EXPECT_TRUE(WIFSIGNALED(status));
-    EXPECT_GT(unknown, 0);
-
-    auto& again = start({"--credits", "7"});
-    EXPECT_LE(again.credits(token), 70 - confirmed);
-    EXPECT_GE(again.credits(token), 70 - confirmed - 4) << "at most one request a client was on its way";
-
-    struct stat info {};
-
-    ASSERT_EQ(stat(state().c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 0777U, 0600U);
-    for (const auto& entry : std::filesystem::directory_iterator(state().parent_path()))
-        EXPECT_THAT(readFile(entry.path()), testing::Not(HasSubstr(token))) << "only a hash is kept";
-}
-
-TEST_F(LocalBackend, EndsWithItsStandardInputAndOnSignals) {
-    start().closeStdin();
-    EXPECT_EQ(backend_->wait(), 0);
-    for (const int number : {SIGTERM, SIGINT}) {
-        auto& backend = start({"--fault", "slow:600000"});
-        const auto token = backend.signIn("a@b.c");
-        std::thread waiting([&] { (void)backend.graphql(token, tagTracks, songs(1)); });
-        // A reply that takes ten minutes does not hold up the end.
-        backend.signal(number);
-        EXPECT_EQ(backend.wait(), 0) << number;
-        waiting.join();
-    }
-}
-
 TEST_F(LocalBackend, HasPagesForABrowser) {
     auto& backend = start({"--credits", "3"});
     auto client = backend.client();
@@ -446,31 +303,6 @@ TEST_F(LocalBackend, HasPagesForABrowser) {
     const auto me = backend.graphql(token, "{ me { genres regions name } }").data()["me"];
     EXPECT_EQ(me["genres"], json{"R&B/Soul"});
     EXPECT_THAT(me["name"].get<std::string>(), testing::StartsWith("N\xEF\xBF\xBDxxx"));
-}
-
-TEST_F(LocalBackend, SaysWhyItCannotStart) {
-    auto& backend = start();
-    (void)backend.signIn("a@b.c");
-    folder_.write("garbage", std::string(5000, 'g'));
-    const auto free = (folder_ / "free").string();
-
-    struct Case {
-        std::vector<std::string> options;
-        int status;
-    };
-
-    for (const auto& [options, status] : {
-             Case{{"--state", (folder_ / "garbage").string()}, 1},
-             {{"--state", free, "--port", std::to_string(backend.port())}, 1},
-             {{"--state", free, "--fault", "nonsense"}, 2},
-         }) {
-        std::vector<std::string> arguments{VELTO_BACKEND_PROGRAM, "--quiet"};
-        arguments.insert(arguments.end(), options.begin(), options.end());
-        int found = -1;
-        EXPECT_EQ(runProgram(arguments, &found), "") << options.back();
-        EXPECT_EQ(found, status) << options.back();
-    }
-    EXPECT_EQ(readFile(folder_ / "garbage"), std::string(5000, 'g'));
 }
 
 } // namespace
