@@ -99,7 +99,7 @@ struct Bench {
         dependencies.signatureGenerator = std::make_shared<SHA256SignatureGenerator>();
         dependencies.filesystemScanner = std::make_shared<SimpleFilesystemScanner>();
         dependencies.libraryRepository = libraries =
-            std::make_shared<SwiftDataLibraryRepository>(context, clock);
+            std::make_shared<SwiftDataLibraryRepository>(context, clock, runtime.executors());
         dependencies.trackRepository = std::make_shared<SwiftDataTrackRepository>(context, nullptr);
         dependencies.fileRepository = std::make_shared<SwiftDataFileRepository>(context, clock);
         dependencies.scanRunRepository = std::make_shared<SwiftDataScanRunRepository>(context, clock);

@@ -15,26 +15,11 @@ namespace velto {
 
 namespace {
 
-constexpr std::size_t objectsPerTurn = 1'000; // a millisecond or two of the main actor
-
-/// In turns. The context outlives its tasks.
+/// Adds all objects of E, in turns. The context outlives its tasks.
 template <typename E>
-Task<void> removeAll(model::ModelContext& context) {
-    const auto all = context.fetch<E>();
-    for (std::size_t i = 0; i < all.size(); ++i) {
-        if (!all[i]->isDeleted()) context.remove(all[i]); // else by others, while this gave way
-        if ((i + 1) % objectsPerTurn == 0) co_await yieldNow();
-    }
-}
-
-/// After a deletion that could not be saved: what it removed lives again, and no later save removes it after
-/// all. Every other change that is not saved yet goes as well, so a deletion saves before it begins.
-void takeBack(model::ModelContext& context, CrashReporter& crashReporter) {
-    try {
-        context.rollback();
-    } catch (const std::exception& error) {
-        crashReporter.recordError(error); // the user is told of the deletion's failure
-    }
+Task<void> addAll(model::ModelContext& context, std::vector<model::Ref<model::Object>>& objects) {
+    const auto add = [&](const model::Ref<E>& object) { objects.emplace_back(object); };
+    co_await model::forEachInTurns<E>(context, add);
 }
 
 LibraryCreationError creationError(const FolderGrantError& error) {
@@ -142,18 +127,17 @@ Task<void> MainScreenViewModel::deleteLibrary(LibraryRef library) {
 }
 
 Task<void> MainScreenViewModel::deleteLocally(LibraryRef library) {
+    if (library->isDeleted()) co_return;
     const std::string name = library->name;
-    co_await model::saveInBackground(modelContext_, services_.executors);
-    if (library->isDeleted()) co_return; // by another call, meanwhile
     std::exception_ptr failure;
     try {
         co_await libraryRepository_->deleteLibrary(library);
     } catch (...) {
         failure = std::current_exception();
-        takeBack(modelContext_, services_.crashReporter);
     }
     // Where only the removal of its orphaned tracks failed, the library itself is gone all the same.
-    if (library->isDeleted()) co_await forgetLibrary(library, name);
+    const bool isListed = std::find(libraries->begin(), libraries->end(), library) != libraries->end();
+    if (library->isDeleted() && isListed) co_await forgetLibrary(library, name);
     if (failure) std::rethrow_exception(failure);
 }
 
@@ -198,12 +182,13 @@ Task<void> MainScreenViewModel::clearLocalData() {
         errorMessage = std::nullopt;
     }
     try {
-        co_await model::saveInBackground(modelContext_, services_.executors);
-        co_await removeAll<Library>(modelContext_);
-        co_await removeAll<Track>(modelContext_);
-        co_await removeAll<Playlist>(modelContext_);
-        co_await removeAll<PlaylistFolder>(modelContext_);
-        co_await model::saveInBackground(modelContext_, services_.executors);
+        const Gate::Pass alone = co_await libraryRepository_->holdDeletions();
+        std::vector<model::Ref<model::Object>> all;
+        co_await addAll<Library>(modelContext_, all);
+        co_await addAll<Track>(modelContext_, all);
+        co_await addAll<Playlist>(modelContext_, all);
+        co_await addAll<PlaylistFolder>(modelContext_, all);
+        co_await model::removeInBackground(modelContext_, services_.executors, std::move(all));
         libraries = std::vector<LibraryRef>{};
         tracks = std::vector<TrackRef>{};
         playlists = std::vector<PlaylistRef>{};
@@ -214,9 +199,7 @@ Task<void> MainScreenViewModel::clearLocalData() {
     } catch (const std::exception& error) {
         log::line("❌ [AUTH] Failed to clear local data: {}", describe(error));
         errorMessage = "Warning: Failed to clear local data on signout: " + describe(error);
-        takeBack(modelContext_, services_.crashReporter);
     }
-    co_return;
 }
 
 } // namespace velto

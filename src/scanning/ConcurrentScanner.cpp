@@ -273,12 +273,18 @@ Task<void> ConcurrentScanner::readFiles(std::shared_ptr<Scan> scan, Date stageSt
     scan->discovered = {};
 }
 
+/// Neither the library nor tracks that are found for its files are to go meanwhile. Main actor.
+static Task<void> runAlone(std::shared_ptr<LibraryRepository> libraries, DeferredSave& save) {
+    const Gate::Pass alone = co_await libraries->holdDeletions();
+    co_await save.run();
+}
+
 /// On the pool, where the save's working sets are freed.
 Task<void> ConcurrentScanner::saveResults(std::shared_ptr<Scan> scan) {
     if (!scan->repositories)
         throw ScannerError(ScannerError::Case::configurationError, "Batch repositories not initialized");
     DeferredSave save(*scan->repositories, progressActor_, clock_, scan->library, scan->results, scan->stats);
-    co_await runOn(executors_.main, save.run());
+    co_await runOn(executors_.main, runAlone(dependencies_.libraryRepository, save));
 }
 
 Task<void> ConcurrentScanner::markMissing(std::shared_ptr<Scan> scan,

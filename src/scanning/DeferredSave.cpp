@@ -53,7 +53,8 @@ DeferredSave::DeferredSave(ScanRepositories& repositories, ProgressActor& progre
 
 Task<void> DeferredSave::run() {
     const Date start = clock_.now();
-    co_await stopIfLibraryIsDeleted();
+    if (library_->isDeleted())
+        throw ScannerError(ScannerError::Case::libraryNotAccessible, library_->rootPath);
     co_await prepare();
     co_await recordFiles();
     co_await upsertTracks();
@@ -72,22 +73,14 @@ Task<void> DeferredSave::prepare() {
     log::line("✅ [CACHE] Pre-loaded track cache");
     log::line("📋 [DEFERRED] Pre-loading existing files for comparison...");
     existingFiles_ = co_await repositories_.filesByPath(library_);
-    co_await stopIfLibraryIsDeleted();
     log::line("📋 [DEFERRED] Found {} existing files in library", existingFiles_.size());
     log::line("⚙️ [DEFERRED] Processing {} results in single transaction...", results_.size());
 }
 
 Task<void> DeferredSave::giveWay(std::size_t index) {
-    if ((index + 1) % filesPerTurn != 0) co_return;
+    if ((index + 1) % filesPerTurn != 0 && !turn_.isOver()) co_return;
     co_await yieldNow();
-    co_await stopIfLibraryIsDeleted();
-}
-
-Task<void> DeferredSave::stopIfLibraryIsDeleted() {
-    if (!library_->isDeleted()) co_return;
-    // The library took its files along. The tracks that were made for them would be nobody's.
-    co_await repositories_.tracks.removeUnlinked();
-    throw ScannerError(ScannerError::Case::libraryNotAccessible, library_->rootPath);
+    turn_ = Turn();
 }
 
 Task<void> DeferredSave::recordFiles() {
@@ -103,7 +96,6 @@ Task<void> DeferredSave::recordFiles() {
         if ((i + 1) % filesPerSave == 0) {
             log::line("🧹 [BATCH SAVE] Saving batch after {} files to prevent memory bloat", i + 1);
             co_await repositories_.saveIfDirty();
-            co_await stopIfLibraryIsDeleted();
         }
         co_await giveWay(i);
     }
@@ -267,9 +259,7 @@ Task<void> DeferredSave::attachFiles() {
     for (std::size_t i = 0; i < attachments_.size(); ++i) {
         const FileItemRef file = attachments_[i].file;
         const TrackRef track = attachments_[i].track;
-        // A track may have been deleted since, while this save gave way.
-        const bool hasTrack = track && !track->isDeleted();
-        if (hasTrack) {
+        if (track) {
             co_await repositories_.tracks.linkFile(file, track);
         } else {
             log::line("⚠️ [ATTACHMENT] No track in results for file: {} (index: {})",
@@ -277,10 +267,9 @@ Task<void> DeferredSave::attachFiles() {
             ++failures;
         }
         FileItemFields& fields = file->edit();
-        // Where its track was taken away, the file has to look changed to the next scan, which makes it anew.
-        if (hasTrack || !track) fields.quickSig = std::move(results_[attachments_[i].result].quickSig);
-        fields.status = hasTrack ? FileStatus::ready : FileStatus::error;
-        fields.errorMsg = hasTrack ? std::nullopt : std::optional<std::string>("Failed to create/find track");
+        fields.quickSig = std::move(results_[attachments_[i].result].quickSig);
+        fields.status = track ? FileStatus::ready : FileStatus::error;
+        fields.errorMsg = track ? std::nullopt : std::optional<std::string>("Failed to create/find track");
         repositories_.files.pendingSaves = true;
         co_await giveWay(i);
     }

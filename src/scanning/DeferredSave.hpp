@@ -19,8 +19,8 @@ class DeferredSave {
     DeferredSave(ScanRepositories& repositories, ProgressActor& progress, const Clock& clock,
                  LibraryRef library, std::vector<ProcessResult>& results, ScanStats& stats);
 
-    /// Throws the store's errors: what was saved before stays, the rest stays unsaved in the context. Throws
-    /// libraryNotAccessible where the library is deleted meanwhile: then nothing of this scan stays.
+    /// Nothing may be deleted meanwhile. Throws the store's errors: what was saved before stays, the rest
+    /// stays unsaved in the context. Throws libraryNotAccessible where the library is gone.
     Task<void> run();
 
   private:
@@ -54,8 +54,6 @@ class DeferredSave {
     Task<void> attachFiles();
     /// Behind the file of this index, where its turn of the main actor is over.
     Task<void> giveWay(std::size_t index);
-    /// Belongs behind every suspension: others have the main actor meanwhile.
-    Task<void> stopIfLibraryIsDeleted();
 
     ScanRepositories& repositories_;
     ProgressActor& progress_;
@@ -65,6 +63,7 @@ class DeferredSave {
     ScanStats& stats_;
     FilesByPath existingFiles_;
     std::vector<Attachment> attachments_;
+    Turn turn_;
 };
 
 } // namespace velto

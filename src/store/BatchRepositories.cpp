@@ -14,8 +14,6 @@ namespace {
 constexpr double slowLookup = 0.001;
 constexpr double slowFile = 0.01;
 
-constexpr std::size_t tracksPerTurn = 2'000; // a millisecond or two of the main actor
-
 } // namespace
 
 BatchOptimizedFileRepository::BatchOptimizedFileRepository(ModelContext& modelContext, const Clock& clock)
@@ -143,14 +141,6 @@ Task<void> BatchOptimizedTrackRepository::preloadCache(std::size_t expected) {
     log::line("✅ [CACHE] Pre-loaded {} tracks in {:.2f}s", count, clock_.secondsSince(start));
 }
 
-Task<void> BatchOptimizedTrackRepository::removeUnlinked() {
-    for (std::size_t i = 0; i < made_.size(); ++i) {
-        if (made_[i]->files.empty()) modelContext_.remove(made_[i]);
-        if ((i + 1) % tracksPerTurn == 0) co_await yieldNow();
-    }
-    made_.clear();
-}
-
 /// By the cache, else by a fetch. A cached track that was deleted since counts as a miss.
 TrackRef BatchOptimizedTrackRepository::lookUp(const std::string& canonicalSig) {
     const Date start = clock_.now();
@@ -175,7 +165,6 @@ Task<TrackRef> BatchOptimizedTrackRepository::upsertTrack(TrackMetadata metadata
     } else {
         track = model::make<Track>(canonicalSig, std::move(metadata));
         modelContext_.insert(track);
-        made_.push_back(track);
     }
     trackCache_.insert_or_assign(std::move(canonicalSig), track);
     pendingSaves = true;

@@ -56,9 +56,6 @@ class BatchOptimizedTrackRepository final : public TrackRepository {
     /// room for `expected` more; does nothing the second time.
     Task<void> preloadCache(std::size_t expected = 0);
 
-    /// Removes the tracks that this repository made and that no file was linked to, in turns likewise.
-    Task<void> removeUnlinked();
-
     Task<TrackRef> upsertTrack(TrackMetadata metadata, std::string canonicalSig) override;
 
     /// The same with the signature made from the metadata.
@@ -76,7 +73,6 @@ class BatchOptimizedTrackRepository final : public TrackRepository {
     const Clock& clock_;
     const GenreTextParser* genreTextParser_;
     std::unordered_map<std::string, TrackRef> trackCache_; ///< by canonicalSig
-    std::vector<TrackRef> made_;
     bool cachePreloaded_ = false;
 };
 

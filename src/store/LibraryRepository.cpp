@@ -1,4 +1,5 @@
 #include "platform/log/Log.hpp"
+#include "platform/model/InBackground.hpp"
 #include "store/RepositoryRules.hpp"
 #include "store/StoreRepositories.hpp"
 
@@ -9,10 +10,11 @@ constexpr std::size_t tracksPerTurn = 2'000; // a millisecond or two of the main
 } // namespace
 
 SwiftDataLibraryRepository::SwiftDataLibraryRepository(ModelContext& modelContext, const Clock& clock,
-                                                       std::optional<Executors> executors)
+                                                       Executors executors)
     : modelContext_(modelContext)
     , clock_(clock)
-    , executors_(std::move(executors)) {}
+    , executors_(std::move(executors))
+    , deletions_(executors_.main) {}
 
 Task<std::vector<LibraryRef>> SwiftDataLibraryRepository::libraries() {
     log::line("🕐 [REPO PERF] Starting libraries() fetch");
@@ -47,21 +49,26 @@ Task<LibraryRef> SwiftDataLibraryRepository::upsertLibrary(std::string name, std
 }
 
 Task<void> SwiftDataLibraryRepository::deleteLibrary(LibraryRef library) {
+    const Gate::Pass alone = co_await deletions_.enter();
     log::line("🗑️ [LIBRARY] Deleting library '{}' with {} files", library->name, library->files.size());
     auto tracks = distinctTracksOf(library);
     log::line("🗑️ [LIBRARY] Found {} tracks that may become orphaned", tracks.size());
-    modelContext_.remove(library);
-    co_await rules::save(modelContext_, executors_);
+    std::vector<model::Ref<model::Object>> removed(1, library);
+    co_await model::removeInBackground(modelContext_, executors_, std::move(removed));
     log::line("🗑️ [LIBRARY] Library and files deleted, checking for orphaned tracks...");
-    std::size_t deleted = 0;
+    co_await deleteOrphans(std::move(tracks));
+    log::line("✅ [LIBRARY] Library deletion complete");
+}
+
+Task<void> SwiftDataLibraryRepository::deleteOrphans(std::vector<TrackRef> tracks) {
+    std::vector<model::Ref<model::Object>> orphans;
     std::size_t kept = 0;
     for (std::size_t i = 0; i < tracks.size(); ++i) {
         const TrackRef& track = tracks[i];
-        if (executors_ && (i + 1) % tracksPerTurn == 0) co_await yieldNow();
+        if ((i + 1) % tracksPerTurn == 0) co_await yieldNow();
         if (track->isDeleted()) continue; // by others, while this gave way
         if (track->files.empty()) {
-            modelContext_.remove(track);
-            ++deleted;
+            orphans.emplace_back(track);
         } else {
             ++kept;
             log::line("🗑️ [LIBRARY] Track still has {} files in other libraries: {} - {}",
@@ -69,12 +76,15 @@ Task<void> SwiftDataLibraryRepository::deleteLibrary(LibraryRef library) {
                       track->title.value_or("Unknown"));
         }
     }
-    if (deleted > 0) log::line("🗑️ [LIBRARY] Deleting {} orphaned track(s)", deleted);
+    if (!orphans.empty()) log::line("🗑️ [LIBRARY] Deleting {} orphaned track(s)", orphans.size());
     if (kept > 0) log::line("🗑️ [LIBRARY] Keeping {} track(s) that have files in other libraries", kept);
-    co_await rules::save(modelContext_, executors_);
-    const auto free = [&tracks] { tracks.clear(); }; // takes a while, too
-    if (executors_) co_await offload(*executors_, free);
-    log::line("✅ [LIBRARY] Library deletion complete");
+    co_await model::removeInBackground(modelContext_, executors_, std::move(orphans));
+    const auto free = [&tracks] { tracks.clear(); }; // takes a while
+    co_await offload(executors_, free);
+}
+
+Task<Gate::Pass> SwiftDataLibraryRepository::holdDeletions() {
+    return deletions_.enter();
 }
 
 Task<void> SwiftDataLibraryRepository::updateScanTimes(LibraryRef library, std::optional<Date> startedAt,

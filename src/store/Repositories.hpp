@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/concurrency/Task.hpp"
+#include "platform/concurrency/Gate.hpp"
 #include "store/Entities.hpp"
 #include "store/FileSystemInfo.hpp"
 #include "store/TrackMetadata.hpp"
@@ -27,8 +27,13 @@ class LibraryRepository {
                                            std::optional<std::string> includeGlob,
                                            std::optional<std::string> excludeGlob) = 0;
 
-    /// Deletes the library with its files and scan runs, then every track that no file is left of.
+    /// Deletes the library with its files and scan runs, then every track that no file is left of. What could
+    /// not be deleted stays as it was.
     virtual Task<void> deleteLibrary(LibraryRef library) = 0;
+
+    /// While somebody holds the pass, deleteLibrary waits: for who looks tracks up to give them files, and
+    /// for who deletes by other ways.
+    virtual Task<Gate::Pass> holdDeletions() = 0;
 
     /// Sets those of the two dates that are given.
     virtual Task<void> updateScanTimes(LibraryRef library, std::optional<Date> startedAt,

@@ -9,27 +9,29 @@ namespace velto {
 class GenreTextParser;
 
 // The direct implementations: every operation that changes something saves before it returns. They hold
-// references only; what is given to a constructor outlives the object. Those that take executors change the
-// objects at once and have the pool write what may be a whole library's rows; without them the main actor
-// writes.
+// references only; what is given to a constructor outlives the object. Those that take executors have the
+// pool write what may be a whole library's rows; where they are optional and missing, the main actor writes.
 
 class SwiftDataLibraryRepository final : public LibraryRepository {
   public:
-    SwiftDataLibraryRepository(ModelContext& modelContext, const Clock& clock,
-                               std::optional<Executors> executors = std::nullopt);
+    SwiftDataLibraryRepository(ModelContext& modelContext, const Clock& clock, Executors executors);
 
     Task<std::vector<LibraryRef>> libraries() override;
     Task<LibraryRef> upsertLibrary(std::string name, std::string rootPath,
                                    std::optional<std::string> includeGlob,
                                    std::optional<std::string> excludeGlob) override;
     Task<void> deleteLibrary(LibraryRef library) override;
+    Task<Gate::Pass> holdDeletions() override;
     Task<void> updateScanTimes(LibraryRef library, std::optional<Date> startedAt,
                                std::optional<Date> finishedAt) override;
 
   private:
+    Task<void> deleteOrphans(std::vector<TrackRef> tracks);
+
     ModelContext& modelContext_;
     const Clock& clock_;
-    std::optional<Executors> executors_;
+    Executors executors_;
+    Gate deletions_;
 };
 
 class SwiftDataTrackRepository final : public TrackRepository {

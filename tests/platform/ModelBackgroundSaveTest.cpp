@@ -114,48 +114,6 @@ TEST_F(ModelBackgroundSave, APlainSaveMayComeBetween) {
     EXPECT_EQ(stored("sum(pages)"), std::to_string(-many));
 }
 
-TEST_F(ModelBackgroundSave, ARollbackDiscardsWhatIsCapturedAndLeavesWhatIsBeingWritten) {
-    const auto books = shelf->books.all();
-    startAndStop();
-    ASSERT_FALSE(hasEnded);
-    context().rollback();
-    EXPECT_TRUE(shelf->books.empty() && books.front()->isDeleted() && books.back()->isDeleted());
-    make<Book>(shelf)->edit().title = "after it";
-    finish();
-    EXPECT_FALSE(failure) << describe(failure);
-    EXPECT_EQ(stored("group_concat(title)"), "after it");
-
-    for (const bool fails : {true, false}) {
-        if (fails) sql("CREATE TRIGGER obstacle BEFORE INSERT ON Book BEGIN SELECT RAISE(ABORT, 'no'); END");
-        const auto book = make<Book>(shelf);
-        start();
-        runtime.runUntil([&] { return !book->hasChanges(); }); // its row is on its way
-        book->edit().title = "later";
-        context().rollback();
-        EXPECT_EQ(book->isDeleted(), fails);
-        EXPECT_EQ(shelf->books.size(), fails ? 1U : 2U);
-        EXPECT_EQ(book->title.has_value(), fails) << "as it was written, or as it was left";
-        finish();
-        EXPECT_EQ(failure != nullptr, fails);
-        EXPECT_FALSE(context().hasChanges());
-        if (fails) sql("DROP TRIGGER obstacle");
-        EXPECT_EQ(stored("count(*)"), std::to_string(shelf->books.size()));
-    }
-}
-
-TEST_F(ModelBackgroundSave, ARollbackFindsThePlacesOfWhatWasRemovedDuringTheWriting) {
-    const auto books = shelf->books.all();
-    start();
-    runtime.runUntil([&] { return !books.front()->hasChanges(); });
-    context().remove(shelf);
-    finish(); // closes the gaps of the tables
-    EXPECT_EQ(context().count<Book>(), 0U);
-    context().rollback();
-    EXPECT_EQ(context().fetch<Book>(), books);
-    EXPECT_EQ(shelf->books.all(), books);
-    EXPECT_EQ(context().find<Book>(books[many / 2]->persistentId()), books[many / 2]);
-}
-
 TEST_F(ModelBackgroundSave, LoadingInTheBackgroundGivesTheSameGraphAndYieldsToAPlainLoad) {
     context().save();
     for (const bool isInterrupted : {false, true}) {

@@ -396,54 +396,56 @@ TEST_F(ScannerTest, ATrackThatCannotBeMadeMarksItsFileAlone) {
     EXPECT_TRUE(log.contains("⚠️ [ATTACHMENT] Failed to attach 1 files"));
 }
 
-Task<void> deleteLibrary(LibraryRepository& libraries, LibraryRef library) {
-    co_await libraries.deleteLibrary(library);
+TEST_F(ScannerTest, ALibraryDeletedDuringItsScanEndsTheScanAndLeavesNothing) {
+    addSongs(3);
+    extractor->before = [this](int number, const std::string&) -> Task<void> {
+        return number == 1 ? runOn(runtime.main(), libraries->deleteLibrary(library)) : nothing();
+    };
+    const TrackRef orphan = model::make<Track>("artist|song 1||0.0", TrackMetadata()); // an earlier scan's
+    context().insert(orphan);
+    EXPECT_EQ(failureOfScan(), "Library directory not accessible: " + music.string());
+    context().save();
+    EXPECT_EQ(context().count<FileItem>(), 0U);
+    EXPECT_EQ(context().fetch<Track>(), std::vector{orphan}) << "nobody's: not this deletion's";
+    EXPECT_EQ(context().count<ScanRun>(), 0U);
 }
 
-/// Calls `at` with the number of each track that is made.
-class CountingParser final : public GenreTextParser {
+/// Calls `at` for each track that is made.
+class CallingParser final : public GenreTextParser {
   public:
-    explicit CountingParser(std::function<void(int)> at)
-        : at_(std::move(at)) {}
+    std::function<void()> at;
 
     [[nodiscard]] RecognisedTags parse(const std::string&) const override {
-        at_(++calls_);
+        at();
         return {};
     }
-
-  private:
-    std::function<void(int)> at_;
-    mutable int calls_ = 0;
 };
 
-TEST_F(ScannerTest, ALibraryDeletedDuringItsScanEndsTheScanAndLeavesNothing) {
-    int deletedAtTrack = 0;
-    const CountingParser parser([&, this](int number) {
-        if (number == deletedAtTrack) spawn(runtime.main(), deleteLibrary(*libraries, library));
-    });
+TEST_F(ScannerTest, ADeletionWaitsForTheSaveWhoseTracksItWouldTake) {
+    const log::Capture log;
+    addSongs(450); // several turns
+    const LibraryRef other =
+        runtime.run(libraries->upsertLibrary("Other", "/other", std::nullopt, std::nullopt));
+    const TrackRef shared = model::make<Track>("artist|song 1||0.0", TrackMetadata());
+    shared->edit().regions = std::vector<std::string>{"Europe"};
+    const auto file = model::make<FileItem>("/other/1.wav", "1.wav", "1.wav", "wav", 1, clock.now(),
+                                            FileStatus::ready, clock.now());
+    file->edit().library = other;
+    file->edit().track = shared;
+    context().save();
+    int left = 1;
+    CallingParser parser;
+    parser.at = [&, this] {
+        if (left-- == 1) spawn(runtime.main(), libraries->deleteLibrary(other));
+    };
     extractor->genre = "House";
-    int round = 0;
-    // In the reading, of few files; in the making of the tracks, when some hundred are there.
-    for (const auto& [files, file, track] : {std::tuple{3, 1, 0}, std::tuple{450, 0, 250}}) {
-        addSongs(files);
-        if (round++ > 0)
-            library =
-                runtime.run(libraries->upsertLibrary("Music", music.string(), std::nullopt, std::nullopt));
-        scanner = makeScanner(&parser);
-        deletedAtTrack = track;
-        extractor->before = [this, file = file](int number, const std::string&) -> Task<void> {
-            return number == file ? runOn(runtime.main(), deleteLibrary(*libraries, library)) : nothing();
-        };
-        const TrackRef orphan =
-            model::make<Track>("artist|song 1||0.0", TrackMetadata()); // an earlier scan's
-        context().insert(orphan);
-        EXPECT_EQ(failureOfScan(), "Library directory not accessible: " + music.string());
-        context().save();
-        EXPECT_EQ(context().count<FileItem>(), 0U);
-        EXPECT_EQ(context().fetch<Track>(), std::vector{orphan}) << "nobody's: not this deletion's";
-        EXPECT_EQ(context().count<ScanRun>(), 0U);
-        context().remove(orphan);
-    }
+    scanner = makeScanner(&parser);
+    EXPECT_EQ(failureOfScan(), "no failure");
+    runtime.runUntil([&] { return log.contains("✅ [LIBRARY] Library deletion complete"); });
+    EXPECT_TRUE(other->isDeleted());
+    ASSERT_FALSE(shared->isDeleted());
+    EXPECT_EQ(shared->files.size(), 1U);
+    EXPECT_EQ(context().count<Track>(), 450U);
 }
 
 } // namespace

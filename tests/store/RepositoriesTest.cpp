@@ -30,7 +30,7 @@ class Repositories : public StoreTest {
 };
 
 TEST_F(Repositories, UpsertLibraryMakesOrOverwrites) {
-    SwiftDataLibraryRepository repository(context(), clock);
+    SwiftDataLibraryRepository repository(context(), clock, runtime.executors());
     const auto made = runtime.run(repository.upsertLibrary("b", "/old", "*.mp3", std::nullopt));
     EXPECT_TRUE(made->isEnabled);
     made->edit().isEnabled = false;
@@ -39,7 +39,7 @@ TEST_F(Repositories, UpsertLibraryMakesOrOverwrites) {
     runtime.run(repository.updateScanTimes(made, now(), std::nullopt));
     EXPECT_FALSE(context().hasChanges()) << "every operation saves";
     reopen();
-    SwiftDataLibraryRepository again(context(), clock);
+    SwiftDataLibraryRepository again(context(), clock, runtime.executors());
     const auto libraries = runtime.run(again.libraries());
     ASSERT_EQ(libraries.size(), 2U);
     EXPECT_EQ(libraries[0]->name, "a");
@@ -108,7 +108,7 @@ TEST_F(Repositories, LinkingTakesTheEarliestDateAndWakesAnOrphan) {
 }
 
 TEST_F(Repositories, DeletingALibraryTakesOnlyTheTracksThatNoFileIsLeftOf) {
-    SwiftDataLibraryRepository repository(context(), clock);
+    SwiftDataLibraryRepository repository(context(), clock, runtime.executors());
     const auto doomed = addLibrary("doomed");
     const auto kept = addLibrary("kept");
     const auto shared = addTrack("shared");

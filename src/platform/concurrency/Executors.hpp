@@ -8,6 +8,7 @@
 #include <asio/this_coro.hpp>
 #include <asio/use_awaitable.hpp>
 
+#include <chrono>
 #include <type_traits>
 #include <utility>
 
@@ -47,6 +48,18 @@ void spawn(Executor executor, Task<void> task);
 
 /// Gives way: the rest of the executor's queue runs before this coroutine goes on.
 Task<void> yieldNow();
+
+/// A turn of the main actor, from its making on: for loops whose steps may take long.
+class Turn {
+  public:
+    /// True where it is time to give way, if the window is not to stutter.
+    [[nodiscard]] bool isOver() const { return std::chrono::steady_clock::now() - start_ > length; }
+
+  private:
+    static constexpr std::chrono::milliseconds length{4};
+
+    std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+};
 
 /// Names the calling thread as the main actor's. Called once by the composition root and by tests.
 void bindMainActor();

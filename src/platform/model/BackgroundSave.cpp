@@ -4,6 +4,7 @@
 #include "platform/model/ObjectAccess.hpp"
 
 #include <algorithm>
+#include <limits>
 #include <utility>
 
 namespace velto::model {
@@ -12,7 +13,8 @@ namespace {
 
 using ObjectState = ObjectAccess::State;
 
-constexpr std::size_t rowsPerTurn = 500; // about a millisecond of the main actor
+constexpr std::size_t rowsPerTurn = 500;      // about a millisecond of the main actor
+constexpr std::size_t objectsPerTurn = 2'000; // likewise
 constexpr int turnsBeforeLast =
     10'000; // whoever changes more than is captured does not hold a save up for ever
 
@@ -23,6 +25,7 @@ struct BackgroundSave::Spent {
     std::deque<Captured> captured;
     std::unordered_map<const Object*, std::size_t> places;
     std::vector<std::vector<Ref<Object>>> deleted;
+    std::unique_ptr<Removal> removal;
 };
 
 /// Puts the capture back when the coroutine goes before it could launch.
@@ -50,13 +53,14 @@ BackgroundSave::BackgroundSave(ModelContext& context, Executor main)
     , promise_(std::make_shared<std::promise<void>>())
     , written_(promise_->get_future()) {}
 
-Task<void> BackgroundSave::run(ModelContext& context, Executors executors) {
+Task<void> BackgroundSave::run(ModelContext& context, Executors executors, std::vector<Ref<Object>> objects) {
     while (context.state_->backgroundSave) {
         const auto running = context.state_->backgroundSave;
         co_await running->ended_.wait();
     }
     const auto save = std::make_shared<BackgroundSave>(context, executors.main);
     context.state_->backgroundSave = save;
+    if (!objects.empty()) save->removal_ = std::make_unique<Removal>(context, std::move(objects));
     const Abort abort(save);
     save->places_.reserve(context.state_->pending.size());
     for (int turn = 0; !save->capture(turn >= turnsBeforeLast); ++turn) {
@@ -67,18 +71,30 @@ Task<void> BackgroundSave::run(ModelContext& context, Executors executors) {
     // The promise is the job's alone: a job that is dropped unrun breaks it, and nobody waits for ever.
     const auto job = [save, outcome = std::exchange(save->promise_, nullptr)] { save->write(*outcome); };
     co_await offload(executors, job);
+    while (save->isRemoving(objectsPerTurn))
+        co_await yieldNow();
     save->settle();
     asio::post(executors.pool, [spent = save->spent()] {});
     if (save->failure_) std::rethrow_exception(save->failure_);
 }
 
 bool BackgroundSave::capture(bool isLastTurn) {
+    std::size_t room = isLastTurn ? std::numeric_limits<std::size_t>::max() : rowsPerTurn;
+    if (!removal_) return capturePending(room);
+    // Each of these steps may have found something for the others.
+    std::size_t before = 0;
+    do {
+        before = room;
+        if (!removal_->find(room) || !capturePending(room) || !captureSurvivors(room)) return false;
+    } while (room != before);
+    return true;
+}
+
+bool BackgroundSave::capturePending(std::size_t& room) {
     auto& changed = context_->state_->pending.changed;
-    std::size_t room = rowsPerTurn;
     for (std::size_t place = 0; place < changed.size(); ++place)
-        while (!changed[place].empty()) {
-            if (room == 0 && !isLastTurn) return false;
-            if (room > 0) --room;
+        for (; !changed[place].empty(); --room) {
+            if (room == 0) return false;
             const Ref<Object> object = std::move(changed[place].back());
             changed[place].pop_back();
             captureRow(object, place);
@@ -86,9 +102,20 @@ bool BackgroundSave::capture(bool isLastTurn) {
     return true;
 }
 
+bool BackgroundSave::captureSurvivors(std::size_t& room) {
+    for (; survivorsCaptured_ < removal_->survivors().size(); ++survivorsCaptured_, --room) {
+        if (room == 0) return false;
+        const Ref<Object>& survivor = removal_->survivors()[survivorsCaptured_];
+        ObjectAccess::mark(*survivor, ObjectAccess::relinked);
+        captureRow(survivor, context_->state_->index(*survivor));
+    }
+    return true;
+}
+
 void BackgroundSave::captureRow(const Ref<Object>& object, std::size_t place) {
     if (object->isDeleted()) return;
     auto& changing = const_cast<Object&>(*object);
+    if (removal_) removal_->follow(changing);
     auto kind = ObjectAccess::isMarked(changing, ObjectAccess::relinked) ? RowChange::Kind::relink
                                                                          : RowChange::Kind::update;
     if (ObjectAccess::state(changing) == ObjectState::inserted) kind = RowChange::Kind::insert;
@@ -99,6 +126,7 @@ void BackgroundSave::captureRow(const Ref<Object>& object, std::size_t place) {
     CaptureSink sink(context_->state_->codecs[place].columnCount());
     context_->state_->codecs[place].encode(changing, change.kind != RowChange::Kind::update, sink);
     change.values = sink.take();
+    if (removal_ && change.kind != RowChange::Kind::update) removal_->cutLinks(changing, change.values);
     ObjectAccess::unmark(changing, ObjectAccess::dirty | ObjectAccess::relinked);
 }
 
@@ -107,7 +135,7 @@ void BackgroundSave::launch() {
     isLaunched_ = true;
     deleted_.swap(state.pending.deleted);
     for (Captured& captured : captured_) {
-        captured.isDropped = captured.object->isDeleted();
+        captured.isDropped = captured.object->isDeleted() || (removal_ && removal_->takes(*captured.object));
         if (!captured.isDropped && captured.change.kind == RowChange::Kind::insert)
             ObjectAccess::setState(const_cast<Object&>(*captured.object), ObjectState::saved);
     }
@@ -137,9 +165,13 @@ std::vector<RowChange> BackgroundSave::sortedChanges() {
         return left.group != right.group ? left.group < right.group : left.row < right.row;
     });
     std::vector<RowChange> sorted;
-    for (auto place = writeOrder_.rbegin(); place != writeOrder_.rend(); ++place)
+    for (auto place = writeOrder_.rbegin(); place != writeOrder_.rend(); ++place) {
         for (const auto& object : deleted_[*place])
             sorted.push_back({RowChange::Kind::remove, *place, ObjectAccess::row(*object), nullptr, {}});
+        if (!removal_) continue;
+        for (const std::int64_t row : removal_->rows()[*place])
+            sorted.push_back({RowChange::Kind::remove, *place, row, nullptr, {}});
+    }
     sorted.reserve(sorted.size() + keys.size());
     for (const Key& key : keys) {
         RowChange& change = key.captured->change;
@@ -157,14 +189,24 @@ void BackgroundSave::write(std::promise<void>& outcome) {
     }
 }
 
-void BackgroundSave::settle() {
-    if (context_ == nullptr) return;
+bool BackgroundSave::hasWritten() {
     try {
-        written_.get();
+        if (written_.valid()) written_.get();
     } catch (...) {
         failure_ = std::current_exception();
-        putBack();
     }
+    return !failure_;
+}
+
+bool BackgroundSave::isRemoving(std::size_t most) {
+    return context_ != nullptr && removal_ && hasWritten() && removal_->apply(most);
+}
+
+void BackgroundSave::settle() {
+    if (context_ == nullptr) return;
+    while (isRemoving(std::numeric_limits<std::size_t>::max())) {
+    }
+    if (!hasWritten()) putBack();
     end();
 }
 
@@ -173,7 +215,7 @@ void BackgroundSave::giveWay() {
 }
 
 void BackgroundSave::abandon() {
-    if (isLaunched_) written_.wait();
+    if (isLaunched_ && written_.valid()) written_.wait();
     context_ = nullptr;
     ended_.set();
 }
@@ -194,6 +236,7 @@ void BackgroundSave::putBack() {
     }
     captured_.clear();
     places_.clear();
+    survivorsCaptured_ = 0;
     for (std::size_t place = 0; place < deleted_.size(); ++place) {
         for (auto& object : deleted_[place])
             pending.deleted[place].push_back(std::move(object));
@@ -210,7 +253,8 @@ void BackgroundSave::end() {
 }
 
 std::shared_ptr<BackgroundSave::Spent> BackgroundSave::spent() {
-    return std::make_shared<Spent>(Spent{std::move(captured_), std::move(places_), std::move(deleted_)});
+    return std::make_shared<Spent>(
+        Spent{std::move(captured_), std::move(places_), std::move(deleted_), std::move(removal_)});
 }
 
 } // namespace velto::model

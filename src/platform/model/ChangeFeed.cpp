@@ -37,31 +37,7 @@ void ChangeFeed::noteUpdated(const Object& object) {
 
 void ChangeFeed::noteDeleted(const Object& object) {
     take(object);
-    if (ObjectAccess::isMarked(object, ObjectAccess::noted)) changes_.deleted.emplace_back(object);
-}
-
-void ChangeFeed::noteRestored(const Object& object) {
-    noteInserted(object); // one that stands in the set already is sorted out at the delivery
-}
-
-/// Puts each object into the one list that says what became of it.
-ChangeSet ChangeFeed::takeChanges() {
-    ChangeSet changes = std::exchange(changes_, {});
-    const auto isDeleted = [](const Ref<Object>& object) { return object->isDeleted(); };
-    std::erase_if(changes.inserted, isDeleted);
-    std::erase_if(changes.updated, isDeleted);
-    for (const auto* list : {&changes.inserted, &changes.updated})
-        for (const auto& object : *list)
-            ObjectAccess::unmark(*object, ObjectAccess::noted);
-    // What is still marked stands in no other list, and loses its mark where it stands twice in this one.
-    std::erase_if(changes.deleted, [&](const Ref<Object>& object) {
-        if (!ObjectAccess::isMarked(*object, ObjectAccess::noted)) return true;
-        ObjectAccess::unmark(*object, ObjectAccess::noted);
-        if (object->isDeleted()) return false;
-        changes.updated.push_back(object); // was restored before anybody heard of its deletion
-        return true;
-    });
-    return changes;
+    if (isObserved()) changes_.deleted.emplace_back(object);
 }
 
 Subscription ChangeFeed::observe(std::function<void(const ChangeSet&)> observer) {
@@ -78,7 +54,13 @@ Subscription ChangeFeed::observe(const Object& object, std::function<void()> obs
 
 void ChangeFeed::deliver() {
     isPosted_ = false;
-    const ChangeSet changes = takeChanges();
+    ChangeSet changes = std::exchange(changes_, {});
+    const auto isDeleted = [](const Ref<Object>& object) { return object->isDeleted(); };
+    std::erase_if(changes.inserted, isDeleted);
+    std::erase_if(changes.updated, isDeleted);
+    for (const auto* list : {&changes.inserted, &changes.updated, &changes.deleted})
+        for (const auto& object : *list)
+            ObjectAccess::unmark(*object, ObjectAccess::noted);
     if (changes.inserted.empty() && changes.updated.empty() && changes.deleted.empty()) return;
     tell(changes);
 }

@@ -15,8 +15,6 @@ class ChangeFeed {
     void noteInserted(const Object& object);
     void noteUpdated(const Object& object);
     void noteDeleted(const Object& object);
-    /// An object whose deletion was noted lives again. Where nobody was told yet, it counts as updated.
-    void noteRestored(const Object& object);
 
     Subscription observe(std::function<void(const ChangeSet&)> observer);
     Subscription observe(const Object& object, std::function<void()> observer);
@@ -32,7 +30,6 @@ class ChangeFeed {
     [[nodiscard]] bool isObserved() const { return !observers_.empty() || !objectObservers_.empty(); }
 
     bool take(const Object& object);
-    [[nodiscard]] ChangeSet takeChanges();
     void tell(const ChangeSet& changes);
     void tell(const std::vector<Ref<Object>>& objects);
 

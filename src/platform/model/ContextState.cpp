@@ -137,12 +137,6 @@ void ModelContext::State::dismantle(Object& object, std::vector<Object*>& more) 
             ObjectAccess::unlink(end);
         }
     }
-    if (ObjectAccess::state(object) == ObjectState::saved) pending.deleted[place].emplace_back(object);
-    expel(object);
-}
-
-void ModelContext::State::expel(Object& object) {
-    const std::size_t place = index(object);
     for (const auto& relationship : object.entity().toOnes()) {
         auto& end = relationship.toOne(object);
         if (const Object* target = ObjectAccess::target(end)) feed.noteUpdated(*target);
@@ -151,6 +145,7 @@ void ModelContext::State::expel(Object& object) {
     uniques[place].remove(object);
     feed.noteDeleted(object);
     tables[place].remove(object);
+    if (ObjectAccess::state(object) == ObjectState::saved) pending.deleted[place].emplace_back(object);
     ObjectAccess::setState(object, ObjectState::deleted);
     ObjectAccess::setContext(object, nullptr);
     ObjectAccess::release(object); // the table's reference; the caller or the lists of changes hold it

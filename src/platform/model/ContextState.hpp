@@ -44,8 +44,6 @@ class ModelContext::State {
     void adopt(ObjectGraph& graph, ModelContext& context);
     void insert(Object& object, ModelContext& context);
     void remove(Object& object);
-    /// Takes an object that no list relates to any more out of the context, its own links with it.
-    void expel(Object& object);
     void noteWrite(const Object& object);
 
     /// All that is pending, in an order in which it can be written.

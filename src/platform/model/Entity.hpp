@@ -33,8 +33,6 @@ struct AttributeDescription {
     bool isUnique;
     /// Where the value lies: a T* or std::optional<T>* by kind and isOptional.
     void* (*address)(Object&);
-    /// Moves the value from one object of the entity to another.
-    void (*moveValue)(Object& from, Object& to);
     /// For enumerations: the raw value (none where absent), and an assignment that refuses unknown texts.
     std::optional<std::string_view> (*rawValue)(const Object&) = nullptr;
     bool (*assignRawValue)(Object&, std::string_view) = nullptr;
@@ -247,14 +245,8 @@ class EntityBuilder {
         using V = typename detail::Unwrapped<M>::Type;
         constexpr AttributeKind kind = detail::kindOf<V>();
         AttributeDescription attribute{
-            std::move(name),
-            kind,
-            detail::Unwrapped<M>::isOptional,
-            isUnique,
-            [](Object& object) -> void* { return &detail::member<T, Member>(object); },
-            [](Object& from, Object& to) {
-                detail::member<T, Member>(to) = std::move(detail::member<T, Member>(from));
-            }};
+            std::move(name), kind, detail::Unwrapped<M>::isOptional, isUnique,
+            [](Object& object) -> void* { return &detail::member<T, Member>(object); }};
         if constexpr (kind == AttributeKind::enumeration) {
             attribute.rawValue = [](const Object& object) {
                 return detail::rawValueOf(static_cast<const T&>(object).*Member);

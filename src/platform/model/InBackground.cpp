@@ -42,7 +42,13 @@ Task<void> indexInBackground(ModelContext& context, const EntityDescription& ent
 
 Task<void> saveInBackground(ModelContext& context, Executors executors) {
     assertMainActor();
-    co_await BackgroundSave::run(context, executors);
+    co_await BackgroundSave::run(context, executors, {});
+}
+
+Task<void> removeInBackground(ModelContext& context, Executors executors, std::vector<Ref<Object>> objects) {
+    assertMainActor();
+    context.load();
+    co_await BackgroundSave::run(context, executors, std::move(objects));
 }
 
 } // namespace velto::model

@@ -14,9 +14,14 @@ Task<void> loadInBackground(ModelContext& context, Executors executors);
 
 /// What ModelContext::save() does: the values are captured in short turns of the main actor and written on
 /// the pool. Changes made before the last turn are in, later ones stay pending. A second call waits for the
-/// first, and a plain save() or a rollback() may come between. Fails as save() does, and then all that it
-/// took is pending again.
+/// first, and a plain save() may come between. Fails as save() does, and then all that it took is pending
+/// again.
 Task<void> saveInBackground(ModelContext& context, Executors executors);
+
+/// Deletes the objects by the delete rules, in the store first: one transaction, with all that is pending as
+/// saveInBackground() writes it. Until that is written they live on, and where it fails they stay; what is
+/// related to them meanwhile goes by the delete rules too. Then they leave the context, in short turns.
+Task<void> removeInBackground(ModelContext& context, Executors executors, std::vector<Ref<Object>> objects);
 
 /// Makes the index of findUnique() for one entity, in short turns: otherwise its first call does, at once. It
 /// will take `room` more objects without growing.

@@ -4,7 +4,6 @@
 #include "platform/model/BackgroundSave.hpp"
 #include "platform/model/ContextState.hpp"
 #include "platform/model/ObjectAccess.hpp"
-#include "platform/model/Rollback.hpp"
 
 namespace velto::model {
 
@@ -82,14 +81,6 @@ void ModelContext::save() {
     if (const auto running = state_->backgroundSave) running->giveWay();
     if (const auto changes = state_->collect(); !changes.empty()) state_->writer.write(changes);
     state_->markSaved();
-}
-
-void ModelContext::rollback() {
-    assertMainActor();
-    if (const auto running = state_->backgroundSave) running->giveWay();
-    Rollback rollback(*this);
-    rollback.read();
-    rollback.apply();
 }
 
 Subscription ModelContext::observe(std::function<void(const ChangeSet&)> observer) {

@@ -108,7 +108,8 @@ class ModelContext {
     /// Registers the object and all that it is related to. Once inserted it stays where it is.
     void insert(const Ref<Object>& object);
 
-    /// Deletes the object by the delete rules, in memory at once and in the store with the next save.
+    /// Deletes the object by the delete rules, in memory at once and in the store with the next save: where
+    /// that may fail, removeInBackground() deletes the other way round.
     void remove(const Ref<Object>& object);
 
     /// True while a save would write something.
@@ -117,17 +118,6 @@ class ModelContext {
     /// Writes all pending changes in one transaction. On failure nothing is written, the objects keep their
     /// changes, and a later save writes them.
     void save();
-
-    /// Discards all pending changes: the objects are again what the store holds. Handles keep their meaning:
-    /// changed objects get their stored values back, removed ones live again with all their relationships
-    /// (lists that get members back are in the order of insertion), and inserted ones leave the context as if
-    /// they were removed. Observers hear of it as of other changes; an object that was told as deleted counts
-    /// as inserted. Reads the affected rows; on failure nothing has changed and all stays pending.
-    ///
-    /// A saveInBackground() under way: what it has only captured is discarded with the rest, and it goes on
-    /// with what is changed after this call. What it is writing already counts as saved: this waits for it,
-    /// and where that writing fails, discards it too while saveInBackground() reports the failure.
-    void rollback();
 
     /// Reads the whole store now rather than at the first fetch.
     void load();
@@ -147,7 +137,7 @@ class ModelContext {
     friend class Object;
     friend class ToOneBase;
     friend class BackgroundSave;
-    friend class Rollback;
+    friend class Removal;
     friend struct BackgroundWork;
     class State;
 

@@ -30,7 +30,7 @@ class Object {
 
     [[nodiscard]] PersistentIdentifier persistentId() const;
 
-    /// True from the moment of its removal on, saved or not; a rollback of an unsaved removal ends it.
+    /// True from the moment of its removal on, saved or not.
     [[nodiscard]] bool isDeleted() const { return state_ == State::deleted; }
 
     /// True while the store does not hold its present values.
@@ -43,7 +43,7 @@ class Object {
     [[nodiscard]] const EntityDescription& entity() const { return *entity_; }
 
     /// Calls `observer` on the main actor after changes of this object, once for all changes of one turn. The
-    /// delivery of its deletion is the last, even where a rollback brings the object back.
+    /// delivery of its deletion is the last.
     [[nodiscard]] Subscription observe(std::function<void()> observer) const;
 
   protected:

@@ -2,8 +2,6 @@
 
 #include "platform/model/Entity.hpp"
 
-#include <algorithm>
-
 namespace velto::model {
 
 /// The layer's own way to the private state of objects and relationships. Not for use outside this folder.
@@ -43,6 +41,8 @@ struct ObjectAccess {
 
     static const std::vector<Object*>& slots(const ToManyBase& list) { return list.items_; }
 
+    static DeleteRule deleteRule(const ToManyBase& list) { return list.description_->deleteRule; }
+
     static void bind(ToOneBase& end, Object& owner, const RelationshipDescription& description) {
         end.owner_ = &owner;
         end.description_ = &description;
@@ -64,14 +64,6 @@ struct ObjectAccess {
         if (end.target_ == nullptr) return;
         end.description_->toMany(*end.target_).drop(end);
         end.target_ = nullptr;
-    }
-
-    /// Puts the members in the order of their rows, as reading the store does.
-    static void sortByRow(ToManyBase& list) {
-        list.close();
-        std::sort(list.items_.begin(), list.items_.end(),
-                  [](const Object* left, const Object* right) { return left->row_ < right->row_; });
-        list.close(); // numbers the slots anew
     }
 
     /// Forgets both kinds of ends, leaving the other sides as they are: when everything goes at once.

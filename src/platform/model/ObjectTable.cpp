@@ -57,24 +57,6 @@ void ObjectTable::remove(const Object& object) {
     ++holes_;
 }
 
-void ObjectTable::restore(const std::vector<Object*>& objects) {
-    std::vector<Entry> more; // their gaps were closed since
-    for (Object* object : objects) {
-        ObjectAccess::retain(*object);
-        const Entry gap{ObjectAccess::row(*object), object};
-        if (const Entry* found = entry(gap.row)) {
-            entries_[static_cast<std::size_t>(found - entries_.data())] = gap;
-            --holes_;
-        } else {
-            more.push_back(gap);
-        }
-    }
-    if (more.empty()) return;
-    entries_.insert(entries_.end(), more.begin(), more.end());
-    std::sort(entries_.begin(), entries_.end(),
-              [](const Entry& left, const Entry& right) { return left.row < right.row; });
-}
-
 void ObjectTable::swap(ObjectTable& other) noexcept {
     std::swap(entries_, other.entries_);
     std::swap(holes_, other.holes_);

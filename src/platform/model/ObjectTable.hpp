@@ -25,9 +25,6 @@ class ObjectTable {
     /// Takes the object out; the caller gets the table's reference.
     void remove(const Object& object);
 
-    /// Puts objects that were taken out back to where they stood, and retains them.
-    void restore(const std::vector<Object*>& objects);
-
     [[nodiscard]] Object* find(std::int64_t row) const;
 
     [[nodiscard]] std::size_t size() const { return entries_.size() - holes_; }

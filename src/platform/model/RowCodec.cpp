@@ -170,17 +170,9 @@ std::vector<std::string> RowCodec::createStatements() const {
     return statements;
 }
 
-std::string RowCodec::select(std::string_view which) const {
-    return fmt::format(R"(SELECT "_id"{}{} FROM "{}" {})", columns().empty() ? "" : ", ",
-                       fmt::join(columns(), ", "), entity_.name(), which);
-}
-
 std::string RowCodec::selectAll() const {
-    return select(R"(ORDER BY "_id")");
-}
-
-std::string RowCodec::selectRow() const {
-    return select(R"(WHERE "_id" = ?1)");
+    return fmt::format(R"(SELECT "_id"{}{} FROM "{}" ORDER BY "_id")", columns().empty() ? "" : ", ",
+                       fmt::join(columns(), ", "), entity_.name());
 }
 
 std::string RowCodec::insertRow() const {

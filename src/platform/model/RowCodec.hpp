@@ -56,7 +56,6 @@ class RowCodec {
 
     [[nodiscard]] std::vector<std::string> createStatements() const;
     [[nodiscard]] std::string selectAll() const;
-    [[nodiscard]] std::string selectRow() const;
     [[nodiscard]] std::string insertRow() const;
     [[nodiscard]] std::string updateRow(bool withRelationships) const;
     [[nodiscard]] std::string deleteRow() const;
@@ -70,7 +69,6 @@ class RowCodec {
 
   private:
     [[nodiscard]] std::vector<std::string> columns() const;
-    [[nodiscard]] std::string select(std::string_view which) const;
 
     const EntityDescription& entity_;
 };
