@@ -100,9 +100,12 @@ struct Bench {
         dependencies.filesystemScanner = std::make_shared<SimpleFilesystemScanner>();
         dependencies.libraryRepository = libraries =
             std::make_shared<SwiftDataLibraryRepository>(context, clock, runtime.executors());
-        dependencies.trackRepository = std::make_shared<SwiftDataTrackRepository>(context, nullptr);
-        dependencies.fileRepository = std::make_shared<SwiftDataFileRepository>(context, clock);
-        dependencies.scanRunRepository = std::make_shared<SwiftDataScanRunRepository>(context, clock);
+        dependencies.trackRepository =
+            std::make_shared<SwiftDataTrackRepository>(context, nullptr, runtime.executors());
+        dependencies.fileRepository =
+            std::make_shared<SwiftDataFileRepository>(context, clock, runtime.executors());
+        dependencies.scanRunRepository =
+            std::make_shared<SwiftDataScanRunRepository>(context, clock, runtime.executors());
         scanner = std::make_unique<ConcurrentScanner>(dependencies, context, nullptr, runtime.executors(),
                                                       clock, reporter);
     }

@@ -2,6 +2,7 @@
 
 #include "backend/LibrarySyncService.hpp"
 #include "platform/log/Log.hpp"
+#include "platform/model/InBackground.hpp"
 #include "scanning/ConcurrentScanner.hpp"
 
 namespace velto {
@@ -21,7 +22,7 @@ Task<void> MainScreenViewModel::syncAtLaunch(std::weak_ptr<MainScreenViewModel> 
     const auto self = weak.lock();
     if (!self) co_return;
     try {
-        self->modelContext_.save();
+        co_await model::saveInBackground(self->modelContext_, self->services_.executors);
         log::line("💾 [LAUNCH SYNC] Saved sync timestamps to database");
     } catch (const std::exception& error) {
         log::line("❌ [LAUNCH SYNC] Failed to save sync timestamps: {}", describe(error));
@@ -39,19 +40,20 @@ Task<void> MainScreenViewModel::syncAfterScan(std::shared_ptr<MainScreenViewMode
         }
     }
     co_await self->librarySyncService->syncInBackground(library);
-    self->saveSyncTimestamps("💾 [SYNC] Saved sync timestamps to database (post-scan)");
+    co_await self->saveSyncTimestamps("💾 [SYNC] Saved sync timestamps to database (post-scan)");
 }
 
 Task<void> MainScreenViewModel::syncAfterTagging(std::weak_ptr<MainScreenViewModel> weak,
                                                  std::shared_ptr<LibrarySyncService> service,
                                                  LibraryRef library) {
     co_await service->syncInBackground(library);
-    if (const auto self = weak.lock()) self->saveSyncTimestamps("💾 [SYNC] Saved sync timestamps to database");
+    const auto self = weak.lock();
+    if (self) co_await self->saveSyncTimestamps("💾 [SYNC] Saved sync timestamps to database");
 }
 
-void MainScreenViewModel::saveSyncTimestamps(const std::string& success) {
+Task<void> MainScreenViewModel::saveSyncTimestamps(std::string success) {
     try {
-        modelContext_.save();
+        co_await model::saveInBackground(modelContext_, services_.executors);
         log::line(success);
     } catch (const std::exception& error) {
         log::line("❌ [SYNC] Failed to save sync timestamps: {}", describe(error));

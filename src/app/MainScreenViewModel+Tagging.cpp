@@ -157,7 +157,7 @@ Task<void> MainScreenViewModel::runBatches(std::shared_ptr<TaggingRun> run) {
 
 Task<void> MainScreenViewModel::runBatch(std::shared_ptr<MainScreenViewModel> self,
                                          std::shared_ptr<TaggingRun> run, std::size_t index) {
-    const TaggingBatch& batch = run->batches[index];
+    TaggingBatch& batch = run->batches[index];
     TaggingState& state = run->state;
     const std::size_t number = index + 1;
     log::line("🏷️ [VM] Processing batch {}/{} ({} tracks)", number, run->batches.size(),
@@ -194,6 +194,7 @@ Task<void> MainScreenViewModel::runBatch(std::shared_ptr<MainScreenViewModel> se
     } catch (const std::exception& error) {
         self->batchFailed(*run, index, error);
     }
+    batch = {}; // all at once at the end of a large run would take a while
     --run->running;
     run->batchEnded->set();
 }
@@ -271,8 +272,10 @@ Task<void> MainScreenViewModel::markTracksAsTagged(std::vector<TrackRef> selecti
     const auto self = shared_from_this();
     if (selection.empty()) co_return;
     const Date now = services_.clock.now();
-    for (const TrackRef& track : selection)
-        track->edit().lastTagged = now;
+    for (std::size_t i = 0; i < selection.size(); ++i) {
+        if (i > 0 && i % tracksPerTurn == 0) co_await yieldNow();
+        selection[i]->edit().lastTagged = now;
+    }
     try {
         co_await model::saveInBackground(modelContext_, services_.executors);
     } catch (const std::exception& error) {

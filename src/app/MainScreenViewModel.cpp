@@ -27,8 +27,10 @@ MainScreenViewModel::MainScreenViewModel(const MainScreenServices& services)
     log::line("🏗️ [VIEWMODEL] MainScreenViewModel initializing...");
     libraryRepository_ =
         std::make_shared<SwiftDataLibraryRepository>(modelContext_, services_.clock, services_.executors);
-    trackRepository_ = std::make_shared<SwiftDataTrackRepository>(modelContext_, services_.genreTextParser);
-    fileRepository_ = std::make_shared<SwiftDataFileRepository>(modelContext_, services_.clock);
+    trackRepository_ = std::make_shared<SwiftDataTrackRepository>(modelContext_, services_.genreTextParser,
+                                                                  services_.executors);
+    fileRepository_ =
+        std::make_shared<SwiftDataFileRepository>(modelContext_, services_.clock, services_.executors);
     scanRunRepository_ =
         std::make_shared<SwiftDataScanRunRepository>(modelContext_, services_.clock, services_.executors);
     metadataWriter = std::make_shared<SimpleMetadataWriter>(services_.executors, services_.crashReporter,

@@ -174,7 +174,7 @@ class MainScreenViewModel final : public std::enable_shared_from_this<MainScreen
     static Task<void> syncAfterScan(std::shared_ptr<MainScreenViewModel> self, LibraryRef library);
     static Task<void> syncAfterTagging(std::weak_ptr<MainScreenViewModel> weak,
                                        std::shared_ptr<LibrarySyncService> service, LibraryRef library);
-    void saveSyncTimestamps(const std::string& success);
+    Task<void> saveSyncTimestamps(std::string success);
 
     Task<ScanRunRef> scan(LibraryRef library);
     [[nodiscard]] std::shared_ptr<RunningScan> startedScan(const LibraryRef& library);

@@ -18,7 +18,7 @@ class ScanRepositories {
   public:
     ScanRepositories(ModelContext& modelContext, Executors executors, const Clock& clock,
                      const GenreTextParser* genreTextParser)
-        : files(modelContext, clock)
+        : files(modelContext, clock, executors)
         , tracks(modelContext, clock, genreTextParser)
         , modelContext_(modelContext)
         , executors_(std::move(executors)) {}

@@ -16,9 +16,10 @@ constexpr double slowFile = 0.01;
 
 } // namespace
 
-BatchOptimizedFileRepository::BatchOptimizedFileRepository(ModelContext& modelContext, const Clock& clock)
+BatchOptimizedFileRepository::BatchOptimizedFileRepository(ModelContext& modelContext, const Clock& clock,
+                                                           Executors executors)
     : modelContext_(modelContext)
-    , underlying_(modelContext, clock)
+    , underlying_(modelContext, clock, std::move(executors))
     , clock_(clock) {}
 
 /// The index is of one library at a time. What others did to the list shows in its size or at the file found.

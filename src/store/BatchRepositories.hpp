@@ -17,7 +17,7 @@ namespace velto {
 /// own.
 class BatchOptimizedFileRepository final : public FileRepository {
   public:
-    BatchOptimizedFileRepository(ModelContext& modelContext, const Clock& clock);
+    BatchOptimizedFileRepository(ModelContext& modelContext, const Clock& clock, Executors executors);
 
     Task<FileItemRef> ensureFile(LibraryRef library, FileSystemInfo info) override;
     Task<FileItemRef> findFile(LibraryRef library, std::string relPath) override;

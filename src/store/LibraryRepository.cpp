@@ -1,6 +1,5 @@
 #include "platform/log/Log.hpp"
 #include "platform/model/InBackground.hpp"
-#include "store/RepositoryRules.hpp"
 #include "store/StoreRepositories.hpp"
 
 namespace velto {
@@ -34,7 +33,8 @@ Task<LibraryRef> SwiftDataLibraryRepository::upsertLibrary(std::string name, std
                                                            std::optional<std::string> includeGlob,
                                                            std::optional<std::string> excludeGlob) {
     LibraryRef library = modelContext_.findUnique<Library>("name", name);
-    if (!library) {
+    const bool isNew = !library;
+    if (isNew) {
         library = model::make<Library>(std::move(name), std::move(rootPath), std::move(includeGlob),
                                        std::move(excludeGlob), true);
         modelContext_.insert(library);
@@ -44,7 +44,12 @@ Task<LibraryRef> SwiftDataLibraryRepository::upsertLibrary(std::string name, std
         fields.includeGlob = std::move(includeGlob);
         fields.excludeGlob = std::move(excludeGlob);
     }
-    modelContext_.save();
+    try {
+        co_await model::saveInBackground(modelContext_, executors_);
+    } catch (...) {
+        if (isNew) modelContext_.remove(library); // or the next save of anything would make it after all
+        throw;
+    }
     co_return library;
 }
 
@@ -91,7 +96,7 @@ Task<void> SwiftDataLibraryRepository::updateScanTimes(LibraryRef library, std::
                                                        std::optional<Date> finishedAt) {
     if (startedAt) library->edit().lastScanStartedAt = startedAt;
     if (finishedAt) library->edit().lastScanFinishedAt = finishedAt;
-    co_await rules::save(modelContext_, executors_);
+    co_await model::saveInBackground(modelContext_, executors_);
 }
 
 } // namespace velto

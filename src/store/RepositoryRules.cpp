@@ -2,7 +2,6 @@
 
 #include "platform/files/FileAttributes.hpp"
 #include "platform/log/Log.hpp"
-#include "platform/model/InBackground.hpp"
 
 namespace velto::rules {
 
@@ -90,13 +89,6 @@ void setSignatures(const FileItemRef& file, std::optional<std::string> quickSig,
     auto& fields = file->edit();
     fields.quickSig = std::move(quickSig);
     fields.fileHash = std::move(fileHash);
-}
-
-Task<void> save(ModelContext& modelContext, std::optional<Executors> executors) {
-    if (executors)
-        co_await model::saveInBackground(modelContext, *executors);
-    else
-        modelContext.save();
 }
 
 std::string dateText(std::optional<Date> date) {

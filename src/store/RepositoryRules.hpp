@@ -1,6 +1,5 @@
 #pragma once
 
-#include "platform/concurrency/Executors.hpp"
 #include "store/Entities.hpp"
 #include "store/FileSystemInfo.hpp"
 #include "store/GenreTextParser.hpp"
@@ -40,9 +39,6 @@ void markIfMissing(const FileItemRef& file, const std::unordered_set<std::string
 void setStatus(const FileItemRef& file, FileStatus status, std::optional<std::string> message);
 void setSignatures(const FileItemRef& file, std::optional<std::string> quickSig,
                    std::optional<std::string> fileHash);
-
-/// Saves by way of the pool, or on the main actor where there are no executors.
-[[nodiscard]] Task<void> save(ModelContext& modelContext, std::optional<Executors> executors);
 
 /// The date for a log line; "nil" where there is none.
 [[nodiscard]] std::string dateText(std::optional<Date> date);

@@ -1,5 +1,6 @@
 #include "store/StoreRepositories.hpp"
 
+#include "platform/model/InBackground.hpp"
 #include "store/RepositoryRules.hpp"
 
 #include <algorithm>
@@ -18,9 +19,11 @@ FileItemRef firstOf(const LibraryRef& library, const std::string& relPath) {
 } // namespace
 
 SwiftDataTrackRepository::SwiftDataTrackRepository(ModelContext& modelContext,
-                                                   const GenreTextParser* genreTextParser)
+                                                   const GenreTextParser* genreTextParser,
+                                                   Executors executors)
     : modelContext_(modelContext)
-    , genreTextParser_(genreTextParser) {}
+    , genreTextParser_(genreTextParser)
+    , executors_(std::move(executors)) {}
 
 Task<TrackRef> SwiftDataTrackRepository::upsertTrack(TrackMetadata metadata, std::string canonicalSig) {
     metadata = rules::withRecognisedTags(std::move(metadata), genreTextParser_);
@@ -31,19 +34,20 @@ Task<TrackRef> SwiftDataTrackRepository::upsertTrack(TrackMetadata metadata, std
         track = model::make<Track>(std::move(canonicalSig), std::move(metadata));
         modelContext_.insert(track);
     }
-    modelContext_.save();
+    co_await model::saveInBackground(modelContext_, executors_);
     co_return track;
 }
 
 Task<void> SwiftDataTrackRepository::linkFile(FileItemRef file, TrackRef track) {
     rules::link(file, track);
-    modelContext_.save();
-    co_return;
+    co_await model::saveInBackground(modelContext_, executors_);
 }
 
-SwiftDataFileRepository::SwiftDataFileRepository(ModelContext& modelContext, const Clock& clock)
+SwiftDataFileRepository::SwiftDataFileRepository(ModelContext& modelContext, const Clock& clock,
+                                                 Executors executors)
     : modelContext_(modelContext)
-    , clock_(clock) {}
+    , clock_(clock)
+    , executors_(std::move(executors)) {}
 
 Task<FileItemRef> SwiftDataFileRepository::ensureFile(LibraryRef library, FileSystemInfo info) {
     FileItemRef file = firstOf(library, info.relPath);
@@ -53,7 +57,7 @@ Task<FileItemRef> SwiftDataFileRepository::ensureFile(LibraryRef library, FileSy
         rules::refresh(file, info, clock_.now());
         if (!file->creationDate) rules::fetchCreationDate(file);
     }
-    modelContext_.save();
+    co_await model::saveInBackground(modelContext_, executors_);
     co_return file;
 }
 
@@ -66,30 +70,26 @@ Task<void> SwiftDataFileRepository::updateAudioProperties(FileItemRef file, std:
                                                           std::optional<std::int64_t> samplerateHz,
                                                           std::optional<std::int64_t> channels) {
     rules::setAudioProperties(file, durationSec, bitrateKbps, samplerateHz, channels, clock_.now());
-    modelContext_.save();
-    co_return;
+    co_await model::saveInBackground(modelContext_, executors_);
 }
 
 Task<void> SwiftDataFileRepository::markMissing(LibraryRef library,
                                                 const std::unordered_set<std::string>& seen) {
     for (const auto& file : library->files)
         rules::markIfMissing(file, seen);
-    modelContext_.save();
-    co_return;
+    co_await model::saveInBackground(modelContext_, executors_);
 }
 
 Task<void> SwiftDataFileRepository::updateStatus(FileItemRef file, FileStatus status,
                                                  std::optional<std::string> message) {
     rules::setStatus(file, status, std::move(message));
-    modelContext_.save();
-    co_return;
+    co_await model::saveInBackground(modelContext_, executors_);
 }
 
 Task<void> SwiftDataFileRepository::updateSignatures(FileItemRef file, std::optional<std::string> quickSig,
                                                      std::optional<std::string> fileHash) {
     rules::setSignatures(file, std::move(quickSig), std::move(fileHash));
-    modelContext_.save();
-    co_return;
+    co_await model::saveInBackground(modelContext_, executors_);
 }
 
 Task<std::vector<FileItemRef>> SwiftDataFileRepository::filesNeedingProcessing(LibraryRef library) {
@@ -103,7 +103,7 @@ Task<std::vector<FileItemRef>> SwiftDataFileRepository::filesNeedingProcessing(L
 }
 
 SwiftDataScanRunRepository::SwiftDataScanRunRepository(ModelContext& modelContext, const Clock& clock,
-                                                       std::optional<Executors> executors)
+                                                       Executors executors)
     : modelContext_(modelContext)
     , clock_(clock)
     , executors_(std::move(executors)) {}
@@ -111,7 +111,7 @@ SwiftDataScanRunRepository::SwiftDataScanRunRepository(ModelContext& modelContex
 Task<ScanRunRef> SwiftDataScanRunRepository::startScanRun(LibraryRef library) {
     auto scanRun = model::make<ScanRun>(library, clock_.now());
     modelContext_.insert(scanRun);
-    co_await rules::save(modelContext_, executors_);
+    co_await model::saveInBackground(modelContext_, executors_);
     co_return scanRun;
 }
 
@@ -127,7 +127,7 @@ Task<void> SwiftDataScanRunRepository::finishScanRun(ScanRunRef scanRun, std::in
     fields.missingCount = missingCount;
     fields.errorCount = errorCount;
     fields.notes = std::move(notes);
-    co_await rules::save(modelContext_, executors_);
+    co_await model::saveInBackground(modelContext_, executors_);
 }
 
 } // namespace velto

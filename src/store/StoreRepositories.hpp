@@ -37,7 +37,8 @@ class SwiftDataLibraryRepository final : public LibraryRepository {
 class SwiftDataTrackRepository final : public TrackRepository {
   public:
     /// `genreTextParser` may be null: then no tags are recognised in a file's genre text.
-    SwiftDataTrackRepository(ModelContext& modelContext, const GenreTextParser* genreTextParser);
+    SwiftDataTrackRepository(ModelContext& modelContext, const GenreTextParser* genreTextParser,
+                             Executors executors);
 
     Task<TrackRef> upsertTrack(TrackMetadata metadata, std::string canonicalSig) override;
     Task<void> linkFile(FileItemRef file, TrackRef track) override;
@@ -45,11 +46,12 @@ class SwiftDataTrackRepository final : public TrackRepository {
   private:
     ModelContext& modelContext_;
     const GenreTextParser* genreTextParser_;
+    Executors executors_;
 };
 
 class SwiftDataFileRepository final : public FileRepository {
   public:
-    SwiftDataFileRepository(ModelContext& modelContext, const Clock& clock);
+    SwiftDataFileRepository(ModelContext& modelContext, const Clock& clock, Executors executors);
 
     Task<FileItemRef> ensureFile(LibraryRef library, FileSystemInfo info) override;
     Task<FileItemRef> findFile(LibraryRef library, std::string relPath) override;
@@ -66,12 +68,12 @@ class SwiftDataFileRepository final : public FileRepository {
   private:
     ModelContext& modelContext_;
     const Clock& clock_;
+    Executors executors_;
 };
 
 class SwiftDataScanRunRepository final : public ScanRunRepository {
   public:
-    SwiftDataScanRunRepository(ModelContext& modelContext, const Clock& clock,
-                               std::optional<Executors> executors = std::nullopt);
+    SwiftDataScanRunRepository(ModelContext& modelContext, const Clock& clock, Executors executors);
 
     Task<ScanRunRef> startScanRun(LibraryRef library) override;
     Task<void> finishScanRun(ScanRunRef scanRun, std::int64_t totalSeen, std::int64_t newCount,
@@ -81,7 +83,7 @@ class SwiftDataScanRunRepository final : public ScanRunRepository {
   private:
     ModelContext& modelContext_;
     const Clock& clock_;
-    std::optional<Executors> executors_;
+    Executors executors_;
 };
 
 } // namespace velto

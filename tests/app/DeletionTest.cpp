@@ -147,6 +147,16 @@ TEST_F(DeletionWithBackend, WhereOnlyTheOrphansStayTheLibraryIsGoneAllTheSame) {
     EXPECT_EQ(container->mainContext().fetch<Track>().size(), 2U);
 }
 
+TEST_F(DeletionWithBackend, ALibraryThatCouldNotBeCreatedDoesNotComeWithTheNextSave) {
+    sql("CREATE TRIGGER obstacle BEFORE INSERT ON Library BEGIN SELECT RAISE(ABORT, 'obstacle'); END");
+    runtime.run(viewModel->createLibrary("New", "/new", std::nullopt, std::nullopt));
+    EXPECT_EQ(error().rfind("Failed to create library: ", 0), 0U) << error();
+    sql("DROP TRIGGER obstacle");
+    library->edit().lastSyncedAt = clock.now();
+    container->mainContext().save();
+    EXPECT_EQ(container->mainContext().count<Library>(), 1U);
+}
+
 TEST_F(DeletionWithBackend, WhenTheRollbackFailsTooTheUserIsTold) {
     sync->failsToRestore = true;
     sync->afterDeletion = [this] { fillDisk(); };

@@ -108,8 +108,10 @@ class ScannerTest : public testing::Test {
         dependencies.signatureGenerator = std::make_shared<SHA256SignatureGenerator>();
         dependencies.filesystemScanner = std::make_shared<SimpleFilesystemScanner>();
         dependencies.libraryRepository = libraries;
-        dependencies.trackRepository = std::make_shared<SwiftDataTrackRepository>(context(), nullptr);
-        dependencies.fileRepository = std::make_shared<SwiftDataFileRepository>(context(), clock);
+        dependencies.trackRepository =
+            std::make_shared<SwiftDataTrackRepository>(context(), nullptr, runtime.executors());
+        dependencies.fileRepository =
+            std::make_shared<SwiftDataFileRepository>(context(), clock, runtime.executors());
         dependencies.scanRunRepository =
             std::make_shared<SwiftDataScanRunRepository>(context(), clock, runtime.executors());
         return std::make_unique<ConcurrentScanner>(dependencies, context(), parser, runtime.executors(),

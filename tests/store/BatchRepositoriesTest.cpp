@@ -51,7 +51,7 @@ TEST_F(BatchRepositories, ATrackOfThisScanIsFoundBeforeItIsSaved) {
 }
 
 TEST_F(BatchRepositories, ACreationDateThatIsKnownIsNotAskedForAgain) {
-    BatchOptimizedFileRepository repository(context(), clock);
+    BatchOptimizedFileRepository repository(context(), clock, runtime.executors());
     const auto library = addLibrary("library");
     const auto file = runtime.run(repository.ensureFile(library, info("gone.mp3")));
     EXPECT_FALSE(file->creationDate) << "a file that is not there has none";
@@ -86,7 +86,7 @@ class SlowClock final : public Clock {
 
 TEST_F(BatchRepositories, SlowStepsAreReported) {
     SlowClock slow;
-    BatchOptimizedFileRepository files(context(), slow);
+    BatchOptimizedFileRepository files(context(), slow, runtime.executors());
     BatchOptimizedTrackRepository tracks(context(), slow, nullptr);
     const auto library = addLibrary("library");
     const std::string signature = std::string(49, 's') + "é"; // the shown part ends before a half character
@@ -113,7 +113,7 @@ TEST_F(BatchRepositories, SlowStepsAreReported) {
 }
 
 TEST_F(BatchRepositories, TheIndexFollowsWhatOthersDoToTheLibrary) {
-    BatchOptimizedFileRepository repository(context(), clock);
+    BatchOptimizedFileRepository repository(context(), clock, runtime.executors());
     const auto library = addLibrary("library");
     const auto other = addLibrary("other");
     const auto made = runtime.run(repository.ensureFile(library, info("a")));

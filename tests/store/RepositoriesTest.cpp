@@ -56,7 +56,7 @@ TEST_F(Repositories, UpsertLibraryMakesOrOverwrites) {
 }
 
 TEST_F(Repositories, UpsertTrackReplacesWhatIsGivenAndKeepsTheRest) {
-    SwiftDataTrackRepository repository(context(), &parser);
+    SwiftDataTrackRepository repository(context(), &parser, runtime.executors());
     TrackMetadata metadata;
     metadata.artist = "artist";
     metadata.genre = "Deep House - 90s";
@@ -81,7 +81,7 @@ TEST_F(Repositories, UpsertTrackReplacesWhatIsGivenAndKeepsTheRest) {
 }
 
 TEST_F(Repositories, LinkingTakesTheEarliestDateAndWakesAnOrphan) {
-    SwiftDataTrackRepository repository(context(), nullptr);
+    SwiftDataTrackRepository repository(context(), nullptr, runtime.executors());
     const auto library = addLibrary("library");
     const auto track = addTrack("song");
     const auto later = addFile(library, "later");
@@ -138,8 +138,8 @@ TEST_F(Repositories, DeletingALibraryTakesOnlyTheTracksThatNoFileIsLeftOf) {
 
 /// Both file repositories give the same results; only the direct one saves.
 TEST_F(Repositories, FilesAreMadeOnceAndBroughtUpToDate) {
-    SwiftDataFileRepository direct(context(), clock);
-    BatchOptimizedFileRepository batch(context(), clock);
+    SwiftDataFileRepository direct(context(), clock, runtime.executors());
+    BatchOptimizedFileRepository batch(context(), clock, runtime.executors());
     int round = 0;
     for (FileRepository* repository :
          {static_cast<FileRepository*>(&direct), static_cast<FileRepository*>(&batch)}) {
@@ -180,7 +180,7 @@ TEST_F(Repositories, FilesAreMadeOnceAndBroughtUpToDate) {
 }
 
 TEST_F(Repositories, AScanRunIsOpenedAndClosed) {
-    SwiftDataScanRunRepository repository(context(), clock);
+    SwiftDataScanRunRepository repository(context(), clock, runtime.executors());
     const auto library = addLibrary("library");
     const auto run = runtime.run(repository.startScanRun(library));
     EXPECT_EQ(library->scanRuns.front(), run);
