@@ -57,7 +57,8 @@ Container open(const std::filesystem::path& store) {
 Task<void> scan(ModelContext* context, LibraryRef library, int first, int count, double* ensure,
                 double* upsert) {
     const SystemClock clock;
-    BatchOptimizedFileRepository files(*context, clock);
+    const Executor self = co_await asio::this_coro::executor;
+    BatchOptimizedFileRepository files(*context, clock, {self, self});
     BatchOptimizedTrackRepository tracks(*context, clock, nullptr);
     co_await tracks.preloadCache();
     co_await files.findFile(library, "");
