@@ -115,6 +115,31 @@ TEST_F(LocalBackend, RefusesBodiesOverTheLimitInEitherFraming) {
     EXPECT_EQ(backend.credits(token), 1000);
 }
 
+TEST_F(LocalBackend, RefusesSmallRequestsThatMultiplyTheirTexts) {
+    auto& backend = start();
+    const auto token = backend.signIn("a@b.c");
+    const auto remove = [&](int fields, int mentionsAField) {
+        std::string list, document = "mutation($s: String!) {";
+        for (int i = 0; i < mentionsAField; ++i)
+            list += "$s ";
+        for (char alias = 'a'; alias < 'a' + fields; ++alias)
+            document += std::string(1, alias) + ": removeTracksFromLibrary(input: {libraryName: \"L\", " +
+                        "canonicalSigs: [" + list + "]}) { success }";
+        return json{{"query", document + "}"}, {"variables", {{"s", std::string(100'000, 's')}}}};
+    };
+    EXPECT_EQ(backend.post(token, remove(2, 10).dump()).data()["b"]["success"], false);
+    EXPECT_THAT(backend.post(token, remove(3, 500).dump()).error(), HasSubstr("too large"));
+
+    for (const auto& [document, error] :
+         {std::pair("mutation($n: String!) { deleteLibrary(input: {libraryName: $n}) { a: message b: message "
+                    "} }",
+                    "\"message\" is selected twice"),
+          {"query($n: String $n: String) { creditBalance }", "only one variable named \"$n\""}})
+        EXPECT_THAT(
+            backend.post(token, json{{"query", document}, {"variables", {{"n", "a"}}}}.dump()).error(),
+            HasSubstr(error));
+}
+
 TEST_F(LocalBackend, ChargesACreditATaggedTrackAllOrNothing) {
     auto& backend = start({"--credits", "25"});
     const auto token = backend.signIn("a@b.c");
