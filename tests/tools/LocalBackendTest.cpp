@@ -205,18 +205,16 @@ TEST_F(LocalBackend, TagsByItsRulesAndAlwaysTheSame) {
 
     const auto defaults = backend.graphql(token, "{ preferencesDefaults { genres regions eras } }")
                               .data()["preferencesDefaults"];
-    const auto first = tag(songs(50)["tracks"]);
-    auto& again = start({"--credits", "5000"});
+    auto tracks = songs(50)["tracks"];
+    const auto first = tag(tracks);
+    for (auto& track : tracks)
+        track["artist"] = "ARTIST" + track["artist"].get<std::string>().substr(6);
+    start();
+    const auto again = tag(tracks);
     for (std::size_t i = 0; i < 50; ++i) {
-        for (const auto& genre : first[i]["genres"])
-            EXPECT_THAT(words(defaults["genres"]), testing::Contains(genre.get<std::string>()));
-        const json shouted{{"id", first[i]["id"]},
-                           {"artist", "ARTIST " + std::to_string(i % 40)},
-                           {"title", first[i]["title"]}};
-        const auto repeated =
-            again.graphql(token, tagTracks, {{"tracks", {shouted}}}).data()["tagTracks"]["results"][0];
-        EXPECT_EQ(repeated["genres"], first[i]["genres"]);
-        EXPECT_EQ(repeated["era"], first[i]["era"]);
+        EXPECT_THAT(words(defaults["genres"]), testing::IsSupersetOf(words(first[i]["genres"])));
+        EXPECT_EQ(again[i]["genres"], first[i]["genres"]);
+        EXPECT_EQ(again[i]["era"], first[i]["era"]);
     }
 }
 
