@@ -1,4 +1,4 @@
-// keychain_probe LIMIT COMMAND...: runs "save=TOKEN", "get", "delete" and "storm" (four
+// keychain_probe LIMIT COMMAND...: runs "save=TOKEN", "get", "delete", "get@ACCOUNT" and "storm" (four
 // threads at once) on the keyring of its session, one line each. A program of its own, since a process has
 // one session bus.
 
@@ -28,12 +28,16 @@ std::string storm(DefaultKeychainService& keychain) {
     return "calm";
 }
 
-std::string run(DefaultKeychainService& keychain, std::string_view command) {
+std::string run(DefaultKeychainService& keychain, velto::Seconds limit, std::string_view command) {
     if (command.starts_with("save=")) {
         keychain.saveToken(std::string(command.substr(5)));
         return "saved";
     }
     if (command == "get") return keychain.retrieveToken().value_or("(absent)");
+    if (command.starts_with("get@"))
+        return DefaultKeychainService("com.velto.desktop", std::string(command.substr(4)), limit)
+            .retrieveToken()
+            .value_or("(absent)");
     if (command == "storm") return storm(keychain);
     if (command != "delete") throw std::invalid_argument("no such command");
     keychain.deleteToken();
@@ -47,7 +51,7 @@ int main(int argc, char** argv) {
     DefaultKeychainService keychain("com.velto.desktop", "jwt_token", limit);
     for (int i = 2; i < argc; ++i) {
         try {
-            std::puts(run(keychain, argv[i]).c_str());
+            std::puts(run(keychain, limit, argv[i]).c_str());
         } catch (const std::exception& error) {
             std::puts(error.what());
         }

@@ -34,11 +34,12 @@ Lines probe(const Lines& launcher, const std::string& limit, const Lines& comman
 }
 
 TEST(Keychain, KeepsOneTokenInARealKeyring) {
-    EXPECT_EQ(probe({WITH_KEYRING, "unlocked"}, "30",
-                    {"get", "delete", "save=first", "get", "save=second é\t\x01", "get", "delete", "get",
-                     "save=\xff", "get", "save=storm", "storm"}),
-              (Lines{"(absent)", "deleted", "saved", "first", "saved", "second é\t\x01", "deleted",
-                     "(absent)", "Unexpected data format in Keychain", "(absent)", "saved", "calm"}));
+    EXPECT_EQ(
+        probe({WITH_KEYRING, "unlocked"}, "30",
+              {"get", "delete", "save=first", "get", "save=second é\t\x01", "get", "get@other", "delete",
+               "get", "save=\xff", "get", "save=storm", "storm"}),
+        (Lines{"(absent)", "deleted", "saved", "first", "saved", "second é\t\x01", "(absent)", "deleted",
+               "(absent)", "Unexpected data format in Keychain", "(absent)", "saved", "calm"}));
 }
 
 const Lines allFail = {"Unable to save authentication token to Keychain",

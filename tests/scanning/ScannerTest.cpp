@@ -210,6 +210,18 @@ TEST_F(ScannerTest, ACancelledScanStoresNothingAndClosesItsRun) {
     EXPECT_THAT(counts(scan()), ElementsAre(5, 5, 0, 0, 0));
 }
 
+TEST_F(ScannerTest, ACancellationBehindTheReadingComesTooLate) {
+    addSongs(2);
+    const Subscription observer = scanner->observableProgress().subscribe([this](const auto& progress) {
+        if (progress && progress->phase == ImportPhase::saving) spawn(runtime.main(), scanner->cancelScan());
+    });
+    const ScanRunRef run = scan();
+    EXPECT_THAT(counts(run), ElementsAre(2, 2, 0, 0, 0));
+    EXPECT_EQ(run->notes, "High-performance concurrent scan completed");
+    EXPECT_EQ(library->files.size(), 2U);
+    EXPECT_FALSE(runtime.run(scanner->scanProgress()));
+}
+
 TEST_F(ScannerTest, CancellationDuringDiscoveryReadsNoFile) {
     addSongs(2);
     const Subscription observer = scanner->observableProgress().subscribe([this](const auto& progress) {
