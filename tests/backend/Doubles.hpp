@@ -4,8 +4,8 @@
 #include "backend/DefaultGraphQLClient.hpp"
 #include "platform/http/HttpClient.hpp"
 #include "platform/http/URLError.hpp"
-#include "platform/log/CrashReporter.hpp"
 #include "platform/secrets/KeychainService.hpp"
+#include "support/RecordingCrashReporter.hpp"
 
 #include <deque>
 #include <exception>
@@ -77,19 +77,6 @@ class MemoryKeychain final : public KeychainService {
   private:
     std::mutex mutex_;
     std::optional<std::string> token_;
-};
-
-class RecordingCrashReporter final : public CrashReporter {
-  public:
-    void log(std::string_view text) override { lines.emplace_back(text); }
-
-    void recordError(const std::exception& error) override { errors.emplace_back(error.what()); }
-
-    void setUserID(const std::optional<std::string>& identifier) override { user = identifier; }
-
-    std::vector<std::string> lines;
-    std::vector<std::string> errors;
-    std::optional<std::string> user;
 };
 
 class RecordingBrowser final : public Browser {

@@ -1,49 +1,26 @@
 #include "cli/CliFixture.hpp"
 
 #include <array>
-#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
 #include <fstream>
-#include <spawn.h>
-#include <stdexcept>
 #include <sys/wait.h>
 #include <unistd.h>
-
-extern char** environ;
 
 namespace velto::test {
 
 namespace fs = std::filesystem;
 
-RunningProgram::RunningProgram(const Arguments& arguments) {
-    std::array<int, 2> input{}, error{};
-    if (pipe2(input.data(), O_CLOEXEC) != 0 || pipe2(error.data(), O_CLOEXEC) != 0)
-        throw std::runtime_error("no pipe");
-    input_ = files::Descriptor(input[1]);
-    error_ = files::Descriptor(error[0]);
-    fcntl(error[0], F_SETPIPE_SZ, 4096);
-    std::vector<char*> argv;
-    for (const std::string& argument : arguments)
-        argv.push_back(const_cast<char*>(argument.c_str()));
-    argv.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, input[0], STDIN_FILENO);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_adddup2(&actions, error[1], STDERR_FILENO);
-    const int failure = posix_spawn(&process_, argv[0], &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    close(input[0]);
-    close(error[1]);
-    if (failure != 0) throw std::runtime_error("cannot start " + arguments.front());
+RunningProgram::RunningProgram(const Arguments& arguments)
+    : program_(startPiped(arguments, STDERR_FILENO)) {
+    fcntl(program_.output.get(), F_SETPIPE_SZ, 4096);
 }
 
 RunningProgram::~RunningProgram() {
-    if (process_ < 0) return;
+    if (program_.process < 0) return;
     signal(SIGKILL);
-    waitpid(process_, nullptr, 0);
+    waitpid(program_.process, nullptr, 0);
 }
 
 bool RunningProgram::waitFor(const std::string& text) {
@@ -51,7 +28,7 @@ bool RunningProgram::waitFor(const std::string& text) {
     std::array<char, 256> block{};
     while (standardError.find(text, searched - std::min(searched, text.size())) == std::string::npos) {
         searched = standardError.size();
-        const ssize_t count = read(error_.get(), block.data(), block.size());
+        const ssize_t count = read(program_.output.get(), block.data(), block.size());
         if (count <= 0) return false;
         standardError.append(block.data(), static_cast<std::size_t>(count));
     }
@@ -59,12 +36,12 @@ bool RunningProgram::waitFor(const std::string& text) {
 }
 
 void RunningProgram::signal(int number) const {
-    if (process_ > 0) kill(process_, number);
+    if (program_.process > 0) kill(program_.process, number);
 }
 
 std::vector<pid_t> RunningProgram::children() const {
     std::vector<pid_t> found;
-    for (const auto& task : fs::directory_iterator("/proc/" + std::to_string(process_) + "/task")) {
+    for (const auto& task : fs::directory_iterator("/proc/" + std::to_string(program_.process) + "/task")) {
         std::ifstream list(task.path() / "children");
         for (pid_t child = 0; list >> child;)
             found.push_back(child);
@@ -74,15 +51,15 @@ std::vector<pid_t> RunningProgram::children() const {
 
 int RunningProgram::finish() {
     std::array<char, 4096> block{};
-    for (ssize_t count = 0; (count = read(error_.get(), block.data(), block.size())) > 0;)
+    for (ssize_t count = 0; (count = read(program_.output.get(), block.data(), block.size())) > 0;)
         standardError.append(block.data(), static_cast<std::size_t>(count));
     return end();
 }
 
 int RunningProgram::end() {
     int status = 0;
-    waitpid(process_, &status, 0);
-    process_ = -1;
+    waitpid(program_.process, &status, 0);
+    program_.process = -1;
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/files/ChildProcess.hpp"
-#include "platform/files/Descriptor.hpp"
+#include "support/PipedProgram.hpp"
 #include "support/TemporaryFolder.hpp"
 #include "tools/BackendProcess.hpp"
 
@@ -37,15 +37,13 @@ class RunningProgram {
     /// The same without reading.
     int end();
 
-    [[nodiscard]] pid_t process() const { return process_; }
+    [[nodiscard]] pid_t process() const { return program_.process; }
 
     /// All of standard error so far.
     std::string standardError;
 
   private:
-    pid_t process_ = -1;
-    files::Descriptor input_;
-    files::Descriptor error_;
+    PipedProgram program_;
 };
 
 /// A home, a token file, a folder of music and, where a test starts one, a backend.

@@ -33,17 +33,14 @@ TEST_F(Cli, TellsWrongUsageFromAFailureAndFromHelp) {
 
     const Case cases[] = {
         {{"--help"}, 0, ""},
-        {{"tag", "--help"}, 0, ""},
         {{"--version"}, 0, ""},
         {{}, 2, "subcommand"},
         {{"frobnicate"}, 2, "subcommand"},
         {{"library"}, 2, "subcommand"},
         {{"library", "add"}, 2, "PATH"},
         {{"library", "add", ""}, 2, "PATH"},
-        {{"library", "remove"}, 2, "NAME"},
         {{"scan", "one", "two"}, 2, "two"},
         {{"tracks", "--limit", "-1"}, 2, "--limit"},
-        {{"tracks", "--limit", "many"}, 2, "--limit"},
         {{"--home", "", "whoami"}, 2, "--home"},
         {{"library", "list"}, 0, ""},
         {{"scan"}, 1, "There is no library yet"},
@@ -174,6 +171,7 @@ TEST_F(Cli, KeepsWhatIsItsOwnPrivateAndBelowItsHome) {
         if (!entry.is_regular_file()) continue;
         EXPECT_THAT(readFile(entry.path()), Not(HasSubstr(tooMuch))) << entry.path();
     }
+    EXPECT_THAT(readFile(home() / "velto.log"), testing::ContainsRegex("\n20[-0-9]*T[0-9:.]*Z [^\n]"));
     EXPECT_THAT(names, testing::IsSupersetOf({"velto.store", "defaults.json", "velto.log"}));
     EXPECT_EQ(fs::status(home()).permissions(), fs::perms(0700));
     EXPECT_EQ(fs::status(tokenFile()).permissions(), fs::perms(0600));

@@ -3,12 +3,10 @@
 #include "platform/concurrency/TaskHandle.hpp"
 #include "platform/core/Date.hpp"
 #include "platform/log/Log.hpp"
-#include "support/TemporaryFolder.hpp"
 #include "support/TestRuntime.hpp"
 
 #include <gtest/gtest.h>
 
-#include <stdexcept>
 #include <thread>
 
 namespace velto {
@@ -27,15 +25,6 @@ TEST(Concurrency, OffloadRunsElsewhereAndComesHome) {
     const auto home = runtime.run(threadAfterOffload(runtime.executors(), inside));
     EXPECT_EQ(home, std::this_thread::get_id());
     EXPECT_NE(inside, home);
-}
-
-Task<int> failing(Executors executors) {
-    co_return co_await offload(executors, []() -> int { throw std::runtime_error("disk full"); });
-}
-
-TEST(Concurrency, AnErrorCrossesFromThePool) {
-    TestRuntime runtime;
-    EXPECT_THROW(runtime.run(failing(runtime.executors())), std::runtime_error);
 }
 
 Task<int> untilCancelled(CancellationToken token) {
@@ -77,19 +66,6 @@ TEST(Log, KeepsALineALine) {
     const log::Capture capture;
     log::line("name {}", "a\nb\x1b[2Jc\xff\xc2\x9b\xe2\x82 é 🎉");
     EXPECT_EQ(capture.lines(), (std::vector<std::string>{"name a\\nb\\x1b[2Jc\\xff\\x9b\\xe2\\x82 é 🎉"}));
-}
-
-TEST(Log, TheFileIsForItsOwnerAndDated) {
-    const test::TemporaryFolder folder;
-    {
-        const auto sink = log::addFileSink(folder / "velto.log");
-        log::line("first");
-    }
-    const std::string text = test::readFile(folder / "velto.log");
-    EXPECT_NE(text.find("Z first\n"), std::string::npos);
-    using std::filesystem::perms;
-    EXPECT_EQ(std::filesystem::status(folder / "velto.log").permissions() & perms::all,
-              perms::owner_read | perms::owner_write);
 }
 
 TEST(Dates, ReadBackWhatWasWritten) {

@@ -28,15 +28,19 @@ TEST(UserDefaults, ValuesSurviveWhateverBytesTheyHave) {
     {
         UserDefaults defaults(file, runtime.executors());
         runtime.run(defaults.setData(oddKey, Bytes{0, 255, 34}));
+        runtime.run(defaults.setData("none", Bytes{}));
+        runtime.run(defaults.setData("four", Bytes{'a', 0, 128, 'd'}));
         runtime.run(defaults.setString("text", "Grüße"));
         runtime.run(defaults.setString("gone", "x"));
         runtime.run(defaults.remove("gone"));
     }
     const UserDefaults again(file, runtime.executors());
     EXPECT_EQ(again.data(oddKey), (Bytes{0, 255, 34}));
+    EXPECT_EQ(again.data("none"), Bytes{});
+    EXPECT_EQ(again.data("four"), (Bytes{'a', 0, 128, 'd'}));
     EXPECT_EQ(again.string("text"), "Grüße");
     EXPECT_EQ(again.data("text"), std::nullopt); // of the other kind
-    EXPECT_EQ(again.keys().size(), 2U);
+    EXPECT_EQ(again.keys().size(), 4U);
 
     struct ::stat info {};
 
@@ -46,12 +50,14 @@ TEST(UserDefaults, ValuesSurviveWhateverBytesTheyHave) {
 
 TEST(UserDefaults, ADamagedFileIsSetAsideAndTold) {
     TestRuntime runtime;
-    const std::array<std::string, 6> damaged = {
+    const std::array<std::string, 8> damaged = {
         "",
         "{\"version\":1,\"values\":[{\"key\":\"a\",\"te",
         "[]",
         "{\"version\":2,\"values\":[]}",
         "{\"version\":1,\"values\":[{\"key\":\"a\",\"data\":\"!!!!\"}]}",
+        "{\"version\":1,\"values\":[{\"key\":\"a\",\"data\":\"Zg=\"}]}",
+        "{\"version\":1,\"values\":[{\"key\":\"a\",\"data\":\"====\"}]}",
         std::string(100'000, '[')};
     for (const std::string& content : damaged) {
         const TemporaryFolder folder;

@@ -1,4 +1,4 @@
 velto_test(http_test
-  SOURCES HttpClientTest.cpp RawServer.cpp UrlTest.cpp
-  USES platform_http platform_concurrency PkgConfig::HTTPLIB CURL::libcurl
+  SOURCES HttpClientTest.cpp RawServer.cpp
+  USES platform_http platform_concurrency CURL::libcurl
   LABELS concurrency)

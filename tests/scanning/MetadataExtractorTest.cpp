@@ -1,6 +1,7 @@
 #include "scanning/MetadataExtractor.hpp"
 #include "platform/MediaSamples.hpp"
 #include "platform/files/ServiceError.hpp"
+#include "support/RecordingCrashReporter.hpp"
 #include "support/TestRuntime.hpp"
 
 #include <gmock/gmock.h>
@@ -11,17 +12,6 @@ namespace {
 
 using media::MetadataItem;
 using test::TemporaryFolder;
-
-class RecordingReporter final : public CrashReporter {
-  public:
-    void log(std::string_view) override {}
-
-    void recordError(const std::exception& error) override { errors.emplace_back(describe(error)); }
-
-    void setUserID(const std::optional<std::string>&) override {}
-
-    std::vector<std::string> errors;
-};
 
 MetadataItem common(std::string_view commonKey, MetadataItem::Value value) {
     MetadataItem item;
@@ -180,7 +170,7 @@ TEST(SimpleMetadataExtractor, ReadsEveryFormat) {
 
     const TemporaryFolder folder;
     test::TestRuntime runtime;
-    RecordingReporter reporter;
+    test::RecordingCrashReporter reporter;
     SimpleMetadataExtractor extractor(reporter);
     for (const auto& each : cases) {
         const auto path = test::makeSound(folder, each.name, each.options);
@@ -212,7 +202,7 @@ TEST(SimpleMetadataExtractor, FailsWithTheCaseOfEachFault) {
 
     test::TestRuntime runtime;
     for (const auto& each : cases) {
-        RecordingReporter reporter;
+        test::RecordingCrashReporter reporter;
         SimpleMetadataExtractor extractor(reporter);
         try {
             runtime.run(extractor.extractMetadata(each.path));

@@ -7,6 +7,7 @@
 #include "scanning/MetadataExtractor.hpp"
 #include "store/StoreRepositories.hpp"
 #include "support/ManualClock.hpp"
+#include "support/RecordingCrashReporter.hpp"
 #include "support/TemporaryFolder.hpp"
 #include "support/TestRuntime.hpp"
 
@@ -16,45 +17,10 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 namespace velto::test {
-
-/// Keeps what it is told, from whichever thread.
-class RecordingReporter final : public CrashReporter {
-  public:
-    std::function<void()> onError; ///< on the main actor
-
-    void log(std::string_view line) override {
-        const std::lock_guard lock(mutex_);
-        lines_.emplace_back(line);
-    }
-
-    void recordError(const std::exception& error) override {
-        const std::lock_guard lock(mutex_);
-        errors_.push_back(describe(error));
-        if (onError) onError();
-    }
-
-    void setUserID(const std::optional<std::string>&) override {}
-
-    [[nodiscard]] std::vector<std::string> lines() const {
-        const std::lock_guard lock(mutex_);
-        return lines_;
-    }
-
-    [[nodiscard]] std::vector<std::string> errors() const {
-        const std::lock_guard lock(mutex_);
-        return errors_;
-    }
-
-  private:
-    mutable std::mutex mutex_;
-    std::vector<std::string> lines_;
-    std::vector<std::string> errors_;
-};
 
 /// A WAV file of four samples without tags: artist and title come from its name.
 inline std::string smallWav() {
@@ -162,7 +128,7 @@ class ScannerTest : public testing::Test {
     TemporaryFolder folder;
     std::filesystem::path music = folder / "music";
     ManualClock clock{runtime.main()};
-    RecordingReporter reporter;
+    RecordingCrashReporter reporter;
     std::unique_ptr<model::ModelContainer> container =
         model::ModelContainer::create(storeSchema(), {.storePath = folder / "velto.store"});
     std::shared_ptr<SteppingExtractor> extractor = std::make_shared<SteppingExtractor>(reporter);

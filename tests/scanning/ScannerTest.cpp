@@ -63,8 +63,8 @@ TEST_F(ScannerTest, AFolderAsFoundInTheWild) {
     EXPECT_EQ(two->firstSeen, clock.now());
     EXPECT_EQ(two->creationDate, files::creationDate(two->absPath));
     EXPECT_EQ(two->track->createdAt, two->creationDate);
-    EXPECT_THAT(reporter.lines(), ElementsAre("Starting library scan: Music", "Discovered 6 files in library",
-                                              "Scan completed: 6 files processed in 0.00s"));
+    EXPECT_THAT(reporter.lines, ElementsAre("Starting library scan: Music", "Discovered 6 files in library",
+                                            "Scan completed: 6 files processed in 0.00s"));
     EXPECT_FALSE(context().hasChanges());
 }
 
@@ -326,7 +326,7 @@ TEST_F(ScannerTest, AStoreThatCannotSaveOnceFailsTheScanAndClosesItsRun) {
     reporter.onError = [&] { context().remove(duplicate); };
     const std::string failure = failureOfScan();
     EXPECT_THAT(failure, testing::HasSubstr("velto.store"));
-    EXPECT_THAT(reporter.errors(), ElementsAre(failure));
+    EXPECT_THAT(reporter.errors, ElementsAre(failure));
     const ScanRunRef run = library->scanRuns.front();
     EXPECT_EQ(run->notes, "Scan failed: " + failure);
     EXPECT_EQ(run->finishedAt, clock.now());
@@ -372,16 +372,24 @@ TEST_F(ScannerTest, AScanKilledBetweenItsSavesIsTakenUpByTheNext) {
         EXPECT_TRUE(file->track && file->status == FileStatus::ready && file->quickSig) << file->relPath;
 }
 
-class FailingParser final : public GenreTextParser {
+/// Calls `at` with the number of each track that is made.
+class CountingParser final : public GenreTextParser {
   public:
-    [[nodiscard]] RecognisedTags parse(const std::string& genreText) const override {
-        if (genreText == "bad") throw std::runtime_error("no vocabulary");
+    explicit CountingParser(std::function<void(int)> at)
+        : at_(std::move(at)) {}
+
+    [[nodiscard]] RecognisedTags parse(const std::string&) const override {
+        at_(++calls_);
         return {};
     }
+
+  private:
+    std::function<void(int)> at_;
+    mutable int calls_ = 0;
 };
 
 TEST_F(ScannerTest, ATrackThatCannotBeMadeMarksItsFileAlone) {
-    const FailingParser parser;
+    const CountingParser parser([](int) { throw std::runtime_error("no vocabulary"); });
     scanner = makeScanner(&parser);
     addSongs(1);
     extractor->instead = song("bad");
@@ -410,17 +418,6 @@ TEST_F(ScannerTest, ALibraryDeletedDuringItsScanEndsTheScanAndLeavesNothing) {
     EXPECT_EQ(context().count<ScanRun>(), 0U);
 }
 
-/// Calls `at` for each track that is made.
-class CallingParser final : public GenreTextParser {
-  public:
-    std::function<void()> at;
-
-    [[nodiscard]] RecognisedTags parse(const std::string&) const override {
-        at();
-        return {};
-    }
-};
-
 TEST_F(ScannerTest, ADeletionWaitsForTheSaveWhoseTracksItWouldTake) {
     const log::Capture log;
     addSongs(450); // several turns
@@ -433,11 +430,9 @@ TEST_F(ScannerTest, ADeletionWaitsForTheSaveWhoseTracksItWouldTake) {
     file->edit().library = other;
     file->edit().track = shared;
     context().save();
-    int left = 1;
-    CallingParser parser;
-    parser.at = [&, this] {
-        if (left-- == 1) spawn(runtime.main(), libraries->deleteLibrary(other));
-    };
+    const CountingParser parser([&, this](int number) {
+        if (number == 1) spawn(runtime.main(), libraries->deleteLibrary(other));
+    });
     extractor->genre = "House";
     scanner = makeScanner(&parser);
     EXPECT_EQ(failureOfScan(), "no failure");

@@ -1,16 +1,12 @@
 #include "support/TemporaryFolder.hpp"
 
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include "platform/files/ChildProcess.hpp"
 
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
-
-extern char** environ;
+#include <utility>
 
 namespace velto::test {
 
@@ -43,32 +39,14 @@ std::string readFile(const std::filesystem::path& path) {
     return {std::istreambuf_iterator<char>(in), {}};
 }
 
-std::string runProgram(const std::vector<std::string>& arguments, int* status) {
-    const TemporaryFolder folder;
-    const std::string out = (folder / "out").string();
-    const std::string err = (folder / "err").string();
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, out.c_str(), O_WRONLY | O_CREAT, 0600);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, err.c_str(), O_WRONLY | O_CREAT, 0600);
-    std::vector<char*> argv;
-    for (const std::string& argument : arguments)
-        argv.push_back(const_cast<char*>(argument.c_str()));
-    argv.push_back(nullptr);
-    pid_t child = 0;
-    const int failed = posix_spawnp(&child, argv[0], &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    if (failed != 0) throw std::runtime_error("cannot start " + arguments.front());
-    int result = 0;
-    while (waitpid(child, &result, 0) < 0) {
-    }
-    const int code = WIFEXITED(result) ? WEXITSTATUS(result) : 128 + WTERMSIG(result);
+std::string runProgram(std::vector<std::string> arguments, int* status) {
+    arguments.insert(arguments.begin(), "/usr/bin/env"); // finds it on the path
+    auto output = files::runProcess(arguments);
     if (status != nullptr)
-        *status = code;
-    else if (code != 0)
-        throw std::runtime_error(arguments.front() + " failed: " + readFile(err));
-    return readFile(out);
+        *status = output.status;
+    else if (output.status != 0)
+        throw std::runtime_error(arguments[1] + " failed: " + output.standardError);
+    return std::move(output.standardOutput);
 }
 
 } // namespace velto::test

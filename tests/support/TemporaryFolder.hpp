@@ -31,6 +31,6 @@ class TemporaryFolder {
 
 /// Runs a program with its arguments (no shell), e.g. ffmpeg or a mutagen script; standard output, and the
 /// exit status in `status` where given (otherwise a status other than 0 throws with standard error).
-std::string runProgram(const std::vector<std::string>& arguments, int* status = nullptr);
+std::string runProgram(std::vector<std::string> arguments, int* status = nullptr);
 
 } // namespace velto::test

@@ -4,41 +4,21 @@
 
 #include <array>
 #include <cstdio>
-#include <fcntl.h>
-#include <spawn.h>
 #include <stdexcept>
 #include <sys/wait.h>
 #include <unistd.h>
-
-extern char** environ;
 
 namespace velto::test {
 
 using nlohmann::json;
 
 BackendProcess::BackendProcess(const std::filesystem::path& state, std::vector<std::string> options) {
-    std::array<int, 2> input{}, output{};
-    if (pipe2(input.data(), O_CLOEXEC) != 0 || pipe2(output.data(), O_CLOEXEC) != 0)
-        throw std::runtime_error("no pipe");
     options.insert(options.begin(), {VELTO_BACKEND_PROGRAM, "--port", "0", "--quiet", "--exit-with-stdin",
                                      "--state", state.string()});
-    std::vector<char*> arguments;
-    for (auto& option : options)
-        arguments.push_back(option.data());
-    arguments.push_back(nullptr);
-
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, input[0], STDIN_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, output[1], STDOUT_FILENO);
-    const int failure = posix_spawn(&process_, arguments[0], &actions, nullptr, arguments.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    close(input[0]);
-    close(output[1]);
-    stdin_ = input[1];
-    auto* lines = fdopen(output[0], "r");
+    program_ = startPiped(options, STDOUT_FILENO);
+    auto* lines = fdopen(program_.output.release(), "r");
     std::array<char, 200> line{};
-    const bool read = failure == 0 && fgets(line.data(), line.size(), lines) != nullptr;
+    const bool read = fgets(line.data(), line.size(), lines) != nullptr;
     if (read) port_ = std::stoi(std::string(line.data()).substr(std::string("http://127.0.0.1:").size()));
     fclose(lines);
     if (!read) throw std::runtime_error("the backend did not print its address");
@@ -47,7 +27,7 @@ BackendProcess::BackendProcess(const std::filesystem::path& state, std::vector<s
 BackendProcess::~BackendProcess() {
     closeStdin();
     // Under a sanitizer the status also tells of what it found in the backend.
-    const int status = process_ > 0 ? wait() : 0;
+    const int status = program_.process > 0 ? wait() : 0;
     EXPECT_EQ(status, 0);
 }
 
@@ -90,18 +70,17 @@ int BackendProcess::credits(const std::string& token) const {
 
 void BackendProcess::signal(int number) const {
     // Of a process that has been waited for, the number would mean others.
-    if (process_ > 0) kill(process_, number);
+    if (program_.process > 0) kill(program_.process, number);
 }
 
 void BackendProcess::closeStdin() {
-    if (stdin_ >= 0) close(stdin_);
-    stdin_ = -1;
+    program_.input.reset();
 }
 
 int BackendProcess::wait() {
     int status = 0;
-    waitpid(process_, &status, 0);
-    process_ = -1;
+    waitpid(program_.process, &status, 0);
+    program_.process = -1;
     return status;
 }
 

@@ -1,12 +1,13 @@
 #pragma once
 
+#include "support/PipedProgram.hpp"
+
 #include <httplib.h>
 #include <nlohmann/json.hpp>
 
 #include <filesystem>
 #include <optional>
 #include <string>
-#include <sys/types.h>
 #include <vector>
 
 namespace velto::test {
@@ -48,8 +49,7 @@ class BackendProcess {
     int wait();
 
   private:
-    pid_t process_ = -1;
-    int stdin_ = -1;
+    PipedProgram program_;
     int port_ = 0;
 };
 

@@ -115,6 +115,31 @@ TEST_F(LocalBackend, RefusesBodiesOverTheLimitInEitherFraming) {
     EXPECT_EQ(backend.credits(token), 1000);
 }
 
+TEST_F(LocalBackend, RefusesSmallRequestsThatMultiplyTheirTexts) {
+    auto& backend = start();
+    const auto token = backend.signIn("a@b.c");
+    const auto remove = [&](int fields, int mentionsAField) {
+        std::string list, document = "mutation($s: String!) {";
+        for (int i = 0; i < mentionsAField; ++i)
+            list += "$s ";
+        for (char alias = 'a'; alias < 'a' + fields; ++alias)
+            document += std::string(1, alias) + ": removeTracksFromLibrary(input: {libraryName: \"L\", " +
+                        "canonicalSigs: [" + list + "]}) { success }";
+        return json{{"query", document + "}"}, {"variables", {{"s", std::string(100'000, 's')}}}};
+    };
+    EXPECT_EQ(backend.post(token, remove(2, 10).dump()).data()["b"]["success"], false);
+    EXPECT_THAT(backend.post(token, remove(3, 500).dump()).error(), HasSubstr("too large"));
+
+    for (const auto& [document, error] :
+         {std::pair("mutation($n: String!) { deleteLibrary(input: {libraryName: $n}) { a: message b: message "
+                    "} }",
+                    "\"message\" is selected twice"),
+          {"query($n: String $n: String) { creditBalance }", "only one variable named \"$n\""}})
+        EXPECT_THAT(
+            backend.post(token, json{{"query", document}, {"variables", {{"n", "a"}}}}.dump()).error(),
+            HasSubstr(error));
+}
+
 TEST_F(LocalBackend, ChargesACreditATaggedTrackAllOrNothing) {
     auto& backend = start({"--credits", "25"});
     const auto token = backend.signIn("a@b.c");
@@ -180,18 +205,16 @@ TEST_F(LocalBackend, TagsByItsRulesAndAlwaysTheSame) {
 
     const auto defaults = backend.graphql(token, "{ preferencesDefaults { genres regions eras } }")
                               .data()["preferencesDefaults"];
-    const auto first = tag(songs(50)["tracks"]);
-    auto& again = start({"--credits", "5000"});
+    auto tracks = songs(50)["tracks"];
+    const auto first = tag(tracks);
+    for (auto& track : tracks)
+        track["artist"] = "ARTIST" + track["artist"].get<std::string>().substr(6);
+    start();
+    const auto again = tag(tracks);
     for (std::size_t i = 0; i < 50; ++i) {
-        for (const auto& genre : first[i]["genres"])
-            EXPECT_THAT(words(defaults["genres"]), testing::Contains(genre.get<std::string>()));
-        const json shouted{{"id", first[i]["id"]},
-                           {"artist", "ARTIST " + std::to_string(i % 40)},
-                           {"title", first[i]["title"]}};
-        const auto repeated =
-            again.graphql(token, tagTracks, {{"tracks", {shouted}}}).data()["tagTracks"]["results"][0];
-        EXPECT_EQ(repeated["genres"], first[i]["genres"]);
-        EXPECT_EQ(repeated["era"], first[i]["era"]);
+        EXPECT_THAT(words(defaults["genres"]), testing::IsSupersetOf(words(first[i]["genres"])));
+        EXPECT_EQ(again[i]["genres"], first[i]["genres"]);
+        EXPECT_EQ(again[i]["era"], first[i]["era"]);
     }
 }
 

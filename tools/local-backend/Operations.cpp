@@ -218,10 +218,11 @@ json runCall(const Call& call, State& state, const Account& account, const std::
     const Context context{state, account, fault};
     const std::string root = call.operation.mutation ? "Mutation" : "Query";
     std::vector<json> arguments;
+    auto room = Schema::roomForVariables;
     // All arguments are checked before the first change is made.
     for (const auto& field : call.operation.selection)
         arguments.push_back(field.name == "__typename" ? json()
-                                                       : schema.arguments(field, root, call.variables));
+                                                       : schema.arguments(field, root, call.variables, room));
     auto data = json::object();
     for (std::size_t i = 0; i < arguments.size(); ++i) {
         const auto& field = call.operation.selection[i];

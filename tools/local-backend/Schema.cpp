@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <set>
+#include <string_view>
 
 namespace velto::local {
 
@@ -11,22 +13,50 @@ using nlohmann::json;
 
 namespace {
 
-json withVariables(const Literal& literal, const json& variables) {
+// A value with its place in an object or a list, roughly.
+constexpr std::size_t bytesAValue = 64;
+
+/// Bytes that a copy takes, roughly.
+std::size_t weigh(const json& value) {
+    auto bytes = bytesAValue;
+    if (value.is_string()) bytes += value.get_ref<const std::string&>().size();
+    if (value.is_object())
+        for (const auto& [key, field] : value.items())
+            bytes += key.size() + weigh(field);
+    if (value.is_array())
+        for (const auto& element : value)
+            bytes += weigh(element);
+    return bytes;
+}
+
+json withVariables(const Literal& literal, const json& variables, std::size_t& room) {
     if (literal.is_object()) {
         if (const auto variable = literal.find("$"); variable != literal.end()) {
             const auto found = variables.find(variable->get<std::string>());
-            return found == variables.end() ? json() : *found;
+            if (found == variables.end()) return nullptr;
+            const auto bytes = weigh(*found);
+            if (bytes > room) throw GraphQLError("The request is nested too deeply or too large.");
+            room -= bytes;
+            return *found;
         }
         auto result = json::object();
         for (const auto& [key, value] : literal.items())
-            result[key] = withVariables(value, variables);
+            result[key] = withVariables(value, variables, room);
         return result;
     }
     if (!literal.is_array()) return literal;
     auto result = json::array();
     for (const auto& value : literal)
-        result.push_back(withVariables(value, variables));
+        result.push_back(withVariables(value, variables, room));
     return result;
+}
+
+/// A long text of a reply would otherwise be in it as often as a document can name it.
+void refuseRepeats(const std::vector<SelectedField>& selection) {
+    std::set<std::string_view> seen;
+    for (const auto& field : selection)
+        if (!seen.insert(field.name).second)
+            throw GraphQLError(fmt::format("The field \"{}\" is selected twice.", field.name));
 }
 
 bool isScalarOf(const json& value, const std::string& type) {
@@ -86,13 +116,17 @@ void Schema::validate(const std::vector<SelectedField>& selection, const std::st
             throw GraphQLError(fmt::format("Field \"{}\" of type \"{}\" must {} a selection of subfields.",
                                            selected.name, toString(known.type),
                                            selected.selection.empty() ? "have" : "not have"));
-        if (!selected.selection.empty()) validate(selected.selection, known.type.name);
+        if (selected.selection.empty()) continue;
+        refuseRepeats(selected.selection);
+        validate(selected.selection, known.type.name);
     }
 }
 
 json Schema::variables(const OperationDefinition& operation, const json& given) const {
     auto complete = json::object();
     for (const auto& variable : operation.variables) {
+        if (complete.contains(variable.name))
+            throw GraphQLError(fmt::format("There can be only one variable named \"${}\".", variable.name));
         if (!isScalar(variable.type.name) && !types_.contains(variable.type.name))
             throw GraphQLError(fmt::format("Unknown type \"{}\".", variable.type.name));
         const auto found = given.find(variable.name);
@@ -108,10 +142,11 @@ json Schema::variables(const OperationDefinition& operation, const json& given) 
     return complete;
 }
 
-json Schema::arguments(const SelectedField& selected, const std::string& type, const json& variables) const {
+json Schema::arguments(const SelectedField& selected, const std::string& type, const json& variables,
+                       std::size_t& room) const {
     auto result = json::object();
     for (const auto& [name, literal] : selected.arguments)
-        result[name] = withVariables(literal, variables);
+        result[name] = withVariables(literal, variables, room);
     for (const auto& [name, wanted] : field(type, selected.name).arguments) {
         if (!result.contains(name) && wanted.required)
             throw GraphQLError(

@@ -22,9 +22,14 @@ class Schema {
     /// Checks names, arguments and selections against the type, before anything is done.
     void validate(const std::vector<SelectedField>& selection, const std::string& type) const;
 
-    /// The arguments of a root field with the variables put in, as the input types want them.
+    /// Bytes that a call's variables may take where they are mentioned, all mentions together. A request at
+    /// the limits of its text and of its values, each variable mentioned once, stays below.
+    static constexpr std::size_t roomForVariables = 128U << 20U;
+
+    /// The arguments of a root field with the variables put in, as the input types want them. What the
+    /// variables take is taken off `room`; where that is too little, it fails with GraphQLError.
     [[nodiscard]] nlohmann::json arguments(const SelectedField& field, const std::string& type,
-                                           const nlohmann::json& variables) const;
+                                           const nlohmann::json& variables, std::size_t& room) const;
 
     /// Cuts a full value of this type down to what was selected.
     [[nodiscard]] nlohmann::json project(const nlohmann::json& value, const SelectedField& field,
