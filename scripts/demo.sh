@@ -8,9 +8,6 @@ programs=$1
 folder=${2:-}
 in_place=${3:-}
 demo=build/demo
-mkdir -p "$demo"
-rm -rf "$demo/home" "$demo/token" "$demo"/backend.sqlite*
-
 if [[ -n "$folder" && ! -d "$folder" ]]; then
   echo "$folder is not a folder." >&2
   exit 2
@@ -21,6 +18,17 @@ if [[ -n "$in_place" && "$in_place" != --in-place ]]; then
 fi
 # A link to the folder is no copy of it: what is copied, and what is told, is the folder itself.
 [[ -z "$folder" ]] || folder=$(realpath -- "$folder")
+mkdir -p "$demo/home"
+if [[ -n "$folder" ]]; then
+  own=$(realpath "$demo")
+  if [[ "$folder/" == "$own/"* || "$own/" == "$folder/"* ]]; then
+    echo "$folder is where the demonstration keeps its own files: name another folder." >&2
+    exit 2
+  fi
+fi
+# The journal stays: it knows which files a run that was killed has left beside their backups.
+find "$demo/home" -mindepth 1 ! -name rewrites.journal -delete
+rm -rf "$demo/token" "$demo"/backend.sqlite*
 if [[ -z "$folder" ]]; then
   music=$demo/sample-music
   maker=tools/sample-music/make-sample-music.py
@@ -73,7 +81,7 @@ echo "6. What happened"
 velto whoami
 velto --json tracks Demo >"$demo/tracks.json"
 /usr/bin/python3 - "$demo/tracks.json" <<'PY'
-import collections, json, pathlib, sys
+import collections, itertools, json, pathlib, sys
 import mutagen
 
 tracks = json.load(open(sys.argv[1]))
@@ -83,7 +91,10 @@ print(f"   {len(tracks)} tracks, {len(tagged)} tagged, {len(files)} files: "
       + ", ".join(f"{count} {status}" for status, count in collections.Counter(f["status"] for f in files).items()))
 
 def genre(path):
-    file = mutagen.File(path)
+    try:
+        file = mutagen.File(path)
+    except mutagen.MutagenError:  # a name in broken UTF-8 is not the file's own in a JSON text
+        return None
     if file is None or file.tags is None:
         return None
     for key in ("TCON", "\xa9gen", "genre"):
@@ -93,12 +104,14 @@ def genre(path):
     return None
 
 print("   Three files, their genre read back from disk by another program:")
-shown = set()
+lines = {}  # by format
 for track in tagged:
     for file in track["files"]:
         suffix = pathlib.Path(file["absPath"]).suffix.lower()
-        if suffix in (".mp3", ".m4a", ".aiff", ".aif") and suffix not in shown and len(shown) < 3:
-            shown.add(suffix)
-            print(f"     {file['relPath']}: {genre(file['absPath'])!r} (stored: {track['genre']!r})")
+        same = lines.setdefault(suffix, []) if suffix in (".mp3", ".m4a", ".aiff", ".aif") else None
+        if same is not None and len(same) < 3 and (found := genre(file["absPath"])) is not None:
+            same.append(f"     {file['relPath']}: {found!r} (stored: {track['genre']!r})")
+for line in [line for row in itertools.zip_longest(*lines.values()) for line in row if line][:3]:
+    print(line)
 PY
 echo "The library's store, log and music lie in $demo."

@@ -190,7 +190,7 @@ Task<void> MainScreenViewModel::clearLocalData() {
         co_await addAll<PlaylistFolder>(modelContext_, all);
         co_await model::removeInBackground(modelContext_, services_.executors, std::move(all));
         libraries = std::vector<LibraryRef>{};
-        tracks = std::vector<TrackRef>{};
+        showTracks({});
         playlists = std::vector<PlaylistRef>{};
         playlistFolders = std::vector<PlaylistFolderRef>{};
         selectedLibrary = nullptr;

@@ -17,13 +17,6 @@ namespace {
 /// How many files without a track a warning shows.
 constexpr std::size_t sampleSize = 5;
 
-std::vector<FileItemRef> filesWithoutTrack(const LibraryRef& library) {
-    std::vector<FileItemRef> found;
-    for (const FileItemRef& file : library->files)
-        if (!file->track) found.push_back(file);
-    return found;
-}
-
 void warnOfFilesWithoutTrack(const std::vector<FileItemRef>& files) {
     log::line("⚠️ [LOAD PERF] WARNING: {} files have NO tracks!", files.size());
     std::map<std::string_view, std::size_t> counts;
@@ -141,8 +134,7 @@ Task<void> MainScreenViewModel::selectLibrary(LibraryRef library) {
     isLoading = true;
     viewMode = LibraryView{};
     log::line("🧹 [UI STATE] Clearing tracks and cache for library switch");
-    tracks = std::vector<TrackRef>{};
-    invalidateCache();
+    showTracks({});
     selectedLibrary = library;
     co_await restoreAccess(library);
     co_await loadTracksForSelectedLibrary();
@@ -155,18 +147,17 @@ Task<void> MainScreenViewModel::loadTracksForSelectedLibrary() {
     const LibraryRef library = selectedLibrary;
     if (!library) {
         log::line("🕐 [LOAD PERF] No library selected, clearing tracks");
-        tracks = std::vector<TrackRef>{};
-        invalidateCache();
+        showTracks({});
         co_return;
     }
     const Date start = services_.clock.now();
     try {
         log::line("🕐 [LOAD PERF] Loading tracks for library: {}", library->name);
         log::line("🕐 [LOAD PERF] Library has {} files", library->files.size());
-        auto loaded = getAllTracksForLibrary(library);
+        auto loaded = co_await getAllTracksForLibrary(library);
         log::line("🕐 [LOAD PERF] getAllTracksForLibrary took {:.3f}s", services_.clock.secondsSince(start));
-        tracks = std::move(loaded);
-        invalidateCache();
+        if (selectedLibrary.get() != library) co_return; // another one was selected, and loads its own
+        showTracks(std::move(loaded));
         log::line("🕐 [LOAD PERF] loadTracksForSelectedLibrary TOTAL: {:.3f}s",
                   services_.clock.secondsSince(start));
     } catch (const std::exception& error) {
@@ -175,20 +166,34 @@ Task<void> MainScreenViewModel::loadTracksForSelectedLibrary() {
     }
 }
 
-std::vector<TrackRef> MainScreenViewModel::getAllTracksForLibrary(const LibraryRef& library) const {
+Task<std::vector<TrackRef>> MainScreenViewModel::getAllTracksForLibrary(LibraryRef library) {
+    const auto self = shared_from_this();
     const std::size_t fileCount = library->files.size();
     log::line("🕐 [LOAD PERF] getAllTracksForLibrary: Starting with {} files", fileCount);
     const Date start = services_.clock.now();
     std::vector<TrackRef> found;
     found.reserve(fileCount);
-    for (const FileItemRef& file : library->files)
-        if (file->track) found.push_back(file->track);
+    std::vector<FileItemRef> withoutTrack;
+    const auto keep = [&](const FileItemRef& file) {
+        if (file->library != library) return;
+        if (file->track)
+            found.push_back(file->track);
+        else
+            withoutTrack.push_back(file);
+    };
+    co_await model::forEachInTurns<FileItem>(modelContext_, keep);
     log::line("🕐 [LOAD PERF] compactMap {{ $0.track }} took {:.3f}s - found {} files with tracks",
               services_.clock.secondsSince(start), found.size());
-    if (found.size() < fileCount) warnOfFilesWithoutTrack(filesWithoutTrack(library));
+    if (!withoutTrack.empty()) warnOfFilesWithoutTrack(withoutTrack);
     log::line("🕐 [LOAD PERF] getAllTracksForLibrary TOTAL: {:.3f}s - returning {} tracks (no dedup)",
               services_.clock.secondsSince(start), found.size());
-    return found;
+    co_return found;
+}
+
+void MainScreenViewModel::showTracks(std::vector<TrackRef> next) {
+    tracks.mutate([&](std::vector<TrackRef>& shown) { std::swap(shown, next); });
+    freeOnPool(services_.executors, std::move(next));
+    invalidateCache();
 }
 
 } // namespace velto

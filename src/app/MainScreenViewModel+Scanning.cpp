@@ -59,8 +59,8 @@ MainScreenViewModel::startedScan(const LibraryRef& library) {
 Task<void> MainScreenViewModel::afterScan(LibraryRef library) {
     try {
         if (selectedLibrary.get() == library) {
-            tracks = getAllTracksForLibrary(library);
-            invalidateCache();
+            auto scanned = co_await getAllTracksForLibrary(library);
+            if (selectedLibrary.get() == library) showTracks(std::move(scanned));
         }
     } catch (const std::exception& error) {
         errorMessage = "Failed to refresh library: " + describe(error);

@@ -235,7 +235,7 @@ Task<void> MainScreenViewModel::tagBatch(std::shared_ptr<TaggingRun> run, std::s
         state.taggingProgress = TaggingProgress{run->totalTracks, state.totalTagged, run->startTime};
         taggingProgress = state.taggingProgress;
     }
-    state.totalCredits += result.creditsConsumed;
+    state.addCredits(result.creditsConsumed);
     for (const TaggingError& error : result.errors)
         state.allErrors.push_back(fmt::format("[{}] {}", label(error.type), error.message));
     if (result.shouldRetry.value_or(false) && result.retryAfter) {

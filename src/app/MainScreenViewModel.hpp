@@ -109,7 +109,7 @@ class MainScreenViewModel final : public std::enable_shared_from_this<MainScreen
     /// Begins the use of a library's folder by its stored grant.
     Task<void> restoreAccess(LibraryRef library);
     /// The tracks of the library's files, in the files' order, one a file: a song with two files comes twice.
-    [[nodiscard]] std::vector<TrackRef> getAllTracksForLibrary(const LibraryRef& library) const;
+    Task<std::vector<TrackRef>> getAllTracksForLibrary(LibraryRef library);
 
     // Libraries.
     /// Checks the folder and the name, creates the library and keeps the folder's grant. Throws
@@ -167,6 +167,7 @@ class MainScreenViewModel final : public std::enable_shared_from_this<MainScreen
     void takeState(const AuthenticationState& state);
     /// What a face derived from `tracks` is no longer current.
     static void invalidateCache();
+    void showTracks(std::vector<TrackRef> next);
     void stopAccess(const std::string& libraryName);
     Task<void> loadPlaylists();
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <string>
 #include <vector>
@@ -27,6 +28,12 @@ struct TaggingState {
     std::int64_t unwrittenFiles = 0;
     std::optional<TaggingProgress> taggingProgress;
     std::optional<std::int64_t> globalRetryAfter; ///< milliseconds: the largest that the server asked for
+
+    /// The number is the server's: it may be anything.
+    void addCredits(std::int64_t consumed) {
+        if (__builtin_add_overflow(totalCredits, consumed, &totalCredits))
+            totalCredits = std::numeric_limits<std::int64_t>::max();
+    }
 
     void foldRetryAfter(std::int64_t milliseconds) {
         globalRetryAfter = std::max(globalRetryAfter.value_or(milliseconds), milliseconds);

@@ -61,6 +61,7 @@ Task<void> VeltoApp::prepare() {
     } catch (const std::exception& error) {
         log::line("❌ [BACKEND] {}", describe(error));
         crashReporter_.recordError(error);
+        backendFailure_ = describe(error);
     }
 }
 

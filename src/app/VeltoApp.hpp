@@ -61,6 +61,9 @@ class VeltoApp {
 
     UpdateManager& updateManager();
 
+    /// Why the local backend could not be started: the user's text. None where it runs or is not needed.
+    [[nodiscard]] const std::optional<std::string>& backendFailure() const { return backendFailure_; }
+
     model::ModelContainer& sharedModelContainer() { return *sharedModelContainer_; }
 
     /// What a `velto://` URL leads to, by whichever way it came. Ends when the sign-in has ended; false where
@@ -83,6 +86,7 @@ class VeltoApp {
     http::HttpClient transport_;
     std::optional<LocalBackend> localBackend_;
     std::string backendAddress_;
+    std::optional<std::string> backendFailure_;
     std::shared_ptr<KeychainService> keychain_;
     PreferencesGenreTextParser genreTextParser_{UserPreferencesStore::shared()};
     std::shared_ptr<GraphQLClient> authClient_;

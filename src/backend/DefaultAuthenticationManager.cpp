@@ -43,6 +43,7 @@ std::string messageAfterAuth(const std::exception& error) {
 
 DefaultAuthenticationManager::DefaultAuthenticationManager(AuthenticationServices services)
     : services_(std::move(services))
+    , keyring_(services_.executors.main)
     , self_(std::make_shared<DefaultAuthenticationManager*>(this)) {}
 
 Task<void> DefaultAuthenticationManager::signIn() {
@@ -72,6 +73,7 @@ Task<void> DefaultAuthenticationManager::signOut() {
     services_.crashReporter.log("User signed out");
     ++tokenChanges_;
     try {
+        const Gate::Pass alone = co_await keyring_.enter();
         co_await offload(services_.executors,
                          [&keychain = services_.keychainService] { keychain.deleteToken(); });
         ++tokenChanges_; // a request that was made meanwhile may still have had it
@@ -114,6 +116,7 @@ Task<void> DefaultAuthenticationManager::handleAuthCallback(std::string token) {
     log::line("🔐 [AUTH] Attempting to save token to Keychain");
     ++tokenChanges_;
     try {
+        const Gate::Pass alone = co_await keyring_.enter();
         co_await offload(services_.executors,
                          [&keychain = services_.keychainService, &token] { keychain.saveToken(token); });
         ++tokenChanges_; // a request that was made meanwhile may have had either token
@@ -173,7 +176,8 @@ Task<void> DefaultAuthenticationManager::fetchUserProfile() {
             throw;
         }
     }
-    co_await endExpiredSession();
+    co_await endExpiredSession(asked);
+    if (asked != tokenChanges_) co_return;
     throw GraphQLClientError(GraphQLClientError::Case::unauthorized);
 }
 
@@ -184,12 +188,15 @@ void DefaultAuthenticationManager::signedIn(const UserPreferencesQueryResponse& 
     services_.preferences.update(response.me, response.preferencesDefaults);
 }
 
-Task<void> DefaultAuthenticationManager::endExpiredSession() {
+Task<void> DefaultAuthenticationManager::endExpiredSession(std::uint64_t asked) {
     try {
+        const Gate::Pass alone = co_await keyring_.enter();
+        if (asked != tokenChanges_) co_return; // the token that is stored now is another
         co_await offload(services_.executors,
                          [&keychain = services_.keychainService] { keychain.deleteToken(); });
     } catch (const std::exception&) { // NOLINT(bugprone-empty-catch): the session ends all the same
     }
+    if (asked != tokenChanges_) co_return; // somebody signs in again meanwhile
     authenticationState_ = AuthenticationState::unauthenticated();
     services_.crashReporter.setUserID(std::nullopt);
 }

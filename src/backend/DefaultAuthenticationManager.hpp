@@ -6,6 +6,7 @@
 #include "backend/UserPreferencesStore.hpp"
 #include "platform/concurrency/Clock.hpp"
 #include "platform/concurrency/Executors.hpp"
+#include "platform/concurrency/Gate.hpp"
 #include "platform/log/CrashReporter.hpp"
 #include "platform/secrets/KeychainService.hpp"
 
@@ -47,7 +48,7 @@ class DefaultAuthenticationManager final : public AuthenticationManager {
     static Task<void> clearErrorLater(std::weak_ptr<DefaultAuthenticationManager*> manager, Clock& clock);
     Task<std::optional<std::string>> storedToken();
     void signedIn(const UserPreferencesQueryResponse& response);
-    Task<void> endExpiredSession();
+    Task<void> endExpiredSession(std::uint64_t asked);
     void recordUnlessOffline(const std::exception& error);
     void profileFailedAfterAuth(const std::exception& error);
 
@@ -57,6 +58,8 @@ class DefaultAuthenticationManager final : public AuthenticationManager {
     /// How often the stored token was given or taken away: a reply that was asked for with another one says
     /// nothing of this session.
     std::uint64_t tokenChanges_ = 0;
+    /// One token is saved or deleted at a time: a keyring that asks its user takes long.
+    Gate keyring_;
     /// Tells the delayed clearing of an error whether the manager is still there.
     std::shared_ptr<DefaultAuthenticationManager*> self_;
 };

@@ -32,8 +32,8 @@ std::string listed(const std::vector<http::QueryItem>& items) {
     std::string text;
     for (const http::QueryItem& item : items) {
         if (!text.empty()) text += ", ";
-        text += item.name;
-        if (item.value) text += "=" + (item.name == "token" ? shortened(*item.value) : *item.value);
+        text += shortened(item.name);
+        if (item.value) text += "=" + shortened(*item.value);
     }
     return "[" + text + "]";
 }
@@ -54,14 +54,8 @@ std::string tokenPreview(std::string_view token) {
 std::string loggableCallback(std::string_view url) {
     std::string text;
     while (!url.empty()) {
-        const std::size_t end = std::min(url.find_first_of("?&#;"), url.size());
-        const std::string_view part = url.substr(0, end);
-        const auto equals = part.find('=');
-        const auto name = http::percentDecoded(part.substr(0, equals));
-        if (equals != std::string_view::npos && name == "token")
-            text.append(part.substr(0, equals + 1)).append(shortened(part.substr(equals + 1)));
-        else
-            text.append(part);
+        const std::size_t end = std::min(url.find_first_of(":/?&#;="), url.size());
+        text += shortened(url.substr(0, end));
         if (end < url.size()) text += url[end];
         url.remove_prefix(std::min(end + 1, url.size()));
     }
@@ -69,8 +63,9 @@ std::string loggableCallback(std::string_view url) {
 }
 
 std::optional<std::string> tokenFromCallback(std::string_view url) {
-    const std::string scheme = http::schemeOf(url).value_or("nil");
-    const std::string host = http::hostOf(url).value_or("nil");
+    // Whoever pastes something else than the link may paste a bare token: no part is logged whole.
+    const std::string scheme = shortened(http::schemeOf(url).value_or("nil"));
+    const std::string host = shortened(http::hostOf(url).value_or("nil"));
     log::line("🔗 [URL CALLBACK] handleURLCallback called");
     log::line("🔗 [URL CALLBACK] URL scheme: {}", scheme);
     log::line("🔗 [URL CALLBACK] URL host: {}", host);

@@ -35,12 +35,14 @@ struct Context {
     std::optional<std::string> sessionError; ///< why a stored token led to no session
 };
 
-/// What a command leaves: standard output gets `json` with --json, else `text`. A `failure` goes to standard
-/// error beside it and makes the exit code 1.
+/// What a command leaves: standard output gets `json` with --json, or `jsonText` where that is given, else
+/// `text`. A `failure` goes to standard error beside it and makes the exit code 1.
 struct Output {
     std::string text;
     Json json;
     std::optional<std::string> failure;
+    std::optional<std::string> jsonText =
+        std::nullopt; ///< for what would be many times as large as one value
 };
 
 /// Runs the command to its end. Throws CommandFailed, CommandCancelled, or another Error whose text is the
@@ -51,7 +53,7 @@ Task<Output> runCommand(Context& context);
 enum class Interruption {
     handled,  ///< the command ends by itself, soon
     quitNow,  ///< nothing is under way that would be left half done
-    mustWait, ///< files are being written; a second interrupt ends the program all the same
+    mustWait, ///< files or the store are being written; a second interrupt ends the program all the same
 };
 Interruption interrupt(Context& context);
 

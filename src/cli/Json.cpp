@@ -86,4 +86,16 @@ std::string printed(const Json& value) {
     return value.dump(2, ' ', false, Json::error_handler_t::replace);
 }
 
+std::string printedArray(const std::vector<TrackRef>& tracks) {
+    std::string text = "[";
+    for (const TrackRef& track : tracks) {
+        text += text.size() > 1 ? ",\n  " : "\n  ";
+        for (const char c : printed(toJson(track))) {
+            text += c;
+            if (c == '\n') text += "  "; // one level further in; a line feed inside a text is escaped
+        }
+    }
+    return text + (tracks.empty() ? "]" : "\n]");
+}
+
 } // namespace velto::cli

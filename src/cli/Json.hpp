@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include <string>
+#include <vector>
 
 namespace velto::cli {
 
@@ -20,5 +21,8 @@ using Json = nlohmann::ordered_json;
 
 /// The value as one text; what is no UTF-8 (a file's name may be) is replaced by U+FFFD.
 [[nodiscard]] std::string printed(const Json& value);
+
+/// What printed() gives for an array of them, without ever holding them all as values.
+[[nodiscard]] std::string printedArray(const std::vector<TrackRef>& tracks);
 
 } // namespace velto::cli

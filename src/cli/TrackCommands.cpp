@@ -35,12 +35,13 @@ Task<Output> listTracks(Context& context) {
     co_await selectNamedLibrary(context);
     auto tracks = distinctTracksOf(context.app.viewModel()->selectedLibrary);
     tracks.resize(std::min(tracks.size(), context.options.limit.value_or(tracks.size())));
-    Output output{{}, Json::array(), {}};
+    Output output;
+    if (context.options.json) {
+        output.jsonText = printedArray(tracks);
+        co_return output;
+    }
     for (const TrackRef& track : tracks)
-        if (context.options.json)
-            output.json.push_back(toJson(track));
-        else
-            output.text += line(track);
+        output.text += line(track);
     co_return output;
 }
 

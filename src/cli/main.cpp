@@ -63,9 +63,21 @@ bool needsBackend(const Options& options) {
     }
 }
 
+/// Without a vocabulary the genre texts of the files are not taken apart; the files are scanned all the same.
+bool worksWithoutBackend(const Options& options) {
+    return options.command == Command::scan || options.command == Command::check;
+}
+
 /// `check` asks for the session only where it found something to scan.
 bool usesSession(const Options& options) {
     return needsBackend(options) && options.command != Command::signIn && options.command != Command::check;
+}
+
+/// For who has asked it to stop.
+std::string whatIsWritten(const Options& options) {
+    const bool isOfFiles = options.command == Command::tag || options.command == Command::clearTags;
+    return isOfFiles ? "Files are being written: this ends when all of them are done"
+                     : "The store is being cleared, the music files stay as they are: this ends by itself";
 }
 
 class Program {
@@ -106,8 +118,8 @@ class Program {
             home_ = prepareHome(options_.home);
             logFile_ = log::addFileSink(home_.log);
             const Output output = co_await command();
-            const std::string text =
-                options_.json ? printed(output.json) + "\n" : text::printableLines(output.text);
+            const std::string text = options_.json ? output.jsonText.value_or(printed(output.json)) + "\n"
+                                                   : text::printableLines(output.text);
             terminal_.endProgress();
             terminal_.flush(); // standard output may be the same terminal
             const bool written =
@@ -130,6 +142,10 @@ class Program {
 
     Task<Output> command() {
         co_await compose();
+        if (const auto& failure = app_->backendFailure()) {
+            if (!worksWithoutBackend(options_)) throw CommandFailed(*failure);
+            terminal_.say(*failure);
+        }
         if (usesSession(options_)) co_await restoreSession(*commandContext_);
         co_return co_await runCommand(*commandContext_);
     }
@@ -161,9 +177,7 @@ class Program {
                 commandContext_ && !interrupted_ ? interrupt(*commandContext_) : Interruption::quitNow;
             interrupted_ = true;
             if (what == Interruption::mustWait)
-                terminal_.say(
-                    "Files are being written: this ends when all of them are done. Press Ctrl-C again to "
-                    "stop now.");
+                terminal_.say(whatIsWritten(options_) + ". Press Ctrl-C again to stop now.");
             if (what == Interruption::quitNow) {
                 terminal_.flush();
                 std::_Exit(cancelled); // an interrupted rewrite is put right by the next start

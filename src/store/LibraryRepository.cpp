@@ -84,8 +84,7 @@ Task<void> SwiftDataLibraryRepository::deleteOrphans(std::vector<TrackRef> track
     if (!orphans.empty()) log::line("🗑️ [LIBRARY] Deleting {} orphaned track(s)", orphans.size());
     if (kept > 0) log::line("🗑️ [LIBRARY] Keeping {} track(s) that have files in other libraries", kept);
     co_await model::removeInBackground(modelContext_, executors_, std::move(orphans));
-    const auto free = [&tracks] { tracks.clear(); }; // takes a while
-    co_await offload(executors_, free);
+    freeOnPool(executors_, std::move(tracks));
 }
 
 Task<Gate::Pass> SwiftDataLibraryRepository::holdDeletions() {

@@ -133,6 +133,11 @@ class AppFixture : public ::testing::Test {
     [[nodiscard]] std::vector<std::string> names() const;
     /// A library with `count` files "0.mp3", "1.mp3", ... in the store alone, each with a track of its own.
     LibraryRef libraryWithTracks(const std::string& name, std::size_t count);
+
+    std::vector<TrackRef> allTracks(const LibraryRef& library) {
+        return runtime.run(viewModel->getAllTracksForLibrary(library));
+    }
+
     /// Runs a task while the clock jumps from wake-up to wake-up.
     template <typename T>
     T runThroughTime(Task<T> task);

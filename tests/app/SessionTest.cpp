@@ -52,13 +52,13 @@ TEST_F(Session, CreditsAreAskedForAfterARunWhoeverHoldsTheStateObject) {
     signInWithCredits();
     const LibraryRef library = libraryWithTracks("L", 1);
     transport.reply(500, "");
-    runThroughTime(viewModel->tagTracks(viewModel->getAllTracksForLibrary(library)));
+    runThroughTime(viewModel->tagTracks(allTracks(library)));
     runtime.run(viewModel->backgroundWorkFinished());
     EXPECT_EQ(error(), "Failed to refresh credits: Invalid response from server");
     EXPECT_FALSE(viewModel->userSession->isSignedIn);
 
     transport.reply(200, profileReply);
-    runThroughTime(viewModel->tagTracks(viewModel->getAllTracksForLibrary(library)));
+    runThroughTime(viewModel->tagTracks(allTracks(library)));
     viewModel.reset();
     runtime.runUntil([&] { return manager->authenticationState()->session() != nullptr; });
     EXPECT_EQ(transport.requests.size(), 3U);

@@ -16,7 +16,7 @@ class Tagging : public AppFixture {
     TaggingSummary tag(std::size_t count) {
         library = libraryWithTracks("L", count);
         viewModel->selectedLibrary = library;
-        return runThroughTime(viewModel->tagTracks(viewModel->getAllTracksForLibrary(library)));
+        return runThroughTime(viewModel->tagTracks(allTracks(library)));
     }
 
     LibraryRef library;
@@ -52,7 +52,7 @@ TEST_F(Tagging, AtMostThreeBatchesAreInFlight) {
     library = libraryWithTracks("L", 45);
     tagging->gate = std::make_shared<Event>(runtime.main());
     bool ended = false;
-    asio::co_spawn(runtime.main(), viewModel->tagTracks(viewModel->getAllTracksForLibrary(library)),
+    asio::co_spawn(runtime.main(), viewModel->tagTracks(allTracks(library)),
                    [&](const std::exception_ptr&, const TaggingSummary&) { ended = true; });
     for (std::size_t launched = 1; launched <= 3; ++launched) {
         runtime.runUntil([&] { return tagging->requests.size() == launched; });
@@ -81,7 +81,7 @@ TEST_F(Tagging, TracksWithoutArtistOrTitleAreLeftOutAndTheOthersGetTheirOwnTags)
     const auto files = library->files.all();
     files[0]->track->edit().artist = std::nullopt;
     files[2]->track->edit().title = "";
-    const auto summary = runThroughTime(viewModel->tagTracks(viewModel->getAllTracksForLibrary(library)));
+    const auto summary = runThroughTime(viewModel->tagTracks(allTracks(library)));
     EXPECT_EQ(summary.tagged, 2);
     EXPECT_EQ(files[1]->track->genre, "House - Artist 1 - 1990s");
     EXPECT_EQ(files[3]->track->genre, "House - Artist 3 - 1990s");
@@ -92,7 +92,7 @@ TEST_F(Tagging, TracksWithoutArtistOrTitleAreLeftOutAndTheOthersGetTheirOwnTags)
 TEST_F(Tagging, RefusesWhatCannotBeTagged) {
     library = libraryWithTracks("L", 1);
     library->files.front()->track->edit().title = std::nullopt;
-    const auto tracks = viewModel->getAllTracksForLibrary(library);
+    const auto tracks = allTracks(library);
     runThroughTime(viewModel->tagTracks({}));
     EXPECT_EQ(error(), "No tracks selected");
     runThroughTime(viewModel->tagTracks(tracks));
@@ -130,7 +130,7 @@ TEST_F(Tagging, AFailedBatchLeavesTheOthersAndIsTold) {
             return ScriptedTaggingService::tagAll(inputs);
         };
         const LibraryRef one = libraryWithTracks(failure.name, 11);
-        const auto summary = runThroughTime(viewModel->tagTracks(viewModel->getAllTracksForLibrary(one)));
+        const auto summary = runThroughTime(viewModel->tagTracks(allTracks(one)));
         EXPECT_EQ(summary.tagged, 1);
         const std::string expected = failure.message;
         EXPECT_EQ(expected.empty() ? error() : error().substr(0, expected.size()), expected);
@@ -202,7 +202,7 @@ TEST_F(Tagging, AFailedSaveKeepsTheTagsForALaterOne) {
 TEST_F(Tagging, ClearAndMark) {
     tag(2);
     writer->failingName = "1.mp3";
-    const auto tracks = viewModel->getAllTracksForLibrary(library);
+    const auto tracks = allTracks(library);
     runtime.run(viewModel->clearTags(tracks));
     for (const TrackRef& track : tracks) {
         EXPECT_FALSE(track->genres || track->regions || track->era || track->lastTagged);

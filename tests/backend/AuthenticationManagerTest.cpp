@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include <future>
+
 namespace velto {
 namespace {
 
@@ -204,6 +206,25 @@ TEST_F(AuthenticationManagerTest, AReplyToAnotherTokenSaysNothingOfThisSession) 
     transport.reply(401, "");           // to the old one's
     runtime.run(manager->fetchUserProfile());
     EXPECT_EQ(shown(manager->authenticationState()), "a@b.c 0/42");
+    EXPECT_EQ(keychain.retrieveToken(), "new");
+}
+
+TEST_F(AuthenticationManagerTest, ASignInWhileAnExpiredTokenIsDeletedStays) {
+    keychain.saveToken("old");
+    keychain.beforeDelete = [this] {
+        keychain.beforeDelete = nullptr;
+        std::promise<void> started;
+        asio::post(runtime.main(), [&] {
+            spawn(runtime.main(), manager->handleAuthCallback("new"));
+            asio::post(runtime.main(), [&] { started.set_value(); }); // it is at the keyring by then
+        });
+        started.get_future().wait();
+    };
+    transport.reply(401, "");
+    transport.reply(200, profileReply);
+    runtime.run(manager->fetchUserProfile());
+    runtime.runUntil([this] { return !manager->authenticationState()->isAuthenticating(); });
+    EXPECT_EQ(trace, (Trace{"authenticating", "a@b.c 0/42"}));
     EXPECT_EQ(keychain.retrieveToken(), "new");
 }
 

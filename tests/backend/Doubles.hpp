@@ -65,6 +65,7 @@ class MemoryKeychain final : public KeychainService {
     }
 
     void deleteToken() override {
+        if (beforeDelete) beforeDelete();
         const std::lock_guard lock(mutex_);
         if (failsToDelete) throw KeychainError(KeychainError::Case::unableToDelete);
         token_.reset();
@@ -73,6 +74,7 @@ class MemoryKeychain final : public KeychainService {
     bool failsToSave = false;
     bool failsToRetrieve = false;
     bool failsToDelete = false;
+    std::function<void()> beforeDelete; ///< on the pool
 
   private:
     std::mutex mutex_;

@@ -73,7 +73,9 @@ TEST(URLCallback, NeverPrintsAWholeToken) {
     for (const std::string& url :
          {"velto://auth?token=" + secret,
           "velto://auth?a=1&token=" + secret + "&token=" + secret + "#token=" + secret,
-          "https://evil?%74oken=" + secret, "velto://auth?token=" + secret + "%zz"}) {
+          "https://evil?%74oken=" + secret, "velto://auth?token=" + secret + "%zz", secret,
+          "velto://" + secret, "velto://auth/" + secret, "velto://auth?" + secret,
+          "velto://auth?code=" + secret, secret + "://auth"}) {
         const log::Capture log;
         static_cast<void>(tokenFromCallback(url));
         for (const std::string& line : log.lines())

@@ -67,9 +67,12 @@ TEST_F(Cli, WorksWithoutWhatOnlyAPartOfItNeeds) {
     EXPECT_EQ(json({"library", "list"}).size(), 1);
     const auto scan = run({"scan"});
     EXPECT_EQ(scan.status, 0) << scan.standardError;
+    const std::string notThere = "The local backend did not start. Its state is in " +
+                                 (home() / "local-backend.sqlite").string() + ".\n";
+    EXPECT_EQ(scan.standardError, notThere);
     const auto session = run({"whoami"});
     EXPECT_EQ(session.status, 1);
-    EXPECT_EQ(session.standardError, "Not signed in: Invalid API endpoint URL\n");
+    EXPECT_EQ(session.standardError, notThere);
     EXPECT_EQ(readFile(home() / "local-backend.sqlite"), std::string(5000, 'g'));
 
     // A store that opens but cannot be read is not an empty one.

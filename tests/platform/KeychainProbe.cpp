@@ -1,6 +1,6 @@
-// keychain_probe LIMIT COMMAND...: runs "save=TOKEN", "get", "delete", "get@ACCOUNT" and "storm" (four
-// threads at once) on the keyring of its session, one line each. A program of its own, since a process has
-// one session bus.
+// keychain_probe LIMIT COMMAND...: runs "save=TOKEN", "get", "delete", "get@ACCOUNT", "lock" and "storm"
+// (four threads at once) on the keyring of its session, one line each. A program of its own, since a process
+// has one session bus.
 
 #include "platform/secrets/DefaultKeychainService.hpp"
 
@@ -39,6 +39,13 @@ std::string run(DefaultKeychainService& keychain, velto::Seconds limit, std::str
             .retrieveToken()
             .value_or("(absent)");
     if (command == "storm") return storm(keychain);
+    if (command == "lock") {
+        constexpr auto lock =
+            "gdbus call --session --dest org.freedesktop.secrets --object-path /org/freedesktop/secrets "
+            "--method org.freedesktop.Secret.Service.Lock \"['/org/freedesktop/secrets/collection/login']\" "
+            ">/dev/null";
+        return std::system(lock) == 0 ? "locked" : "cannot lock"; // NOLINT: a fixed text
+    }
     if (command != "delete") throw std::invalid_argument("no such command");
     keychain.deleteToken();
     return "deleted";

@@ -54,6 +54,8 @@ TEST(Keychain, FailsWhereThereIsNoBus) {
 
 TEST(Keychain, FailsWhereNobodyUnlocksTheKeyring) {
     EXPECT_EQ(probe({WITH_KEYRING, "locked"}, "0.5", {"save=a"}), Lines{allFail.front()});
+    EXPECT_EQ(probe({WITH_KEYRING, "unlocked"}, "5", {"save=a", "lock", "get", "delete", "get@other"}),
+              (Lines{"saved", "locked", allFail[1], allFail[2], "(absent)"}));
 }
 
 TEST(Keychain, GivesUpOnABusThatNeverAnswers) {

@@ -46,6 +46,12 @@ Task<std::invoke_result_t<F>> offload(Executors executors, F function) {
 /// one that lets an exception out is a bug and ends the program with a log line.
 void spawn(Executor executor, Task<void> task);
 
+/// Drops what takes long to free: on the pool, and it must allow that.
+template <typename T>
+void freeOnPool(const Executors& executors, T spent) {
+    asio::post(executors.pool, [dropped = std::move(spent)] {});
+}
+
 /// Gives way: the rest of the executor's queue runs before this coroutine goes on.
 Task<void> yieldNow();
 

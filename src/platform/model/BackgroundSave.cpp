@@ -74,7 +74,7 @@ Task<void> BackgroundSave::run(ModelContext& context, Executors executors, std::
     while (save->isRemoving(objectsPerTurn))
         co_await yieldNow();
     save->settle();
-    asio::post(executors.pool, [spent = save->spent()] {});
+    freeOnPool(executors, save->spent());
     if (save->failure_) std::rethrow_exception(save->failure_);
 }
 

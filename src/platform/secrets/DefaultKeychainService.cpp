@@ -15,6 +15,7 @@ namespace velto {
 namespace {
 
 using ErrorOwner = std::unique_ptr<GError, decltype(&g_error_free)>;
+using AttributesOwner = std::unique_ptr<GHashTable, decltype(&g_hash_table_unref)>;
 using ValueOwner = std::unique_ptr<SecretValue, decltype(&secret_value_unref)>;
 
 /// The names are in users' keyrings: do not change.
@@ -102,6 +103,22 @@ bool succeeded(GError* failure) {
     return failure == nullptr;
 }
 
+/// Whether the keyring holds the item, locked or not: a look-up and a removal pass over a locked one without
+/// a failure. Nothing where the search failed.
+std::optional<bool> holds(GCancellable* cancellable, SecretSearchFlags flags, const std::string& service,
+                          const std::string& account) {
+    GError* failure = nullptr;
+    const AttributesOwner attributes(
+        secret_attributes_build(schema(), "service", service.c_str(), "account", account.c_str(), nullptr),
+        &g_hash_table_unref);
+    GList* found =
+        secret_service_search_sync(nullptr, schema(), attributes.get(), flags, cancellable, &failure);
+    const bool isThere = found != nullptr;
+    g_list_free_full(found, g_object_unref);
+    if (!succeeded(failure)) return std::nullopt;
+    return isThere;
+}
+
 } // namespace
 
 DefaultKeychainService::DefaultKeychainService(std::string serviceName, std::string accountName,
@@ -134,7 +151,11 @@ std::optional<std::string> DefaultKeychainService::retrieveToken() {
                                                               accountName_.c_str(), nullptr),
                            &secret_value_unref);
     if (!succeeded(failure)) throw KeychainError(KeychainError::Case::unableToRetrieve);
-    if (!value) return std::nullopt;
+    if (!value) {
+        if (holds(call.cancellable(), SECRET_SEARCH_ALL, serviceName_, accountName_) != false)
+            throw KeychainError(KeychainError::Case::unableToRetrieve); // it is there, and locked
+        return std::nullopt;
+    }
     gsize length = 0;
     const gchar* data = secret_value_get(value.get(), &length);
     std::string token(data, length);
@@ -145,10 +166,14 @@ std::optional<std::string> DefaultKeychainService::retrieveToken() {
 void DefaultKeychainService::deleteToken() {
     const Call call(timeLimit_);
     GError* failure = nullptr;
-    // False without a failure says that there was nothing to delete.
+    // Only what is unlocked is cleared. Where nobody unlocks it, the token stays.
+    constexpr auto unlocking = static_cast<SecretSearchFlags>(SECRET_SEARCH_ALL | SECRET_SEARCH_UNLOCK);
+    static_cast<void>(holds(call.cancellable(), unlocking, serviceName_, accountName_));
     secret_password_clear_sync(schema(), call.cancellable(), &failure, "service", serviceName_.c_str(),
                                "account", accountName_.c_str(), nullptr);
-    if (!succeeded(failure)) throw KeychainError(KeychainError::Case::unableToDelete);
+    if (!succeeded(failure) ||
+        holds(call.cancellable(), SECRET_SEARCH_ALL, serviceName_, accountName_) != false)
+        throw KeychainError(KeychainError::Case::unableToDelete);
 }
 
 } // namespace velto
