@@ -5,6 +5,7 @@
 #include "platform/log/Log.hpp"
 #include "tagwriting/FileCopy.hpp"
 #include "tagwriting/id3/FileBytes.hpp"
+#include "tagwriting/id3/Mp3File.hpp"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -54,14 +55,47 @@ void putBack(const RewritePaths& paths) {
     syncFolder(paths.file.parent_path());
 }
 
-/// Gives a changed file a name of its own.
-void keepReplaced(const RewritePaths& paths) {
+/// Gives what stands beside the file that stays a name of its own.
+std::string keepReplaced(const RewritePaths& paths, const std::filesystem::path& kept) {
     auto name = paths.replaced;
     for (int number = 2; stands(name); ++number)
         name = paths.replaced.string() + std::to_string(number);
-    move(paths.file, name);
-    log::line("⚠️ [METADATA] {} was changed beside its backup: that version is kept as {}",
-              paths.file.filename().string(), name.filename().string());
+    move(kept, name);
+    return name.filename().string();
+}
+
+/// For a file that stopped growing at the front. Whatever fails, the file stays as it is.
+bool takesRoomOut(const std::filesystem::path& path) {
+    try {
+        FileBytes file(path, FileBytes::Mode::readWrite);
+        if (!id3::Mp3FileWriter::removeRoom(file)) return false;
+        file.sync();
+        return true;
+    } catch (const std::exception& error) {
+        log::line("⚠️ [METADATA] {}: {}", path.filename().string(), describe(error));
+        return false;
+    }
+}
+
+/// The backup was never relied upon, the file's audio not touched; but its tag may be half written.
+LeftOver settleCutBackup(const RewritePaths& paths, FileCheck check) {
+    const auto name = paths.file.filename().string();
+    FileState state = check(paths.file, paths.file);
+    if (state == FileState::torn && takesRoomOut(paths.file)) {
+        log::line("♻️ [METADATA] Took the room for a tag out of {} after an interrupted write", name);
+        state = check(paths.file, paths.file);
+    }
+    if (state == FileState::whole) {
+        FileBytes(paths.file, FileBytes::Mode::read).sync();
+        removeIfThere(paths.backup);
+        log::line("🧹 [METADATA] Removed the backup of {}, which was cut short: the file reads", name);
+        return LeftOver::removed;
+    }
+    log::line(
+        "⚠️ [METADATA] The tag of {} was damaged by an interruption, its backup cut short: what there is "
+        "of the backup is kept as {}",
+        name, keepReplaced(paths, paths.backup));
+    return LeftOver::removed;
 }
 
 } // namespace
@@ -78,17 +112,17 @@ LeftOver settleLeftOver(const RewritePaths& paths, FileCheck check) {
     if (!stands(paths.backup)) return LeftOver::none;
     const auto name = paths.file.filename().string();
     const bool isThere = stands(paths.file);
-    // A backup that a power cut cut short was never relied upon: the audio of the file was not touched then.
-    const FileState state = !isThere                        ? FileState::torn
-                            : !isCompleteCopy(paths.backup) ? FileState::whole
-                                                            : check(paths.file, paths.backup);
+    if (isThere && !isCompleteCopy(paths.backup)) return settleCutBackup(paths, check);
+    const FileState state = isThere ? check(paths.file, paths.backup) : FileState::torn;
     if (state == FileState::whole) {
         FileBytes(paths.file, FileBytes::Mode::read).sync();
         removeIfThere(paths.backup);
         log::line("🧹 [METADATA] Removed the backup of {}: the file is whole", name);
         return LeftOver::removed;
     }
-    if (state == FileState::changed) keepReplaced(paths);
+    if (state == FileState::changed)
+        log::line("⚠️ [METADATA] {} was changed beside its backup: that version is kept as {}", name,
+                  keepReplaced(paths, paths.file));
     putBack(paths);
     log::line("♻️ [METADATA] Restored {} from its backup after an interrupted write", name);
     return LeftOver::restored;

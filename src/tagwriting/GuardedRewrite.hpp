@@ -13,7 +13,8 @@ enum class FileState {
     changed, ///< it reads but says something else: somebody may have changed it since
 };
 
-/// Does not throw.
+/// Does not throw. Without a backup that is of use it is given the file twice and says how that stands by
+/// itself.
 using FileCheck = FileState (*)(const std::filesystem::path& file, const std::filesystem::path& backup);
 
 /// Where the hidden copies of a file lie while it is rewritten: all in its folder.
@@ -21,7 +22,7 @@ struct RewritePaths {
     std::filesystem::path file;
     std::filesystem::path backup;   ///< "." + name + ".backup"; complete unless its mark says otherwise
     std::filesystem::path making;   ///< a backup that is being copied where no mark can be had; worth nothing
-    std::filesystem::path replaced; ///< a changed file whose place the backup took; never removed by us
+    std::filesystem::path replaced; ///< what was found beside the file that stays; never removed by us
     std::filesystem::path temporary; ///< "." + name + ".tmp": a new file that will take the place
 
     explicit RewritePaths(std::filesystem::path target);
@@ -40,6 +41,12 @@ struct RewritePaths {
 ///   backup is gone            new file                            strikes it off the journal
 ///   backup stands, and others changed file, backup                keeps the file as ".NAME.replaced", puts
 ///   changed the file since                                        the backup back
+///
+/// A power cut may also cut the backup short, where it was not synced. Audio was not moved then:
+///
+///   backup cut short, file reads                                  removes the backup
+///   likewise, room of zeros in front of the tag                   takes the room out, removes the backup
+///   likewise, tag does not read                                   keeps the backup as ".NAME.replaced"
 ///
 /// Not thread-safe. Of one file there is one at a time, by the journal's turns: it is made and destroyed by
 /// one thread and waits for nothing in between. Everything throws SystemError.

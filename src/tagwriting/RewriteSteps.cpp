@@ -33,6 +33,8 @@ FileState stateOfMP3(const std::filesystem::path& path, const std::filesystem::p
         if (isTorn(file)) return FileState::torn;
         const FileBytes backup(backupPath, FileBytes::Mode::read);
         const auto tag = ID3TagEditor::read(file);
+        // By itself, a header with nothing behind it is no proof either.
+        if (path == backupPath && tag && tag->frames.empty()) return FileState::changed;
         // A power cut may have put some blocks of a new tag on the disk and not others, whatever their order
         // was: the header alone proves nothing.
         const bool saysTheSame = carriedFrames(tag.value_or(id3::ID3Tag())) ==

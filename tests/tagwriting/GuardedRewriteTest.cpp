@@ -151,19 +151,45 @@ TEST(InterruptedRewrite, everyStateEndsWithOneWholeFile) {
     }
 }
 
-TEST(InterruptedRewrite, aBackupThatAPowerCutCutShortLosesToTheFile) {
-    const TemporaryFolder folder;
-    const auto file = folder.write("song.mp3", newTag + audio);
-    const RewritePaths paths(file);
-    if (!copyMarked(file, paths.backup))
-        GTEST_SKIP() << "no extended attributes here: the copy is synced instead";
-    ASSERT_EQ(::truncate(paths.backup.c_str(), 100), 0);
-    CountingReporter reporter;
-    RewriteJournal journal(folder / "journal");
-    journal.note(file);
-    EXPECT_EQ(recoverInterruptedRewrites(journal, reporter), 0U);
-    EXPECT_EQ(readFile(file), newTag + audio);
-    EXPECT_FALSE(std::filesystem::exists(paths.backup));
+TEST(InterruptedRewrite, aBackupThatAPowerCutCutShortLosesToAFileThatReads) {
+    struct Row {
+        const char* found;
+        std::string file;
+        std::string expected;
+        bool isKept; ///< what there is of the backup
+    };
+
+    const std::string blank(8192, '\0');
+    const Row rows[] = {
+        {"the new tag", newTag + audio, newTag + audio, false},
+        {"the old tag", oldTag + audio, oldTag + audio, false},
+        {"no tag", audio, audio, false},
+        {"room in front of the old tag", blank + oldTag + audio, oldTag + audio, false},
+        {"room in front of the audio", blank + audio, audio, false},
+        {"the old header taken off", blank.substr(0, 10) + oldTag.substr(10) + audio,
+         blank.substr(0, 10) + oldTag.substr(10) + audio, true},
+        {"the new header alone", newTag.substr(0, 10) + blank.substr(0, newTag.size() - 10) + audio,
+         newTag.substr(0, 10) + blank.substr(0, newTag.size() - 10) + audio, true},
+        {"zeros alone", blank, blank, true},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.found);
+        const TemporaryFolder folder;
+        const auto file = folder.write("song.mp3", row.file);
+        const RewritePaths paths(file);
+        if (!copyMarked(file, paths.backup))
+            GTEST_SKIP() << "no extended attributes here: the copy is synced instead";
+        ASSERT_EQ(::truncate(paths.backup.c_str(), 100), 0);
+        CountingReporter reporter;
+        RewriteJournal journal(folder / "journal");
+        journal.note(file);
+        EXPECT_EQ(recoverInterruptedRewrites(journal, reporter), 0U);
+        const bool couldTakeOut =
+            row.file.size() == row.expected.size() || std::filesystem::file_size(file) != row.file.size();
+        EXPECT_TRUE(readFile(file) == (couldTakeOut ? row.expected : row.file));
+        EXPECT_FALSE(std::filesystem::exists(paths.backup));
+        EXPECT_EQ(std::filesystem::exists(paths.replaced), row.isKept || !couldTakeOut);
+    }
 }
 
 TEST(InterruptedRewrite, aFileThatIsNotThereStaysNotedForAWhile) {

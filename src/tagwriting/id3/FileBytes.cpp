@@ -104,6 +104,12 @@ bool FileBytes::insertInFront(off_t length) {
     return true;
 }
 
+bool FileBytes::removeFromFront(off_t length) {
+    if (::fallocate(descriptor_, FALLOC_FL_COLLAPSE_RANGE, 0, length) != 0) return false;
+    size_ -= length;
+    return true;
+}
+
 void FileBytes::shiftTail(off_t from, off_t to) {
     const off_t length = size() - from;
     if (length <= 0 || from == to) return truncate(to + std::max<off_t>(length, 0));

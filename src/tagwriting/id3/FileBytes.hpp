@@ -45,7 +45,11 @@ class FileBytes {
     /// by that length; the content is then as it was.
     [[nodiscard]] bool insertInFront(off_t length);
 
-    /// Unit of insertInFront.
+    /// Takes bytes away from the front, likewise, in one step that a power cut does or leaves. False where
+    /// the file system cannot, or not by that length.
+    [[nodiscard]] bool removeFromFront(off_t length);
+
+    /// Unit of insertInFront and removeFromFront.
     [[nodiscard]] off_t blockSize() const { return blockSize_; }
 
     /// Moves everything from `from` on to `to` and sets the file's end behind it.

@@ -119,4 +119,17 @@ void Mp3FileWriter::write(FileBytes& file, const Mp3WithID3TagBuilder& plan, Byt
     file.write(bytes.first(headerSize), 0);
 }
 
+bool Mp3FileWriter::removeRoom(FileBytes& file) {
+    constexpr std::array<std::uint8_t, 3> tagMark{'I', 'D', '3'};
+    Bytes block(static_cast<std::size_t>(file.blockSize()));
+    for (off_t at = 0; at < mostTag; at += file.blockSize()) {
+        if (file.blockSize() > blockSizeLimit || file.read(block, at) != block.size()) return false;
+        if (std::all_of(block.begin(), block.end(), [](std::uint8_t byte) { return byte == 0; })) continue;
+        const bool isTag = std::equal(tagMark.begin(), tagMark.end(), block.begin());
+        const bool isAudio = block[0] == 0xFF && block[1] >= 0xE0;
+        return at > 0 && (isTag || isAudio) && file.removeFromFront(at);
+    }
+    return false;
+}
+
 } // namespace velto::id3

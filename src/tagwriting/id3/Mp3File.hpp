@@ -49,6 +49,11 @@ struct Mp3FileWriter {
     /// SystemError; the file is then undefined.
     static void write(FileBytes& file, const Mp3WithID3TagBuilder& plan, Bytes tag,
                       const std::function<void()>& beforeAudioMoves = {});
+
+    /// Takes out the room of zeros that a write made in front and did not come to fill; the old tag, or the
+    /// audio, stands at the head again. False where the file does not look like that, or where the file
+    /// system cannot do it: it is then as it was. Throws SystemError.
+    [[nodiscard]] static bool removeRoom(FileBytes& file);
 };
 
 } // namespace velto::id3
