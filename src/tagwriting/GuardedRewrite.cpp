@@ -77,18 +77,32 @@ bool takesRoomOut(const std::filesystem::path& path) {
     }
 }
 
-/// The backup was never relied upon, the file's audio not touched; but its tag may be half written.
+/// A process that dies while it copies leaves the file as it was: the copy is a beginning of it.
+bool isPartOf(const std::filesystem::path& backup, const std::filesystem::path& file) {
+    const FileBytes part(backup, FileBytes::Mode::read);
+    return part.size() > 0 && id3::beginsWith(FileBytes(file, FileBytes::Mode::read), part);
+}
+
+/// The backup was never relied upon, the file's audio not touched; but where a power cut cut it short, the
+/// file's tag may be half written.
 LeftOver settleCutBackup(const RewritePaths& paths, FileCheck check) {
     const auto name = paths.file.filename().string();
+    if (isPartOf(paths.backup, paths.file)) {
+        removeIfThere(paths.backup);
+        log::line("🧹 [METADATA] Removed the backup of {}: the file is whole", name);
+        return LeftOver::removed;
+    }
     FileState state = check(paths.file, paths.file);
     if (state == FileState::torn && takesRoomOut(paths.file)) {
         log::line("♻️ [METADATA] Took the room for a tag out of {} after an interrupted write", name);
         state = check(paths.file, paths.file);
     }
-    if (state == FileState::whole) {
+    const bool isEmpty = FileBytes(paths.backup, FileBytes::Mode::read).size() == 0;
+    if (state == FileState::whole || isEmpty) {
         FileBytes(paths.file, FileBytes::Mode::read).sync();
         removeIfThere(paths.backup);
-        log::line("🧹 [METADATA] Removed the backup of {}, which was cut short: the file reads", name);
+        log::line("🧹 [METADATA] Removed the backup of {}, which was cut short: the file {}", name,
+                  state == FileState::torn ? "has a damaged tag" : "reads");
         return LeftOver::removed;
     }
     log::line(

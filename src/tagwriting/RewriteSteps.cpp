@@ -8,6 +8,7 @@
 #include "tagwriting/MetadataWriter.hpp"
 #include "tagwriting/id3/FileBytes.hpp"
 #include "tagwriting/id3/ID3TagEditor.hpp"
+#include "tagwriting/id3/Mp3File.hpp"
 
 #include <algorithm>
 #include <array>
@@ -25,6 +26,13 @@ bool isTorn(const id3::FileBytes& file) {
                        [](std::uint8_t byte) { return byte == 0; });
 }
 
+/// A header with room behind it may be all that has reached the disk of a tag.
+bool hasEmptyTag(const id3::FileBytes& file) {
+    const auto data = id3::Mp3FileReader::read(file);
+    return data && std::all_of(data->begin() + id3::ID3TagConfiguration::tagHeaderSizeInBytes, data->end(),
+                               [](std::uint8_t byte) { return byte == 0; });
+}
+
 FileState stateOfMP3(const std::filesystem::path& path, const std::filesystem::path& backupPath) {
     using id3::FileBytes;
     using id3::ID3TagEditor;
@@ -33,8 +41,7 @@ FileState stateOfMP3(const std::filesystem::path& path, const std::filesystem::p
         if (isTorn(file)) return FileState::torn;
         const FileBytes backup(backupPath, FileBytes::Mode::read);
         const auto tag = ID3TagEditor::read(file);
-        // By itself, a header with nothing behind it is no proof either.
-        if (path == backupPath && tag && tag->frames.empty()) return FileState::changed;
+        if (path == backupPath && hasEmptyTag(file)) return FileState::changed;
         // A power cut may have put some blocks of a new tag on the disk and not others, whatever their order
         // was: the header alone proves nothing.
         const bool saysTheSame = carriedFrames(tag.value_or(id3::ID3Tag())) ==

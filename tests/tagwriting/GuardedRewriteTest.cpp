@@ -57,6 +57,7 @@ TEST(InterruptedRewrite, everyStateEndsWithOneWholeFile) {
         {"before anything", original, {}, {}, original, 0},
         {"while the backup was copied", original, {}, original.substr(0, 5000), original, 0},
         {"when the backup had its name and nothing else", original, "", {}, original, 0},
+        {"likewise, of a file with an empty tag", tagOf(3, "") + audio, "", {}, tagOf(3, "") + audio, 0},
         {"when the backup stood", original, original, {}, original, 0},
         {"when room had been made in front", blank + original, original, {}, original, 1},
         {"after the old header was taken off",
@@ -179,7 +180,9 @@ TEST(InterruptedRewrite, aBackupThatAPowerCutCutShortLosesToAFileThatReads) {
         const RewritePaths paths(file);
         if (!copyMarked(file, paths.backup))
             GTEST_SKIP() << "no extended attributes here: the copy is synced instead";
-        ASSERT_EQ(::truncate(paths.backup.c_str(), 100), 0);
+        // Of the file as it was, which had other bytes behind the header.
+        ASSERT_EQ(::truncate(paths.backup.c_str(), 0), 0);
+        std::ofstream(paths.backup, std::ios::binary) << "ID3 and what else there was";
         CountingReporter reporter;
         RewriteJournal journal(folder / "journal");
         journal.note(file);

@@ -134,9 +134,8 @@ void FileBytes::copyContent(const FileBytes& source) {
     lookAtSize();
 }
 
-bool sameBytes(const FileBytes& left, off_t leftFrom, const FileBytes& right, off_t rightFrom) {
-    const off_t length = left.size() - leftFrom;
-    if (length < 0 || length != right.size() - rightFrom) return false;
+static bool sameRange(const FileBytes& left, off_t leftFrom, const FileBytes& right, off_t rightFrom,
+                      off_t length) {
     std::vector<std::uint8_t> leftBuffer(static_cast<std::size_t>(std::min<off_t>(bufferSize, length)));
     std::vector<std::uint8_t> rightBuffer(leftBuffer.size());
     for (off_t done = 0; done < length;) {
@@ -150,6 +149,16 @@ bool sameBytes(const FileBytes& left, off_t leftFrom, const FileBytes& right, of
         done += static_cast<off_t>(step);
     }
     return true;
+}
+
+bool sameBytes(const FileBytes& left, off_t leftFrom, const FileBytes& right, off_t rightFrom) {
+    const off_t length = left.size() - leftFrom;
+    return length >= 0 && length == right.size() - rightFrom &&
+           sameRange(left, leftFrom, right, rightFrom, length);
+}
+
+bool beginsWith(const FileBytes& file, const FileBytes& beginning) {
+    return beginning.size() <= file.size() && sameRange(file, 0, beginning, 0, beginning.size());
 }
 
 } // namespace velto::id3

@@ -67,7 +67,8 @@ class FileBytes {
     off_t blockSize_ = 1;
 };
 
-/// Whether two files hold the same bytes from the given places to their ends.
+/// Whether two files hold the same bytes: as far as the second goes, or from the given places to their ends.
+[[nodiscard]] bool beginsWith(const FileBytes& file, const FileBytes& beginning);
 [[nodiscard]] bool sameBytes(const FileBytes& left, off_t leftFrom, const FileBytes& right, off_t rightFrom);
 
 } // namespace velto::id3
