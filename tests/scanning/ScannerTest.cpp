@@ -222,15 +222,19 @@ TEST_F(ScannerTest, ACancellationBehindTheReadingComesTooLate) {
     EXPECT_FALSE(runtime.run(scanner->scanProgress()));
 }
 
-TEST_F(ScannerTest, CancellationDuringDiscoveryReadsNoFile) {
+TEST_F(ScannerTest, ACancellationBeforeTheReadingReadsNoFileAndShowsNothingMore) {
     addSongs(2);
-    const Subscription observer = scanner->observableProgress().subscribe([this](const auto& progress) {
-        if (progress && progress->currentFile == "Discovering files...")
-            spawn(runtime.main(), scanner->cancelScan());
-    });
-    EXPECT_EQ(failureOfScan(), "Scan was cancelled"); // at whichever checkpoint comes first
-    EXPECT_EQ(extractor->count(), 0);
-    EXPECT_FALSE(runtime.run(scanner->scanProgress()));
+    for (const char* stage : {"Discovering files...", "Starting concurrent processing..."}) {
+        bool isOver = false, isShownAgain = false;
+        const Subscription observer = scanner->observableProgress().subscribe([&](const auto& progress) {
+            isOver = isOver || !progress;
+            isShownAgain = isShownAgain || (isOver && progress);
+            if (progress && progress->currentFile == stage) spawn(runtime.main(), scanner->cancelScan());
+        });
+        EXPECT_EQ(failureOfScan(), "Scan was cancelled") << stage;
+        EXPECT_EQ(extractor->count(), 0) << stage;
+        EXPECT_TRUE(isOver && !isShownAgain) << stage;
+    }
 }
 
 Task<void> rememberFailure(Task<ScanRunRef> scan, std::string& text, bool& done) {
