@@ -130,6 +130,7 @@ void MainScreenViewModel::stopAccess(const std::string& libraryName) {
 
 Task<void> MainScreenViewModel::selectLibrary(LibraryRef library) {
     const auto self = shared_from_this();
+    const std::uint64_t selection = ++selections_;
     log::line("🔄 [UI STATE] Setting isLoading = true for library: {}", library->name);
     isLoading = true;
     viewMode = LibraryView{};
@@ -138,6 +139,7 @@ Task<void> MainScreenViewModel::selectLibrary(LibraryRef library) {
     selectedLibrary = library;
     co_await restoreAccess(library);
     co_await loadTracksForSelectedLibrary();
+    if (selection != selections_) co_return; // a later one is still loading
     log::line("🔄 [UI STATE] Setting isLoading = false for library: {}", library->name);
     isLoading = false;
 }

@@ -205,6 +205,7 @@ class MainScreenViewModel final : public std::enable_shared_from_this<MainScreen
     std::shared_ptr<GraphQLClient> graphQLClient_;
     std::unique_ptr<BackgroundTasks> background_;
     std::shared_ptr<RunningScan> runningScan_; ///< null while none runs
+    std::uint64_t selections_ = 0;             ///< how often selectLibrary was called
 };
 
 } // namespace velto

@@ -99,6 +99,21 @@ TEST_F(Libraries, DeletingTheSelectedOneSelectsTheFirstThatRemains) {
     EXPECT_EQ(grants.activeCount(), 0);
 }
 
+TEST_F(Libraries, OfTwoSelectionsTheLaterOneShows) {
+    const LibraryRef first = libraryWithTracks("F", 5'000); // takes several turns
+    const LibraryRef second = libraryWithTracks("S", 2);
+    std::vector<std::size_t> shown;
+    const auto subscription = viewModel->tracks.subscribe([&](const auto& tracks) {
+        shown.push_back(tracks.size());
+        EXPECT_TRUE(viewModel->isLoading);
+    });
+    for (const LibraryRef& library : {first, second})
+        spawn(runtime.main(), viewModel->selectLibrary(library));
+    runtime.runUntil([&] { return !shown.empty() && !viewModel->isLoading; });
+    EXPECT_THAT(shown, ElementsAre(0U, 0U, 2U));
+    EXPECT_EQ(viewModel->selectedLibrary.get(), second);
+}
+
 TEST_F(Libraries, SignOutClearsTheStoreAndKeepsTheGrants) {
     signIn();
     add("A");
