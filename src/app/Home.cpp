@@ -50,6 +50,7 @@ Home prepareHome(const std::optional<path>& folder) {
     for (const path& each : {data, config, state})
         makePrivateFolder(each);
     return {
+        .data = data,
         .store = data / "velto.store",
         .defaults = config / "defaults.json",
         .log = state / "velto.log",

@@ -7,6 +7,7 @@ namespace velto {
 
 /// Where the program keeps what is its own. The token is not here: it lies in the secure store.
 struct Home {
+    std::filesystem::path data;         ///< the folder of the store; small journals lie beside it
     std::filesystem::path store;        ///< the libraries, tracks and playlists
     std::filesystem::path defaults;     ///< user defaults: folder grants
     std::filesystem::path log;          ///< what the program said

@@ -1,10 +1,16 @@
 #include "app/MainScreenViewModel.hpp"
 
-#include "app/BackgroundTasks.hpp"
 #include "backend/AuthenticationManager.hpp"
-#include "backend/DefaultTaggingService.hpp"
-#include "backend/GraphQLClient.hpp"
-#include "platform/files/FolderGrants.hpp"
+#include "backend/LibrarySyncService.hpp"
+#include "backend/TaggingService.hpp"
+#include "flows/FolderAccess.hpp"
+#include "flows/LibrariesFlow.hpp"
+#include "flows/LoadingFlow.hpp"
+#include "flows/SessionFlow.hpp"
+#include "flows/SyncFlow.hpp"
+#include "flows/TaggingFlow.hpp"
+#include "flows/TaggingJournal.hpp"
+#include "platform/log/CrashReporter.hpp"
 #include "platform/log/Log.hpp"
 #include "scanning/ConcurrentScanner.hpp"
 #include "scanning/FileSignatureGenerator.hpp"
@@ -16,94 +22,210 @@
 namespace velto {
 
 std::shared_ptr<MainScreenViewModel> MainScreenViewModel::create(const MainScreenServices& services) {
-    return std::shared_ptr<MainScreenViewModel>(new MainScreenViewModel(services));
+    const std::shared_ptr<MainScreenViewModel> made(new MainScreenViewModel(services));
+    made->owner_ = made;
+    return made;
 }
 
 MainScreenViewModel::MainScreenViewModel(const MainScreenServices& services)
     : services_(services)
-    , modelContext_(services.modelContext)
-    , background_(std::make_unique<BackgroundTasks>(services.executors.main)) {
+    , background_(services.executors.main)
+    , context_{services_.executors, services_.clock, services_.crashReporter, services_.modelContext, *this,
+               background_,         owner_} {
     assertMainActor();
     log::line("🏗️ [VIEWMODEL] MainScreenViewModel initializing...");
+    auto& context = services_.modelContext;
     libraryRepository_ =
-        std::make_shared<SwiftDataLibraryRepository>(modelContext_, services_.clock, services_.executors);
-    trackRepository_ = std::make_shared<SwiftDataTrackRepository>(modelContext_, services_.genreTextParser,
-                                                                  services_.executors);
-    fileRepository_ =
-        std::make_shared<SwiftDataFileRepository>(modelContext_, services_.clock, services_.executors);
-    scanRunRepository_ =
-        std::make_shared<SwiftDataScanRunRepository>(modelContext_, services_.clock, services_.executors);
-    metadataWriter = std::make_shared<SimpleMetadataWriter>(services_.executors, services_.crashReporter,
-                                                            services_.rewriteJournal);
+        std::make_shared<SwiftDataLibraryRepository>(context, services_.clock, services_.executors);
+    metadataWriter_ = services_.metadataWriter
+                          ? services_.metadataWriter
+                          : std::make_shared<SimpleMetadataWriter>(
+                                services_.executors, services_.crashReporter, services_.rewriteJournal);
     const ScannerDependencies dependencies{
         .metadataExtractor = std::make_shared<SimpleMetadataExtractor>(services_.crashReporter),
         .signatureGenerator = std::make_shared<SHA256SignatureGenerator>(),
         .filesystemScanner = std::make_shared<SimpleFilesystemScanner>(),
         .libraryRepository = libraryRepository_,
-        .trackRepository = trackRepository_,
-        .fileRepository = fileRepository_,
-        .scanRunRepository = scanRunRepository_,
+        .trackRepository = std::make_shared<SwiftDataTrackRepository>(context, services_.genreTextParser,
+                                                                      services_.executors),
+        .fileRepository =
+            std::make_shared<SwiftDataFileRepository>(context, services_.clock, services_.executors),
+        .scanRunRepository =
+            std::make_shared<SwiftDataScanRunRepository>(context, services_.clock, services_.executors),
     };
-    scanner =
-        std::make_shared<ConcurrentScanner>(dependencies, modelContext_, services_.genreTextParser,
+    scanner_ =
+        std::make_unique<ConcurrentScanner>(dependencies, context, services_.genreTextParser,
                                             services_.executors, services_.clock, services_.crashReporter);
-    cancellables_.push_back(
-        scanner->observableProgress().subscribe([this](const std::optional<ScanProgress>& progress) {
-            if (runningScan_ && progress) scanProgress = progress;
-        }));
+    folderAccess_ =
+        std::make_unique<FolderAccess>(services_.folderGrants, services_.userDefaults, services_.executors);
+    loading_ = std::make_unique<LoadingFlow>(context_, *libraryRepository_, *folderAccess_);
+    sync_ = std::make_unique<SyncFlow>(context_);
+    scanning_ = std::make_unique<ScanningFlow>(context_, *scanner_, *loading_, *folderAccess_, *sync_);
+    libraries_ = std::make_unique<LibrariesFlow>(context_, *libraryRepository_, *folderAccess_, *loading_,
+                                                 *scanning_, *sync_);
+    session_ = std::make_unique<SessionFlow>(context_, *libraries_);
+    const auto reload = [this] { return loading_->loadTracksForSelectedLibrary(); };
+    tagging_ = std::make_unique<TaggingFlow>(context_, *metadataWriter_, services_.taggingJournal, *sync_,
+                                             *session_, reload);
     log::line("✅ [VIEWMODEL] MainScreenViewModel initialized");
 }
 
-MainScreenViewModel::~MainScreenViewModel() {
-    for (const auto& [name, folder] : librarySecurityScopedURLs) {
-        services_.folderGrants.stopAccessing(folder);
-        log::line("🔓 Stopped accessing security-scoped resource for library '{}'", name);
-    }
+MainScreenViewModel::~MainScreenViewModel() = default;
+
+void MainScreenViewModel::setUp(BackendServices services) {
+    tagging_->setService(std::move(services.taggingService));
+    sync_->setService(std::move(services.librarySyncService));
+    session_->setManager(std::move(services.authManager));
 }
 
-void MainScreenViewModel::setUp(std::shared_ptr<AuthenticationManager> manager,
-                                const std::function<std::shared_ptr<GraphQLClient>()>& makeClient) {
-    log::line("🌐 API Environment: Production (RELEASE build)");
-    graphQLClient_ = makeClient();
-    taggingService = std::make_shared<DefaultTaggingService>(*graphQLClient_, services_.crashReporter);
-    authManager = std::move(manager);
-    takeState(authManager->authenticationState());
-    cancellables_.push_back(authManager->authenticationState().subscribe(
-        [this](const AuthenticationState& state) { takeState(state); }));
-}
+// Each operation is a coroutine of its own that holds the state object to its end.
 
-void MainScreenViewModel::takeState(const AuthenticationState& state) {
-    userSession = UserSession::from(state);
-    isAuthenticating = state.isAuthenticating();
-}
-
-Task<void> MainScreenViewModel::backgroundWorkFinished() {
+Task<void> MainScreenViewModel::loadData() {
     const auto self = shared_from_this();
-    co_await background_->finished();
+    const auto startBackgroundWork = [this] {
+        if (!services_.checksAtLoad) return;
+        std::vector<LibraryRef> scanned;
+        for (const LibraryRef& library : libraries.get())
+            if (library->lastScanFinishedAt) scanned.push_back(library);
+        scanning_->startCheck(std::move(scanned));
+        sync_->startAtLaunch(libraries);
+    };
+    try {
+        co_await services_.taggingJournal.reportLeftOvers();
+    } catch (const std::exception& error) { // the batches stay named for the next start
+        services_.crashReporter.recordError(error);
+    }
+    co_await loading_->load(startBackgroundWork);
+}
+
+Task<void> MainScreenViewModel::selectLibrary(LibraryRef library) {
+    const auto self = shared_from_this();
+    co_await loading_->select(std::move(library));
+}
+
+Task<void> MainScreenViewModel::loadTracksForSelectedLibrary() {
+    const auto self = shared_from_this();
+    co_await loading_->loadTracksForSelectedLibrary();
+}
+
+Task<void> MainScreenViewModel::restoreAccess(LibraryRef library) {
+    const auto self = shared_from_this();
+    if (auto refused = co_await folderAccess_->restore(std::move(library))) errorMessage = std::move(refused);
+}
+
+Task<std::vector<TrackRef>> MainScreenViewModel::getAllTracksForLibrary(LibraryRef library) {
+    const auto self = shared_from_this();
+    co_return co_await loading_->getAllTracksForLibrary(std::move(library));
+}
+
+Task<LibraryRef> MainScreenViewModel::addLibrary(std::string name, std::filesystem::path folder,
+                                                 std::optional<std::string> includeGlob,
+                                                 std::optional<std::string> excludeGlob) {
+    const auto self = shared_from_this();
+    co_return co_await libraries_->add(std::move(name), std::move(folder), std::move(includeGlob),
+                                       std::move(excludeGlob));
+}
+
+Task<LibraryRef> MainScreenViewModel::createLibrary(std::string name, std::string rootPath,
+                                                    std::optional<std::string> includeGlob,
+                                                    std::optional<std::string> excludeGlob) {
+    const auto self = shared_from_this();
+    co_return co_await libraries_->create(std::move(name), std::move(rootPath), std::move(includeGlob),
+                                          std::move(excludeGlob));
+}
+
+Task<void> MainScreenViewModel::deleteLibrary(LibraryRef library) {
+    const auto self = shared_from_this();
+    co_await libraries_->remove(std::move(library));
+}
+
+Task<void> MainScreenViewModel::clearLocalData() {
+    const auto self = shared_from_this();
+    co_await libraries_->clearLocalData();
+}
+
+Task<ScanOutcome> MainScreenViewModel::refreshSelectedLibrary() {
+    const auto self = shared_from_this();
+    const LibraryRef library = selectedLibrary;
+    if (!library) {
+        log::line("🔴 [SCAN DEBUG] No library selected, aborting scan");
+        co_return ScanOutcome{};
+    }
+    co_return co_await scanning_->scan(library);
+}
+
+Task<void> MainScreenViewModel::checkForNewFiles(std::weak_ptr<MainScreenViewModel> viewModel,
+                                                 std::vector<LibraryRef> checked) {
+    ScanningFlow* flow = nullptr;
+    if (const auto self = viewModel.lock()) flow = self->scanning_.get();
+    if (flow != nullptr) co_await ScanningFlow::check(viewModel, flow, std::move(checked));
+}
+
+Task<std::optional<std::size_t>> MainScreenViewModel::countNewFiles(LibraryRef library) {
+    const auto self = shared_from_this();
+    co_return co_await scanning_->countNewFiles(std::move(library));
+}
+
+Task<std::optional<std::size_t>> MainScreenViewModel::scanForNewTracks(LibraryRef library) {
+    const auto self = shared_from_this();
+    co_return co_await scanning_->scanForNewTracks(std::move(library));
+}
+
+Task<void> MainScreenViewModel::cancelScan() {
+    const auto self = shared_from_this();
+    co_await scanning_->cancel();
+}
+
+Task<TaggingSummary> MainScreenViewModel::tagTracks(std::vector<TrackRef> selection) {
+    const auto self = shared_from_this();
+    co_return co_await tagging_->tag(std::move(selection));
+}
+
+TaggingSelection MainScreenViewModel::tracksToTag(const std::vector<TrackRef>& chosen,
+                                                  const TaggingWish& wish) const {
+    return selectForTagging(chosen, wish, services_.taggingJournal.unfinished());
+}
+
+Task<void> MainScreenViewModel::markTracksAsTagged(std::vector<TrackRef> selection) {
+    const auto self = shared_from_this();
+    co_await tagging_->markAsTagged(std::move(selection));
+}
+
+Task<std::int64_t> MainScreenViewModel::clearTags(std::vector<TrackRef> selection) {
+    const auto self = shared_from_this();
+    co_return co_await tagging_->clear(std::move(selection));
+}
+
+void MainScreenViewModel::stopTagging() {
+    tagging_->stop();
+}
+
+Task<std::int64_t> MainScreenViewModel::storeTagsNow() {
+    const auto self = shared_from_this();
+    co_return co_await tagging_->storeWhatIsThere();
 }
 
 Task<void> MainScreenViewModel::refreshCredits() {
     const auto self = shared_from_this();
-    if (!authManager) co_return;
-    try {
-        co_await authManager->fetchUserProfile();
-        takeState(authManager->authenticationState());
-    } catch (const std::exception& error) {
-        errorMessage = "Failed to refresh credits: " + describe(error);
-    }
+    co_await session_->refreshCredits();
 }
 
 Task<void> MainScreenViewModel::signOut() {
     const auto self = shared_from_this();
-    if (!authManager) co_return;
-    co_await authManager->signOut();
-    // A token that could not be deleted leaves the session, and so the data, as they were.
-    if (!authManager->authenticationState().get().isUnauthenticated()) co_return;
-    co_await clearLocalData();
+    co_await session_->signOut();
 }
 
-void MainScreenViewModel::invalidateCache() {
-    log::line("🗑️ [CACHE] Invalidated filteredTracks cache");
+Task<void> MainScreenViewModel::stopEverything() {
+    const auto self = shared_from_this();
+    tagging_->stop();
+    co_await scanning_->stopAll();
+    co_await tagging_->finished();
+    co_await background_.finished();
+}
+
+Task<void> MainScreenViewModel::backgroundWorkFinished() {
+    const auto self = shared_from_this();
+    co_await background_.finished();
 }
 
 } // namespace velto

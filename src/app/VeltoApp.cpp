@@ -1,5 +1,6 @@
 #include "app/VeltoApp.hpp"
 
+#include "backend/DefaultTaggingService.hpp"
 #include "backend/URLCallback.hpp"
 #include "platform/log/Log.hpp"
 #include "platform/secrets/DefaultKeychainService.hpp"
@@ -30,7 +31,8 @@ VeltoApp::VeltoApp(VeltoAppConfiguration configuration)
     // The store first: its lock says that no other process works on this home.
     , sharedModelContainer_(openStore(configuration_.home))
     , rewriteJournal_(configuration_.home.rewrites)
-    , userDefaults_(configuration_.home.defaults, configuration_.executors) {
+    , userDefaults_(configuration_.home.defaults, configuration_.executors)
+    , taggingJournal_(configuration_.home.data, configuration_.executors) {
     sharedModelContainer_->mainContext().deliverChangesThrough(
         [main = configuration_.executors.main](std::function<void()> work) {
             asio::post(main, std::move(work));
@@ -110,9 +112,15 @@ std::shared_ptr<MainScreenViewModel> VeltoApp::viewModel() {
                                               .userDefaults = userDefaults_,
                                               .folderGrants = folderGrants_,
                                               .rewriteJournal = rewriteJournal_,
+                                              .taggingJournal = taggingJournal_,
                                               .genreTextParser = &genreTextParser_,
                                               .checksAtLoad = configuration_.checksAtLoad});
-    viewModel_->setUp(authManager_, [this] { return makeClient(); });
+    log::line("🌐 API Environment: Production (RELEASE build)");
+    taggingClient_ = makeClient();
+    viewModel_->setUp(
+        {.authManager = authManager_,
+         .taggingService = std::make_shared<DefaultTaggingService>(*taggingClient_, crashReporter_),
+         .librarySyncService = nullptr});
     return viewModel_;
 }
 

@@ -9,6 +9,7 @@
 #include "backend/DefaultGraphQLClient.hpp"
 #include "backend/GenreTextMatching.hpp"
 #include "backend/UserPreferencesStore.hpp"
+#include "flows/TaggingJournal.hpp"
 #include "platform/files/FolderGrants.hpp"
 #include "platform/files/UserDefaults.hpp"
 #include "platform/http/HttpClient.hpp"
@@ -83,6 +84,7 @@ class VeltoApp {
     RewriteJournal rewriteJournal_;
     UserDefaults userDefaults_;
     FolderGrants folderGrants_;
+    TaggingJournal taggingJournal_;
     http::HttpClient transport_;
     std::optional<LocalBackend> localBackend_;
     std::string backendAddress_;
@@ -90,6 +92,7 @@ class VeltoApp {
     std::shared_ptr<KeychainService> keychain_;
     PreferencesGenreTextParser genreTextParser_{UserPreferencesStore::shared()};
     std::shared_ptr<GraphQLClient> authClient_;
+    std::shared_ptr<GraphQLClient> taggingClient_;
     std::shared_ptr<DefaultAuthenticationManager> authManager_;
     std::unique_ptr<UpdateManager> updateManager_;
     std::shared_ptr<MainScreenViewModel> viewModel_;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/BackgroundTasks.hpp"
+#include "flows/BackgroundTasks.hpp"
 #include "app/VeltoApp.hpp"
 #include "cli/Json.hpp"
 #include "cli/Options.hpp"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/UserSession.hpp"
+#include "flows/UserSession.hpp"
 #include "store/Entities.hpp"
 
 #include <nlohmann/json.hpp>

@@ -20,12 +20,12 @@ Task<ScanRunRef> scanSelected(Context& context) {
     const auto viewModel = context.app.viewModel();
     viewModel->errorMessage = std::nullopt;
     const auto progress = showProgress(context, *viewModel);
-    const ScanRunRef run = co_await viewModel->refreshSelectedLibrary();
+    const ScanOutcome outcome = co_await viewModel->refreshSelectedLibrary();
     co_await viewModel->backgroundWorkFinished();
-    if (run) co_return run;
+    if (outcome) co_return outcome.run;
     const std::string text = viewModel->errorMessage->value_or("The scan failed");
     try {
-        if (viewModel->lastScanFailure) std::rethrow_exception(viewModel->lastScanFailure);
+        if (outcome.failure) std::rethrow_exception(outcome.failure);
     } catch (const ScannerError& error) {
         if (error.kind() == ScannerError::Case::scanCancelled) throw CommandCancelled(text);
     } catch (const std::exception&) { // the text says it

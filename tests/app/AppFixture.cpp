@@ -25,6 +25,10 @@ AppFixture::~AppFixture() {
 
 void AppFixture::restart(bool checksAtLoad) {
     viewModel.reset();
+    taggingJournal.emplace(folder.path(), runtime.executors());
+    tagging = std::make_shared<ScriptedTaggingService>(runtime.executors());
+    writer = std::make_shared<NotingMetadataWriter>();
+    sync = std::make_shared<ScriptedLibrarySync>();
     viewModel = MainScreenViewModel::create({.executors = runtime.executors(),
                                              .clock = clock,
                                              .crashReporter = crashReporter,
@@ -32,13 +36,11 @@ void AppFixture::restart(bool checksAtLoad) {
                                              .userDefaults = defaults,
                                              .folderGrants = grants,
                                              .rewriteJournal = journal,
+                                             .taggingJournal = *taggingJournal,
                                              .genreTextParser = nullptr,
+                                             .metadataWriter = writer,
                                              .checksAtLoad = checksAtLoad});
-    tagging = std::make_shared<ScriptedTaggingService>(runtime.executors());
-    writer = std::make_shared<NotingMetadataWriter>();
-    sync = std::make_shared<ScriptedLibrarySync>();
-    viewModel->taggingService = tagging;
-    viewModel->metadataWriter = writer;
+    viewModel->setUp({.authManager = nullptr, .taggingService = tagging, .librarySyncService = nullptr});
 }
 
 void AppFixture::signIn() {

@@ -4,6 +4,7 @@
 #include "backend/AuthenticationManager.hpp"
 #include "backend/LibrarySyncService.hpp"
 #include "backend/TaggingService.hpp"
+#include "flows/TaggingJournal.hpp"
 #include "platform/files/FolderGrants.hpp"
 #include "platform/files/ServiceError.hpp"
 #include "platform/files/UserDefaults.hpp"
@@ -153,6 +154,7 @@ class AppFixture : public ::testing::Test {
     UserDefaults defaults;
     FolderGrants grants;
     RewriteJournal journal;
+    std::optional<TaggingJournal> taggingJournal;
     std::shared_ptr<ScriptedTaggingService> tagging;
     std::shared_ptr<NotingMetadataWriter> writer;
     std::shared_ptr<ScriptedLibrarySync> sync;

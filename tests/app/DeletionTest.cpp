@@ -18,7 +18,7 @@ class DeletionWithBackend : public AppFixture {
         for (const FileItemRef& file : library->files)
             file->track->edit().lastSyncedAt = clock.now();
         container->mainContext().save();
-        viewModel->librarySyncService = sync;
+        viewModel->setUp({nullptr, tagging, sync});
         runtime.run(viewModel->loadData());
         viewModel->errorMessage = std::nullopt;
     }
@@ -109,7 +109,7 @@ TEST_F(DeletionWithBackend, WhatCouldNotBeSavedAsDeletedStaysForGood) {
 
     for (const auto& each : cases) {
         SCOPED_TRACE(each.expectedError);
-        viewModel->librarySyncService = each.hasBackend ? sync : nullptr;
+        viewModel->setUp({nullptr, tagging, each.hasBackend ? sync : nullptr});
         const double bpm = each.hasBackend ? 120 : 121;
         library->files.front()->track->edit().bpm = bpm; // of somebody else, and not saved yet
         sql("CREATE TRIGGER obstacle BEFORE DELETE ON Library BEGIN SELECT RAISE(ABORT, 'obstacle'); END");

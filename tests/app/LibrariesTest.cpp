@@ -1,5 +1,5 @@
 #include "app/AppFixture.hpp"
-#include "app/LibraryCreationError.hpp"
+#include "flows/LibraryCreationError.hpp"
 
 namespace velto::test {
 namespace {

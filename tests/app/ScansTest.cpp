@@ -39,7 +39,7 @@ TEST_F(Scans, AnAddedFolderIsReadAndNewFilesAreFoundInTheirOwnLibrary) {
     signIn();
     makeSong("A/one.mp3");
     add("A");
-    const ScanRunRef run = runtime.run(viewModel->refreshSelectedLibrary());
+    const ScanRunRef run = runtime.run(viewModel->refreshSelectedLibrary()).run;
     ASSERT_TRUE(run) << error();
     EXPECT_EQ(run->newCount, 1);
     ASSERT_EQ(viewModel->tracks->size(), 1U);
@@ -60,9 +60,8 @@ TEST_F(Scans, AFailedOneIsTold) {
     signIn();
     add("A");
     std::filesystem::remove(folder / "A");
-    EXPECT_FALSE(runtime.run(viewModel->refreshSelectedLibrary()));
+    EXPECT_TRUE(runtime.run(viewModel->refreshSelectedLibrary()).failure);
     EXPECT_EQ(error(), "Import failed: Library directory not accessible: " + (folder / "A").string());
-    EXPECT_TRUE(viewModel->lastScanFailure);
     EXPECT_FALSE(viewModel->scanProgress->has_value());
 }
 
@@ -75,10 +74,9 @@ TEST_F(Scans, TheNextOneWaitsForACancelledOneAndCountsAsItself) {
         [&](const std::optional<ScanProgress>& shown) { progress.push_back(shown.has_value()); });
     begin(viewModel->refreshSelectedLibrary());
     asio::co_spawn(runtime.main(), viewModel->cancelScan(), asio::detached);
-    const ScanRunRef run = runtime.run(viewModel->refreshSelectedLibrary());
+    const ScanRunRef run = runtime.run(viewModel->refreshSelectedLibrary()).run;
     ASSERT_TRUE(run) << error();
     EXPECT_EQ(run->totalSeen, fileCount);
-    EXPECT_FALSE(viewModel->lastScanFailure) << "of the latest scan";
     progress.erase(std::unique(progress.begin(), progress.end()), progress.end());
     if (!progress.empty() && !progress.front()) progress.erase(progress.begin());
     EXPECT_THAT(progress, ElementsAre(true, false, true, false));
@@ -111,7 +109,7 @@ TEST_F(Scans, ALoadLooksForNewFilesAndSyncs) {
     makeSong("A/new.mp3");
     makeSong("B/new.mp3");
     restart(true);
-    viewModel->librarySyncService = sync;
+    viewModel->setUp({nullptr, tagging, sync});
     runtime.run(viewModel->loadData());
     runtime.run(viewModel->backgroundWorkFinished());
     EXPECT_EQ(library->files.size(), 1U);

@@ -14,8 +14,7 @@ class Session : public AppFixture {
   protected:
     Session() {
         keychain.saveToken("t");
-        viewModel->setUp(manager, [this] { return client; });
-        viewModel->taggingService = tagging;
+        viewModel->setUp({manager, tagging, nullptr});
     }
 
     void signInWithCredits() {

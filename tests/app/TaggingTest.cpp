@@ -97,7 +97,7 @@ TEST_F(Tagging, RefusesWhatCannotBeTagged) {
     EXPECT_EQ(error(), "No tracks selected");
     runThroughTime(viewModel->tagTracks(tracks));
     EXPECT_EQ(error(), "No valid tracks to tag (artist and title required)");
-    viewModel->taggingService = nullptr;
+    viewModel->setUp({});
     runThroughTime(viewModel->tagTracks(tracks));
     EXPECT_EQ(error(), "Tagging service not initialized");
     EXPECT_TRUE(tagging->requests.empty());
@@ -217,7 +217,7 @@ TEST_F(Tagging, ClearAndMark) {
 }
 
 TEST_F(Tagging, ProgressMovesByTrackAndTheSyncFollowsTheSave) {
-    viewModel->librarySyncService = sync;
+    viewModel->setUp({nullptr, tagging, sync});
     std::vector<std::int64_t> seen;
     const auto subscription = viewModel->taggingProgress.subscribe([&](const auto& progress) {
         if (progress) seen.push_back(progress->completedTracks);

@@ -44,22 +44,22 @@ TEST(FileAttributes, WhatCannotBeAskedIsAbsentOrFalse) {
     }
 }
 
-TEST(FolderGrants, ABookmarkKnowsItsFolder) {
+TEST(FolderGrants, AGrantKnowsItsFolder) {
     const TemporaryFolder folder;
     const fs::path music = folder / "Music \xFF";
     fs::create_directory(music);
-    const auto bookmark = FolderGrants::makeBookmark(music / "");
-    EXPECT_EQ(FolderGrants::resolve(bookmark).path, music);
-    EXPECT_FALSE(FolderGrants::resolve(bookmark).isStale);
+    const auto grant = FolderGrants::makeGrant(music / "");
+    EXPECT_EQ(FolderGrants::resolve(grant).path, music);
+    EXPECT_FALSE(FolderGrants::resolve(grant).isStale);
 
     fs::rename(music, folder / "old"); // keeps the old inode in use
     fs::create_directory(music);
-    EXPECT_TRUE(FolderGrants::resolve(bookmark).isStale);
+    EXPECT_TRUE(FolderGrants::resolve(grant).isStale);
 }
 
-FolderGrantError::Case failureOf(const FolderGrants::Bookmark& bookmark) {
+FolderGrantError::Case failureOf(const FolderGrants::Grant& grant) {
     try {
-        static_cast<void>(FolderGrants::resolve(bookmark));
+        static_cast<void>(FolderGrants::resolve(grant));
     } catch (const FolderGrantError& error) {
         return error.kind();
     }
@@ -70,20 +70,20 @@ TEST(FolderGrants, MissingFoldersAndForeignBytesAreTypedErrors) {
     using Case = FolderGrantError::Case;
     const TemporaryFolder folder;
     fs::create_directory(folder / "music");
-    const auto bookmark = FolderGrants::makeBookmark(folder / "music");
+    const auto grant = FolderGrants::makeGrant(folder / "music");
     fs::remove(folder / "music");
-    EXPECT_EQ(failureOf(bookmark), Case::folderNotFound);
+    EXPECT_EQ(failureOf(grant), Case::folderNotFound);
     folder.write("music", "now a file");
-    EXPECT_EQ(failureOf(bookmark), Case::notAFolder);
-    EXPECT_THROW(static_cast<void>(FolderGrants::makeBookmark(folder / "music")), FolderGrantError);
+    EXPECT_EQ(failureOf(grant), Case::notAFolder);
+    EXPECT_THROW(static_cast<void>(FolderGrants::makeGrant(folder / "music")), FolderGrantError);
 
-    auto withNul = bookmark, otherVersion = bookmark, relative = bookmark;
+    auto withNul = grant, otherVersion = grant, relative = grant;
     withNul.push_back(0);
     otherVersion[3] = '2';
     relative[20] = 'x';
-    const FolderGrants::Bookmark header(bookmark.begin(), bookmark.begin() + 20);
-    for (const auto& foreign : {FolderGrants::Bookmark{}, header, withNul, otherVersion, relative})
-        EXPECT_EQ(failureOf(foreign), Case::invalidBookmark);
+    const FolderGrants::Grant header(grant.begin(), grant.begin() + 20);
+    for (const auto& foreign : {FolderGrants::Grant{}, header, withNul, otherVersion, relative})
+        EXPECT_EQ(failureOf(foreign), Case::invalidGrant);
 }
 
 TEST(FolderGrants, StartsAndStopsBalance) {

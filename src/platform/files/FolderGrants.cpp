@@ -16,10 +16,10 @@ namespace velto {
 
 namespace {
 
-/// A bookmark: this mark, device and inode (8 bytes each, most significant first), the absolute path. Kept on
+/// A grant: this mark, device and inode (8 bytes each, most significant first), the absolute path. Kept on
 /// users' disks: do not change, make a new mark.
-constexpr std::array<std::uint8_t, 4> bookmarkMark = {'V', 'F', 'G', '1'};
-constexpr std::size_t headerBytes = bookmarkMark.size() + 16;
+constexpr std::array<std::uint8_t, 4> grantMark = {'V', 'F', 'G', '1'};
+constexpr std::size_t headerBytes = grantMark.size() + 16;
 
 struct Identity {
     std::uint64_t device;
@@ -35,7 +35,7 @@ std::string_view text(FolderGrantError::Case kind) {
         return "Not a folder: ";
     case FolderGrantError::Case::folderNotReadable:
         return "Folder not readable: ";
-    case FolderGrantError::Case::invalidBookmark:
+    case FolderGrantError::Case::invalidGrant:
         return "The stored folder access is not valid";
     }
     return "";
@@ -52,15 +52,15 @@ Identity identityOf(const std::filesystem::path& folder) {
     return {info.st_dev, info.st_ino};
 }
 
-void append(FolderGrants::Bookmark& bookmark, std::uint64_t number) {
+void append(FolderGrants::Grant& grant, std::uint64_t number) {
     for (int shift = 56; shift >= 0; shift -= 8)
-        bookmark.push_back(static_cast<std::uint8_t>(number >> shift));
+        grant.push_back(static_cast<std::uint8_t>(number >> shift));
 }
 
-std::uint64_t numberAt(const FolderGrants::Bookmark& bookmark, std::size_t at) {
+std::uint64_t numberAt(const FolderGrants::Grant& grant, std::size_t at) {
     std::uint64_t number = 0;
     for (std::size_t i = at; i < at + 8; ++i)
-        number = number << 8 | bookmark[i];
+        number = number << 8 | grant[i];
     return number;
 }
 
@@ -77,26 +77,24 @@ FolderGrantError::FolderGrantError(Case kind, const std::filesystem::path& path)
     : Error(std::string(text(kind)) + path.string())
     , kind_(kind) {}
 
-FolderGrants::Bookmark FolderGrants::makeBookmark(const std::filesystem::path& folder) {
+FolderGrants::Grant FolderGrants::makeGrant(const std::filesystem::path& folder) {
     const std::string path = key(folder);
     const Identity identity = identityOf(path);
     if (!files::isReadable(path)) throw FolderGrantError(FolderGrantError::Case::folderNotReadable, path);
-    Bookmark bookmark(bookmarkMark.begin(), bookmarkMark.end());
-    append(bookmark, identity.device);
-    append(bookmark, identity.inode);
-    bookmark.insert(bookmark.end(), path.begin(), path.end());
-    return bookmark;
+    Grant grant(grantMark.begin(), grantMark.end());
+    append(grant, identity.device);
+    append(grant, identity.inode);
+    grant.insert(grant.end(), path.begin(), path.end());
+    return grant;
 }
 
-FolderGrants::Resolved FolderGrants::resolve(const Bookmark& bookmark) {
-    const bool isBookmark = bookmark.size() > headerBytes &&
-                            std::equal(bookmarkMark.begin(), bookmarkMark.end(), bookmark.begin()) &&
-                            bookmark[headerBytes] == '/' &&
-                            std::find(bookmark.begin() + headerBytes, bookmark.end(), 0) == bookmark.end();
-    if (!isBookmark) throw FolderGrantError(FolderGrantError::Case::invalidBookmark);
-    const std::string path(bookmark.begin() + headerBytes, bookmark.end());
-    const Identity granted{numberAt(bookmark, bookmarkMark.size()),
-                           numberAt(bookmark, bookmarkMark.size() + 8)};
+FolderGrants::Resolved FolderGrants::resolve(const Grant& grant) {
+    const bool isGrant =
+        grant.size() > headerBytes && std::equal(grantMark.begin(), grantMark.end(), grant.begin()) &&
+        grant[headerBytes] == '/' && std::find(grant.begin() + headerBytes, grant.end(), 0) == grant.end();
+    if (!isGrant) throw FolderGrantError(FolderGrantError::Case::invalidGrant);
+    const std::string path(grant.begin() + headerBytes, grant.end());
+    const Identity granted{numberAt(grant, grantMark.size()), numberAt(grant, grantMark.size() + 8)};
     return {path, identityOf(path) != granted, files::isReadable(path)};
 }
 

@@ -17,7 +17,7 @@ class FolderGrantError : public Error {
         folderNotFound,
         notAFolder,
         folderNotReadable,
-        invalidBookmark,
+        invalidGrant,
     };
 
     explicit FolderGrantError(Case kind, const std::filesystem::path& path = {});
@@ -28,25 +28,25 @@ class FolderGrantError : public Error {
     Case kind_;
 };
 
-/// The user's leave to use a folder, as a durable token (a bookmark), and the bracket of a folder's use.
+/// The user's leave to use a folder, as a durable token , and the bracket of a folder's use.
 /// Plain folder access stands behind it: a grant opens nothing, but it tells when the folder at its path is
 /// no longer the one that was granted. Confined to the main actor.
 class FolderGrants {
   public:
-    using Bookmark = std::vector<std::uint8_t>;
+    using Grant = std::vector<std::uint8_t>;
 
     struct Resolved {
         std::filesystem::path path;
-        bool isStale = false;    ///< another device or inode is at the path now; make a new bookmark
+        bool isStale = false;    ///< another device or inode is at the path now; make a new grant
         bool isReadable = false; ///< when it was resolved
     };
 
     /// A token for an existing readable folder. Throws FolderGrantError.
-    [[nodiscard]] static Bookmark makeBookmark(const std::filesystem::path& folder);
+    [[nodiscard]] static Grant makeGrant(const std::filesystem::path& folder);
 
-    /// Throws FolderGrantError: the bytes are no bookmark, or no folder is at its path. Asks the file system:
+    /// Throws FolderGrantError: the bytes are no grant, or no folder is at its path. Asks the file system:
     /// call it off the main actor, which it does not need.
-    [[nodiscard]] static Resolved resolve(const Bookmark& bookmark);
+    [[nodiscard]] static Resolved resolve(const Grant& grant);
 
     /// Begins a use of the folder; false (and nothing to stop) where it is missing, no folder or unreadable.
     /// Each success needs one stopAccessing of the same path.

@@ -1,4 +1,4 @@
-#include "app/UserSession.hpp"
+#include "flows/UserSession.hpp"
 
 #include "platform/text/Text.hpp"
 

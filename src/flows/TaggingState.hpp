@@ -25,7 +25,6 @@ struct TaggingState {
     std::int64_t totalTagged = 0;
     std::int64_t totalCredits = 0;
     std::vector<std::string> allErrors;
-    std::int64_t unwrittenFiles = 0;
     std::optional<TaggingProgress> taggingProgress;
     std::optional<std::int64_t> globalRetryAfter; ///< milliseconds: the largest that the server asked for
 
@@ -40,12 +39,27 @@ struct TaggingState {
     }
 };
 
-/// How a tagging run ended, for whoever started it.
+/// Tracks that a run asked for, or meant to, and did not get tags for.
+struct RefusedTracks {
+    std::int64_t tracks = 0;
+    std::string reason; ///< the user's text
+};
+
+/// How a tagging run ended, for whoever started it. All counts but the credits and files are of tracks;
+/// `requested` is `tagged` and all that was refused.
 struct TaggingSummary {
+    std::int64_t requested = 0; ///< what the run was for: each track once, with artist and title
     std::int64_t tagged = 0;
     std::int64_t credits = 0;
+    std::int64_t withoutArtistOrTitle = 0; ///< left out
+    std::int64_t repeats = 0;              ///< further files of a song: left out
+    std::vector<RefusedTracks> refused;    ///< batch by batch
     std::vector<std::string> errors;
     std::int64_t unwrittenFiles = 0; ///< files whose genre could not be written; their tracks count as tagged
+    bool wasStopped = false;
+    std::optional<std::string> saveFailure; ///< the user's text: tags were paid for that the store lacks
+
+    [[nodiscard]] std::int64_t untagged() const { return requested - tagged; }
 };
 
 } // namespace velto

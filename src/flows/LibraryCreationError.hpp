@@ -7,7 +7,7 @@ namespace velto {
 /// Why a folder cannot become a library.
 class LibraryCreationError : public Error {
   public:
-    enum class Case { notADirectory, accessDenied, duplicateName };
+    enum class Case { notADirectory, accessDenied, duplicateName, emptyName };
 
     explicit LibraryCreationError(Case kind)
         : Error(text(kind))
@@ -24,6 +24,8 @@ class LibraryCreationError : public Error {
             return "Access to the selected directory was denied";
         case Case::duplicateName:
             return "A library with this name already exists";
+        case Case::emptyName:
+            return "A library needs a name";
         }
         return "";
     }

@@ -1,0 +1,65 @@
+#pragma once
+
+#include "flows/FlowContext.hpp"
+#include "platform/concurrency/Gate.hpp"
+
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace velto {
+
+class FolderAccess;
+class LibraryRepository;
+class LoadingFlow;
+class ScanningFlow;
+class SyncFlow;
+
+/// Libraries come and go: added with the grant of their folder, deleted at the backend and here, or all
+/// cleared at a sign-out.
+class LibrariesFlow {
+  public:
+    LibrariesFlow(const FlowContext& context, LibraryRepository& libraryRepository,
+                  FolderAccess& folderAccess, LoadingFlow& loading, ScanningFlow& scanning, SyncFlow& sync);
+
+    /// Checks the folder and the name, creates the library, keeps the folder's grant and shows the library;
+    /// null if that failed, which is shown. The folder is kept as its real path, without links, dots and a
+    /// slash at its end. One after the other, however many are asked for at once. Throws
+    /// LibraryCreationError: what the user has to choose anew.
+    Task<LibraryRef> add(std::string name, std::filesystem::path folder,
+                         std::optional<std::string> includeGlob, std::optional<std::string> excludeGlob);
+
+    /// Makes a library of a folder that is granted already, and shows it; null if that failed, which is
+    /// shown. Throws LibraryCreationError: no name, or one that a library of another folder has.
+    Task<LibraryRef> create(std::string name, std::string rootPath, std::optional<std::string> includeGlob,
+                            std::optional<std::string> excludeGlob);
+
+    /// At the backend first; a failure here restores it there. Stops a scan of this library, and of no other.
+    Task<void> remove(LibraryRef library);
+
+    /// Deletes everything, as at a sign-out. Grants stay.
+    Task<void> clearLocalData();
+
+  private:
+    Task<void> checkName(std::string name, std::string rootPath);
+    Task<LibraryRef> createAlone(std::string name, std::string rootPath,
+                                 std::optional<std::string> includeGlob,
+                                 std::optional<std::string> excludeGlob);
+    Task<void> removeLocally(LibraryRef library);
+    Task<void> forget(LibraryRef library, std::string name);
+    Task<void> rollBack(LibraryRef library, std::vector<TrackRef> affected, std::string localError,
+                        std::int64_t removedAtBackend);
+
+    FlowContext context_;
+    MainScreenState& state_;
+    LibraryRepository& libraryRepository_;
+    FolderAccess& folderAccess_;
+    LoadingFlow& loading_;
+    ScanningFlow& scanning_;
+    SyncFlow& sync_;
+    Gate creations_; ///< two adds of one name: the second finds the first one's library
+};
+
+} // namespace velto

@@ -1,0 +1,163 @@
+#include "flows/ScanningFlow.hpp"
+
+#include "flows/FolderAccess.hpp"
+#include "flows/LoadingFlow.hpp"
+#include "flows/SyncFlow.hpp"
+#include "platform/log/CrashReporter.hpp"
+#include "platform/log/Log.hpp"
+#include "scanning/ConcurrentScanner.hpp"
+
+namespace velto {
+
+struct ScanningFlow::RunningScan {
+    RunningScan(LibraryRef scanned, AskedBy by, const Executor& main)
+        : library(std::move(scanned))
+        , askedBy(by)
+        , finished(main) {}
+
+    LibraryRef library;
+    AskedBy askedBy;
+    Event finished;
+    bool isLeaving = false; ///< was asked to stop
+    bool isQuiet = false;   ///< by the program, so that its end is no news to the user
+};
+
+ScanningFlow::ScanningFlow(const FlowContext& context, ConcurrentScanner& scanner, LoadingFlow& loading,
+                           FolderAccess& folderAccess, SyncFlow& sync)
+    : context_(context)
+    , state_(context.state)
+    , scanner_(scanner)
+    , loading_(loading)
+    , folderAccess_(folderAccess)
+    , sync_(sync)
+    , progress_(scanner.observableProgress().subscribe([this](const std::optional<ScanProgress>& progress) {
+        if (running_ && progress) state_.scanProgress = progress;
+    })) {}
+
+Task<ScanOutcome> ScanningFlow::scan(LibraryRef library) {
+    co_return co_await scanInTurn(std::move(library), AskedBy::user);
+}
+
+Task<ScanOutcome> ScanningFlow::scanInTurn(LibraryRef library, AskedBy askedBy) {
+    const std::size_t stops = stops_;
+    const auto hasToWait = [&] {
+        return running_ &&
+               (running_->isLeaving || askedBy == AskedBy::check || running_->askedBy == AskedBy::check);
+    };
+    while (hasToWait()) {
+        const auto other = running_;
+        co_await other->finished.wait();
+    }
+    const bool isWanted = askedBy == AskedBy::user || stops == stops_;
+    if (library->isDeleted() || !isWanted) co_return ScanOutcome{};
+    co_return co_await runScan(library, askedBy);
+}
+
+Task<ScanOutcome> ScanningFlow::runScan(LibraryRef library, AskedBy askedBy) {
+    // A user's scan under way keeps its progress: the scanner refuses this one.
+    const auto started =
+        running_ ? nullptr : std::make_shared<RunningScan>(library, askedBy, context_.executors.main);
+    if (started) {
+        running_ = started;
+        ScanProgress progress;
+        progress.startTime = context_.clock.now();
+        state_.scanProgress = progress;
+    }
+    ScanOutcome outcome;
+    try {
+        outcome.run = co_await scanner_.scanLibrary(library);
+        const ScanRunRef& run = outcome.run;
+        log::line("Import completed: {} files, {} new, {} changed, {} missing, {} errors", run->totalSeen,
+                  run->newCount, run->changedCount, run->missingCount, run->errorCount);
+    } catch (const std::exception& error) {
+        outcome.failure = std::current_exception();
+        log::line("Import failed: {}", describe(error));
+        const bool isNews = !library->isDeleted() && !(started && started->isQuiet);
+        if (isNews) state_.errorMessage = "Import failed: " + describe(error);
+    }
+    if (started) {
+        running_ = nullptr;
+        state_.scanProgress = std::nullopt;
+        started->finished.set();
+    }
+    if (outcome && !library->isDeleted()) co_await afterScan(library);
+    co_return outcome;
+}
+
+Task<void> ScanningFlow::afterScan(LibraryRef library) {
+    std::vector<std::string> orphans = scanner_.lastScanOrphanedTracks();
+    try {
+        if (state_.selectedLibrary.get() == library) {
+            auto scanned = co_await loading_.getAllTracksForLibrary(library);
+            if (state_.selectedLibrary.get() == library && !library->isDeleted())
+                loading_.showTracks(std::move(scanned));
+        }
+    } catch (const std::exception& error) {
+        state_.errorMessage = "Failed to refresh library: " + describe(error);
+        co_return;
+    }
+    sync_.startAfterScan(library, std::move(orphans));
+}
+
+void ScanningFlow::startCheck(std::vector<LibraryRef> libraries) {
+    context_.background.start(check(context_.owner, this, std::move(libraries)));
+}
+
+Task<void> ScanningFlow::check(std::weak_ptr<void> owner, ScanningFlow* flow,
+                               std::vector<LibraryRef> libraries) {
+    std::optional<std::size_t> stops;
+    for (const LibraryRef& library : libraries) {
+        const auto alive = owner.lock();
+        if (!alive) co_return;
+        if (!stops) stops = flow->stops_;
+        if (*stops != flow->stops_) co_return;
+        if (!library->isDeleted()) co_await flow->scanForNewTracks(library);
+    }
+}
+
+Task<std::optional<std::size_t>> ScanningFlow::countNewFiles(LibraryRef library) {
+    if (auto refused = co_await folderAccess_.restore(library)) state_.errorMessage = std::move(refused);
+    if (library->isDeleted()) co_return std::nullopt;
+    try {
+        co_return (co_await scanner_.findUnindexedFiles(library)).size();
+    } catch (const std::exception& error) {
+        if (library->isDeleted()) co_return std::nullopt;
+        context_.crashReporter.recordError(error);
+        state_.errorMessage = "Failed to refresh library: " + describe(error);
+        co_return std::nullopt;
+    }
+}
+
+Task<std::optional<std::size_t>> ScanningFlow::scanForNewTracks(LibraryRef library) {
+    const std::size_t stops = stops_;
+    const auto found = co_await countNewFiles(library);
+    // The library that was looked at is scanned, whichever is selected by now.
+    if (found.value_or(0) > 0 && stops == stops_) co_await scanInTurn(library, AskedBy::check);
+    co_return found;
+}
+
+Task<void> ScanningFlow::cancel() {
+    const auto running = running_;
+    if (running) running->isLeaving = true;
+    co_await scanner_.cancelScan();
+    if (running) co_await running->finished.wait();
+}
+
+Task<void> ScanningFlow::stop(std::shared_ptr<RunningScan> running) {
+    running->isLeaving = running->isQuiet = true;
+    co_await scanner_.cancelScan();
+    co_await running->finished.wait();
+}
+
+Task<void> ScanningFlow::stopScanOf(LibraryRef library) {
+    while (running_ && running_->library == library)
+        co_await stop(running_);
+}
+
+Task<void> ScanningFlow::stopAll() {
+    ++stops_;
+    while (running_)
+        co_await stop(running_);
+}
+
+} // namespace velto

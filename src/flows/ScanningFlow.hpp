@@ -1,0 +1,76 @@
+#pragma once
+
+#include "flows/FlowContext.hpp"
+
+#include <cstddef>
+#include <exception>
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace velto {
+
+class ConcurrentScanner;
+class FolderAccess;
+class LoadingFlow;
+class SyncFlow;
+
+/// How a scan that somebody asked for ended: the finished run, or why there is none.
+struct ScanOutcome {
+    ScanRunRef run;
+    std::exception_ptr failure; ///< null if there is a run, or if nothing was there to scan
+
+    explicit operator bool() const { return static_cast<bool>(run); }
+};
+
+/// Scans, and the checks for new files that lead to one. One scan runs at a time: a scan that a check starts
+/// waits its turn, and a user's scan waits for a check's; a user's second scan is refused by the scanner.
+/// Writes scanProgress.
+class ScanningFlow {
+  public:
+    /// `scanner` outlives its running scan.
+    ScanningFlow(const FlowContext& context, ConcurrentScanner& scanner, LoadingFlow& loading,
+                 FolderAccess& folderAccess, SyncFlow& sync);
+
+    /// Scans to the end, after a cancelled scan that is still on its way out. A failure is shown, unless the
+    /// library went meanwhile or the program itself stopped the scan.
+    Task<ScanOutcome> scan(LibraryRef library);
+
+    /// Starts the check of those libraries in the background, one after the other.
+    void startCheck(std::vector<LibraryRef> libraries);
+    static Task<void> check(std::weak_ptr<void> owner, ScanningFlow* flow, std::vector<LibraryRef> libraries);
+
+    /// How many files of the library's folder the store does not know; none if the look failed.
+    Task<std::optional<std::size_t>> countNewFiles(LibraryRef library);
+    /// Scans the library if there are such files; how many there were, or none if the look failed.
+    Task<std::optional<std::size_t>> scanForNewTracks(LibraryRef library);
+
+    /// The user's wish: asks the running scan to stop and waits for its end, which says that it was
+    /// cancelled.
+    Task<void> cancel();
+    /// The program's own: no message. Waits until the library is not being scanned; another's scan goes on.
+    Task<void> stopScanOf(LibraryRef library);
+    /// Likewise for whatever is scanned; checks under way look at no further library.
+    Task<void> stopAll();
+
+  private:
+    struct RunningScan;
+    enum class AskedBy { user, check };
+
+    Task<ScanOutcome> scanInTurn(LibraryRef library, AskedBy askedBy);
+    Task<ScanOutcome> runScan(LibraryRef library, AskedBy askedBy);
+    Task<void> afterScan(LibraryRef library);
+    Task<void> stop(std::shared_ptr<RunningScan> running);
+
+    FlowContext context_;
+    MainScreenState& state_;
+    ConcurrentScanner& scanner_;
+    LoadingFlow& loading_;
+    FolderAccess& folderAccess_;
+    SyncFlow& sync_;
+    std::shared_ptr<RunningScan> running_; ///< null while none runs
+    std::size_t stops_ = 0;                ///< how often stopAll was called: checks end by it
+    Subscription progress_;
+};
+
+} // namespace velto
