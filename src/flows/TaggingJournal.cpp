@@ -72,10 +72,11 @@ Task<void> TaggingJournal::reportLeftOvers() {
             signatures.insert(parts[i]);
             names.push_back(parts[i + 1]);
         }
-        log::line("⚠️ [VM] A tagging run ended while a batch of {} tracks was under way; it may have been "
-                  "paid for "
-                  "without its tags: {}",
-                  names.size(), fmt::join(names, "; "));
+        log::line(
+            "⚠️ [VM] A tagging run ended while a batch of {} tracks was under way; it may have been "
+            "paid for "
+            "without its tags: {}",
+            names.size(), fmt::join(names, "; "));
     }
     co_await setUnfinished({signatures.begin(), signatures.end()});
     for (const std::string& batch : left)

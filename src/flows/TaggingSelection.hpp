@@ -12,9 +12,9 @@ namespace velto {
 
 /// Which of some tracks somebody wants tagged. Without more, those that have no tags yet.
 struct TaggingWish {
-    bool again = false;               ///< tagged ones too
-    bool failedOnly = false;          ///< only what the last run could not; tagged ones too
-    std::optional<std::size_t> limit; ///< at most that many
+    bool again = false;                              ///< tagged ones too
+    bool failedOnly = false;                         ///< only what the last run could not; tagged ones too
+    std::optional<std::size_t> limit = std::nullopt; ///< at most that many
 };
 
 /// What a wish comes to, and what it leaves out, in tracks.

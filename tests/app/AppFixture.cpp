@@ -1,5 +1,7 @@
 #include "app/AppFixture.hpp"
 
+#include <sqlite3.h>
+
 namespace velto::test {
 
 TaggingResult ScriptedTaggingService::tagAll(const std::vector<TrackTaggingInput>& tracks) {
@@ -64,6 +66,18 @@ std::vector<std::string> AppFixture::names() const {
     for (const LibraryRef& library : viewModel->libraries.get())
         found.push_back(library->name);
     return found;
+}
+
+std::int64_t AppFixture::stored(const std::string& query) const {
+    sqlite3* connection = nullptr;
+    sqlite3_stmt* statement = nullptr;
+    EXPECT_EQ(sqlite3_open((folder / "store").c_str(), &connection), SQLITE_OK);
+    EXPECT_EQ(sqlite3_prepare_v2(connection, query.c_str(), -1, &statement, nullptr), SQLITE_OK) << query;
+    EXPECT_EQ(sqlite3_step(statement), SQLITE_ROW) << query;
+    const std::int64_t number = sqlite3_column_int64(statement, 0);
+    sqlite3_finalize(statement);
+    sqlite3_close(connection);
+    return number;
 }
 
 LibraryRef AppFixture::libraryWithTracks(const std::string& name, std::size_t count) {

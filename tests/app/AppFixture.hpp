@@ -63,6 +63,7 @@ class ScriptedTaggingService final : public TaggingService {
 class NotingMetadataWriter final : public AudioMetadataWriter {
   public:
     Task<void> writeGenreTags(std::vector<std::string> genres, std::filesystem::path file, bool) override {
+        if (beforeWrite) beforeWrite();
         if (file.filename() == failingName)
             throw ServiceError(ServiceError::Case::metadataWriteFailed, file.string());
         written[file.filename().string()] = genres.at(0);
@@ -76,6 +77,7 @@ class NotingMetadataWriter final : public AudioMetadataWriter {
         co_return;
     }
 
+    std::function<void()> beforeWrite;
     std::map<std::string, std::string> written;
     std::string failingName;
 };
@@ -142,6 +144,9 @@ class AppFixture : public ::testing::Test {
     /// Runs a task while the clock jumps from wake-up to wake-up.
     template <typename T>
     T runThroughTime(Task<T> task);
+
+    /// A number that another program reads from the store's file.
+    [[nodiscard]] std::int64_t stored(const std::string& query) const;
 
     [[nodiscard]] std::string error() const { return viewModel->errorMessage->value_or(""); }
 

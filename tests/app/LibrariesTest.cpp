@@ -39,6 +39,115 @@ TEST_F(Libraries, AreRefusedWithTheirReason) {
     EXPECT_THAT(names(), ElementsAre("A"));
 }
 
+TEST_F(Libraries, AFolderIsKeptAsItsRealPathAndANameBelongsToOneFolder) {
+    signIn();
+    const auto real = makeFolder("real");
+    std::filesystem::create_symlink(real, folder / "link");
+    for (const auto& path : {real / "", folder / "link", folder / "." / "real" / ".." / "real",
+                             std::filesystem::relative(real)}) {
+        const LibraryRef added = runtime.run(viewModel->addLibrary("N", path, {}, {}));
+        ASSERT_TRUE(added) << path;
+        EXPECT_EQ(added->rootPath, std::filesystem::canonical(real).string()) << path;
+        runtime.run(viewModel->deleteLibrary(added));
+    }
+    const LibraryRef first = add("N");
+    const std::string rootPath = first->rootPath;
+    restart(); // before anything is loaded
+    signIn();
+    using Case = LibraryCreationError::Case;
+
+    const struct {
+        const char* name;
+        bool asksFolder;
+        Case expected;
+    } cases[] = {{"N", true, Case::duplicateName},
+                 {"N", false, Case::duplicateName},
+                 {"", true, Case::emptyName},
+                 {" \t", false, Case::emptyName}};
+
+    for (const auto& each : cases) {
+        try {
+            if (each.asksFolder)
+                runtime.run(viewModel->addLibrary(each.name, makeFolder("other"), {}, {}));
+            else
+                runtime.run(viewModel->createLibrary(each.name, (folder / "other").string(), {}, {}));
+            ADD_FAILURE() << each.name;
+        } catch (const LibraryCreationError& refusal) {
+            EXPECT_EQ(refusal.kind(), each.expected) << each.name;
+        }
+    }
+    EXPECT_EQ(first->rootPath, rootPath) << "the library was not moved";
+}
+
+TEST_F(Libraries, AddsAtOnceEachKeepTheirGrantWhateverElseGoesWrong) {
+    signIn();
+    const auto disturb = viewModel->libraries.subscribe(
+        [&](const auto&) { viewModel->errorMessage = "of another operation"; });
+    std::size_t refused = 0;
+    std::size_t ended = 0;
+    for (const char* name : {"A", "B", "A"})
+        asio::co_spawn(runtime.main(), viewModel->addLibrary(name, makeFolder(name), {}, {}),
+                       [&](const std::exception_ptr& failure, const LibraryRef&) {
+                           if (failure) ++refused;
+                           ++ended;
+                       });
+    runtime.runUntil([&] { return ended == 3; });
+    EXPECT_EQ(refused, 1U) << "the second A";
+    for (const char* name : {"A", "B"}) {
+        EXPECT_TRUE(defaults.data(std::string("LibraryBookmark_") + name)) << name;
+        EXPECT_EQ(grants.activeCount(folder / name), 1) << name;
+    }
+    EXPECT_THAT(names(), ElementsAre("A", "B"));
+}
+
+TEST_F(Libraries, ASignOutDuringAnAddLeavesNothingBehind) {
+    signIn();
+    makeFolder("A");
+    for (int polls = 0; polls < 12; ++polls) {
+        bool added = false;
+        asio::co_spawn(runtime.main(), viewModel->addLibrary("A", folder / "A", {}, {}),
+                       [&](const std::exception_ptr&, const LibraryRef&) { added = true; });
+        for (int i = 0; i < polls; ++i)
+            runtime.poll();
+        runtime.run(viewModel->clearLocalData());
+        runtime.runUntil([&] { return added; });
+        runtime.run(viewModel->clearLocalData());
+        EXPECT_EQ(container->mainContext().count<Library>(), 0U);
+    }
+    viewModel.reset();
+    EXPECT_EQ(grants.activeCount(), 0);
+}
+
+TEST_F(Libraries, WhatIsAddedIsOnShowWithItsAccess) {
+    const auto playlist = model::make<Playlist>("P", nullptr, 0, clock.now());
+    container->mainContext().insert(playlist);
+    viewModel->viewMode = playlist;
+    signIn();
+    const LibraryRef library = add("A");
+    EXPECT_TRUE(std::holds_alternative<LibraryView>(viewModel->viewMode.get()));
+    EXPECT_EQ(viewModel->selectedLibrary.get(), library);
+    EXPECT_EQ(grants.activeCount(folder / "A"), 1);
+    viewModel->viewMode = playlist;
+    runtime.run(viewModel->selectLibrary(library));
+    EXPECT_TRUE(std::holds_alternative<LibraryView>(viewModel->viewMode.get()));
+    EXPECT_EQ(grants.activeCount(folder / "A"), 1);
+}
+
+TEST_F(Libraries, WhatIsDeletedIsNeitherSelectedNorSelectable) {
+    const LibraryRef library = libraryWithTracks("L", 2);
+    const LibraryRef other = libraryWithTracks("M", 1);
+    runtime.run(viewModel->loadData());
+    viewModel->errorMessage = std::nullopt;
+    viewModel->selectedTracks =
+        std::unordered_set<TrackRef>{library->files.front()->track, other->files.front()->track};
+    runtime.run(viewModel->deleteLibrary(library));
+    EXPECT_EQ(viewModel->selectedTracks.get(), (std::unordered_set<TrackRef>{other->files.front()->track}));
+    runtime.run(viewModel->selectLibrary(library));
+    EXPECT_EQ(viewModel->selectedLibrary.get(), other);
+    EXPECT_FALSE(viewModel->isLoading);
+    EXPECT_EQ(error(), "");
+}
+
 TEST_F(Libraries, ALostGrantIsGivenAgainByAddingTheSameFolder) {
     signIn();
     const LibraryRef library = add("A");
@@ -118,9 +227,15 @@ TEST_F(Libraries, SignOutClearsTheStoreAndKeepsTheGrants) {
     signIn();
     add("A");
     libraryWithTracks("L", 3);
-    runtime.run(viewModel->clearLocalData());
     auto& context = container->mainContext();
+    context.insert(model::make<Playlist>("P", nullptr, 0, clock.now()));
+    context.insert(model::make<PlaylistFolder>("F", nullptr, 0, true, clock.now()));
+    runtime.run(viewModel->loadData());
+    EXPECT_EQ(viewModel->playlists->size() + viewModel->playlistFolders->size(), 2U);
+    runtime.run(viewModel->clearLocalData());
     EXPECT_EQ(context.count<Library>() + context.count<Track>() + context.count<FileItem>(), 0U);
+    EXPECT_EQ(context.count<Playlist>() + context.count<PlaylistFolder>(), 0U);
+    EXPECT_EQ(viewModel->playlists->size() + viewModel->playlistFolders->size(), 0U);
     EXPECT_FALSE(viewModel->selectedLibrary.get());
     EXPECT_TRUE(defaults.data("LibraryBookmark_A"));
     EXPECT_TRUE(log.contains("✅ [AUTH] Successfully cleared all local data"));

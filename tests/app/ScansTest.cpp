@@ -82,6 +82,82 @@ TEST_F(Scans, TheNextOneWaitsForACancelledOneAndCountsAsItself) {
     EXPECT_THAT(progress, ElementsAre(true, false, true, false));
 }
 
+TEST_F(Scans, ACheckWaitsItsTurnAndGoesOnAfterALibraryThatFails) {
+    signIn();
+    const LibraryRef broken = add("broken");
+    const LibraryRef busy = add("A");
+    makeFiles("A");
+    const LibraryRef last = add("B");
+    makeSong("B/new.mp3");
+    std::filesystem::remove(folder / "broken");
+    viewModel->selectedLibrary = busy;
+    std::optional<ScanOutcome> users;
+    asio::co_spawn(runtime.main(), viewModel->refreshSelectedLibrary(),
+                   [&](const std::exception_ptr&, ScanOutcome outcome) { users = std::move(outcome); });
+    runtime.runUntil([&] { return viewModel->scanProgress->has_value(); });
+    bool checked = false;
+    asio::co_spawn(runtime.main(), MainScreenViewModel::checkForNewFiles(viewModel, {broken, last}),
+                   [&](const std::exception_ptr&) { checked = true; });
+    runtime.runUntil([&] { return users && checked; });
+    ASSERT_TRUE(*users) << "the user's scan went on";
+    EXPECT_EQ(last->files.size(), 1U) << "the check scanned after it";
+    EXPECT_EQ(error().rfind("Import failed", 0), std::string::npos) << error();
+}
+
+TEST_F(Scans, ACheckEndsQuietlyWithItsLibraryOrTheStateObject) {
+    signIn();
+    const LibraryRef library = add("A");
+    makeFiles("A");
+    for (const bool isSignOut : {false, true}) {
+        const LibraryRef checked = isSignOut ? add("A") : library;
+        bool ended = false;
+        asio::co_spawn(runtime.main(), MainScreenViewModel::checkForNewFiles(viewModel, {checked}),
+                       [&](const std::exception_ptr&) { ended = true; });
+        runtime.runUntil([&] { return viewModel->scanProgress->has_value(); });
+        runtime.run(isSignOut ? viewModel->clearLocalData() : viewModel->deleteLibrary(checked));
+        runtime.runUntil([&] { return ended; });
+        EXPECT_EQ(error(), "") << isSignOut;
+    }
+    // Nobody else holds the state object: it goes between two libraries of the check.
+    const LibraryRef empty = add("A");
+    std::weak_ptr<MainScreenViewModel> gone = viewModel;
+    bool ended = false;
+    const std::vector<LibraryRef> many(50, empty);
+    asio::co_spawn(runtime.main(), MainScreenViewModel::checkForNewFiles(viewModel, many),
+                   [&](const std::exception_ptr&) { ended = true; });
+    runtime.runUntil([&] { return viewModel->scanProgress->has_value(); });
+    viewModel.reset();
+    runtime.runUntil([&] { return ended; });
+    EXPECT_TRUE(gone.expired());
+    EXPECT_EQ(empty->scanRuns.size(), 1U);
+}
+
+TEST_F(Scans, DeletingALibraryLeavesTheScanOfAnotherAlone) {
+    signIn();
+    const LibraryRef scanned = add("A");
+    makeFiles("A");
+    std::optional<ScanOutcome> outcome;
+    asio::co_spawn(runtime.main(), viewModel->refreshSelectedLibrary(),
+                   [&](const std::exception_ptr&, ScanOutcome ended) { outcome = std::move(ended); });
+    runtime.runUntil([&] { return viewModel->scanProgress->has_value(); });
+    const LibraryRef other = add("B"); // on show now
+    runtime.run(viewModel->deleteLibrary(other));
+    runtime.runUntil([&] { return outcome.has_value(); });
+    EXPECT_TRUE(*outcome) << error();
+    EXPECT_EQ(scanned->files.size(), fileCount);
+}
+
+TEST_F(Scans, EverythingThatRunsCanBeStopped) {
+    signIn();
+    const LibraryRef library = add("A");
+    makeFiles("A");
+    begin(viewModel->refreshSelectedLibrary());
+    runtime.run(viewModel->stopEverything());
+    EXPECT_FALSE(viewModel->scanProgress->has_value());
+    EXPECT_EQ(error(), "");
+    EXPECT_FALSE(library->lastScanFinishedAt);
+}
+
 TEST_F(Scans, NothingOfALibraryThatIsDeletedMeanwhileStays) {
     for (const bool isSignOut : {true, false}) {
         SCOPED_TRACE(isSignOut);

@@ -1,4 +1,5 @@
 #include "app/AppFixture.hpp"
+#include "flows/TaggingRun.hpp"
 #include "platform/http/URLError.hpp"
 
 #include <algorithm>
@@ -76,13 +77,21 @@ TEST_F(Tagging, AtMostThreeBatchesAreInFlight) {
     EXPECT_EQ(tagging->requests.size(), 5U);
 }
 
-TEST_F(Tagging, TracksWithoutArtistOrTitleAreLeftOutAndTheOthersGetTheirOwnTags) {
-    library = libraryWithTracks("L", 4);
+TEST_F(Tagging, OnlyWhatCanBeTaggedIsPaidForAndOnce) {
+    library = libraryWithTracks("L", 5);
     const auto files = library->files.all();
     files[0]->track->edit().artist = std::nullopt;
     files[2]->track->edit().title = "";
-    const auto summary = runThroughTime(viewModel->tagTracks(allTracks(library)));
+    const auto once = allTracks(library);
+    auto selection = once;
+    selection.insert(selection.end(), once.begin(), once.end());
+    container->mainContext().remove(selection[4]);
+    const auto summary = runThroughTime(viewModel->tagTracks(selection));
+    EXPECT_EQ(summary.requested, 2);
     EXPECT_EQ(summary.tagged, 2);
+    EXPECT_EQ(summary.credits, 2);
+    EXPECT_EQ(summary.withoutArtistOrTitle, 2);
+    EXPECT_EQ(summary.repeats, 4);
     EXPECT_EQ(files[1]->track->genre, "House - Artist 1 - 1990s");
     EXPECT_EQ(files[3]->track->genre, "House - Artist 3 - 1990s");
     EXPECT_FALSE(files[0]->track->lastTagged);
@@ -101,6 +110,134 @@ TEST_F(Tagging, RefusesWhatCannotBeTagged) {
     runThroughTime(viewModel->tagTracks(tracks));
     EXPECT_EQ(error(), "Tagging service not initialized");
     EXPECT_TRUE(tagging->requests.empty());
+}
+
+TEST_F(Tagging, TagsAreInTheStoreBeforeAFileIsWritten) {
+    std::vector<std::int64_t> storedAtEachFile;
+    writer->beforeWrite = [&] { storedAtEachFile.push_back(stored("SELECT count(lastTagged) FROM Track")); };
+    tag(3);
+    EXPECT_THAT(storedAtEachFile, ElementsAre(3, 3, 3));
+}
+
+TEST_F(Tagging, AStoppedRunTakesInWhatIsUnderWayAndAsksForNoMore) {
+    library = libraryWithTracks("L", 45);
+    tagging->gate = std::make_shared<Event>(runtime.main());
+    std::optional<TaggingSummary> summary;
+    asio::co_spawn(runtime.main(), viewModel->tagTracks(allTracks(library)),
+                   [&](const std::exception_ptr&, TaggingSummary ended) { summary = std::move(ended); });
+    runtime.runUntil([&] {
+        if (tagging->requests.size() < 3) clock.advanceToNextSleeper();
+        return tagging->requests.size() == 3;
+    });
+    EXPECT_EQ(runtime.run(viewModel->storeTagsNow()), 30) << "what an immediate end would lose";
+    bool allEnded = false;
+    asio::co_spawn(runtime.main(), viewModel->stopEverything(),
+                   [&](const std::exception_ptr&) { allEnded = true; });
+    runtime.poll();
+    EXPECT_FALSE(allEnded) << "the run counts as work under way";
+    tagging->gate->set();
+    runtime.runUntil([&] { return summary && allEnded; });
+    EXPECT_EQ(tagging->requests.size(), 3U);
+    EXPECT_TRUE(summary->wasStopped);
+    EXPECT_EQ(summary->requested, 45);
+    EXPECT_EQ(summary->tagged, 30);
+    std::int64_t refused = 0;
+    for (const RefusedTracks& each : summary->refused)
+        refused += each.tracks;
+    EXPECT_EQ(refused, summary->untagged());
+    EXPECT_EQ(stored("SELECT count(lastTagged) FROM Track"), 30);
+    EXPECT_EQ(taggingJournal->unfinished().size(), 15U);
+}
+
+TEST_F(Tagging, WhatAKillLeavesInFlightIsNamedAtTheNextStart) {
+    library = libraryWithTracks("L", 2);
+    tagging->gate = std::make_shared<Event>(runtime.main());
+    bool ended = false;
+    asio::co_spawn(runtime.main(), viewModel->tagTracks(allTracks(library)),
+                   [&](const std::exception_ptr&, const TaggingSummary&) { ended = true; });
+    runtime.runUntil([&] { return !tagging->requests.empty(); });
+    {
+        makeFolder("killed");
+        std::filesystem::copy(folder / "tagging-in-flight.json", folder / "killed");
+        TaggingJournal nextStart(folder / "killed", runtime.executors());
+        runtime.run(nextStart.reportLeftOvers());
+        EXPECT_TRUE(log.contains("a batch of 2 tracks was under way"));
+        EXPECT_TRUE(log.contains("Artist 0 – Title 0; Artist 1 – Title 1"));
+        EXPECT_THAT(nextStart.unfinished(), ElementsAre("L0", "L1"));
+    }
+    tagging->gate->set();
+    runtime.runUntil([&] { return ended; });
+    TaggingJournal afterTheEnd(folder.path(), runtime.executors());
+    runtime.run(afterTheEnd.reportLeftOvers());
+    EXPECT_TRUE(afterTheEnd.unfinished().empty()) << "nothing was left";
+}
+
+TEST_F(Tagging, AnswersThatBringNothingLeaveTheGenreAndAreErrors) {
+    library = libraryWithTracks("L", 4);
+    const auto tracks = allTracks(library);
+    for (const TrackRef& track : tracks)
+        track->edit().genre = "Mine";
+    tagging->answer = [&](const std::vector<TrackTaggingInput>& inputs) {
+        auto result = ScriptedTaggingService::tagAll(inputs);
+        result.tags[0].genres.clear();
+        result.tags[0].era = std::nullopt;
+        container->mainContext().remove(tracks[1]);
+        result.tags.erase(result.tags.begin() + 2);
+        return result;
+    };
+    const auto summary = runThroughTime(viewModel->tagTracks(tracks));
+    EXPECT_EQ(summary.requested, 4);
+    EXPECT_EQ(summary.tagged, 1);
+    EXPECT_EQ(summary.refused.size(), 2U);
+    EXPECT_EQ(tracks[0]->genre, "Mine");
+    EXPECT_FALSE(tracks[0]->lastTagged);
+    EXPECT_EQ(tracks[2]->genre, "Mine");
+    EXPECT_EQ(writer->written.size(), 1U);
+    EXPECT_THAT(taggingJournal->unfinished(), ElementsAre("L0", "L2"));
+    EXPECT_EQ(error().rfind("Tagged 1 tracks using 4 credits, but some failed:\n", 0), 0U) << error();
+}
+
+TEST_F(Tagging, AWishSaysWhatIsLeftOutAndWhy) {
+    library = libraryWithTracks("L", 6);
+    auto tracks = allTracks(library);
+    tracks[0]->edit().artist = std::nullopt;
+    tracks[1]->edit().lastTagged = clock.now();
+    tracks.push_back(tracks[2]);
+    const std::set<std::string> failed{"L1", "L3"};
+
+    const struct {
+        TaggingWish wish;
+        std::vector<TrackRef> chosen;
+        std::size_t taggedAlready, notFailed, overLimit;
+    } cases[] = {
+        {{}, {tracks[2], tracks[3], tracks[4], tracks[5]}, 1, 0, 0},
+        {{.again = true}, {tracks[1], tracks[2], tracks[3], tracks[4], tracks[5]}, 0, 0, 0},
+        {{.limit = 1}, {tracks[2]}, 1, 0, 3},
+        {{.limit = 0}, {}, 1, 0, 4},
+        {{.failedOnly = true}, {tracks[1], tracks[3]}, 0, 3, 0},
+    };
+
+    for (const auto& each : cases) {
+        const TaggingSelection selection = selectForTagging(tracks, each.wish, failed);
+        EXPECT_EQ(selection.tracks, each.chosen);
+        EXPECT_EQ(selection.taggedAlready, each.taggedAlready);
+        EXPECT_EQ(selection.notFailed, each.notFailed);
+        EXPECT_EQ(selection.overLimit, each.overLimit);
+        EXPECT_EQ(selection.withoutArtistOrTitle, 1U);
+        EXPECT_EQ(selection.repeats, 1U);
+    }
+}
+
+TEST(TaggingErrors, ManyAreCountedAndFewAreListed) {
+    EXPECT_EQ(textOfErrors({"a", "a", "b"}), "a\na\nb");
+    std::vector<std::string> many(5'000, "slow down");
+    many.emplace_back("other");
+    EXPECT_EQ(textOfErrors(many), "slow down (5000 times)\nother");
+    for (int i = 0; i < 30; ++i)
+        many.push_back(std::to_string(i));
+    const std::string text = textOfErrors(many);
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 20);
+    EXPECT_EQ(text.substr(text.rfind('\n')), "\nand 12 more");
 }
 
 struct FailureCase {
@@ -135,6 +272,13 @@ TEST_F(Tagging, AFailedBatchLeavesTheOthersAndIsTold) {
         const std::string expected = failure.message;
         EXPECT_EQ(expected.empty() ? error() : error().substr(0, expected.size()), expected);
         EXPECT_TRUE(viewModel->tracksBeingTagged->empty());
+        ASSERT_EQ(summary.refused.size(), 1U);
+        EXPECT_EQ(summary.refused.front().tracks, 10);
+        EXPECT_EQ(taggingJournal->unfinished().size(), 10U);
+        EXPECT_EQ(log.contains("Server requests 3.0s delay"),
+                  failure.name == std::string("rate limit") || failure.name == std::string("network"));
+        EXPECT_EQ(readFile(folder / "crash").find("TaggingServiceError") != std::string::npos,
+                  failure.name == std::string("network"));
     }
 }
 
