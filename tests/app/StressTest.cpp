@@ -1,0 +1,155 @@
+// Operations of the state object run into each other at random: whatever meets whatever, memory, store,
+// grants and messages agree afterwards. The seed of a failure is in its message.
+
+#include "app/AppFixture.hpp"
+#include "flows/LibraryCreationError.hpp"
+
+#include <algorithm>
+#include <random>
+
+namespace velto::test {
+namespace {
+
+class Stress : public AppFixture {
+  protected:
+    /// Four folders of the same forty songs, so that every track lives in several libraries.
+    void makeFolders() {
+        runProgram({"ffmpeg", "-y", "-v", "error", "-f", "lavfi", "-i", "sine=duration=0.3", "-metadata",
+                    "artist=A", "-metadata", "title=Title-00", (folder / "song.mp3").string()});
+        const std::string song = readFile(folder / "song.mp3");
+        const std::size_t number = song.find("Title-00") + 6;
+        for (const char* name : {"A", "B", "C", "D"})
+            for (int i = 10; i < 50; ++i) {
+                std::string other = song;
+                other.replace(number, 2, std::to_string(i));
+                folder.write(std::string(name) + "/" + std::to_string(i) + ".mp3", other);
+            }
+    }
+
+    template <typename T>
+    void start(Task<T> task) {
+        ++running;
+        asio::co_spawn(runtime.main(), std::move(task),
+                       [this](const std::exception_ptr& failure, auto&&...) { end(failure); });
+    }
+
+    void end(const std::exception_ptr& failure) {
+        --running;
+        try {
+            if (failure) std::rethrow_exception(failure);
+        } catch (const LibraryCreationError&) { // another add was quicker
+        } catch (const std::exception& error) {
+            ADD_FAILURE() << describe(error);
+        }
+    }
+
+    LibraryRef anyLibrary() {
+        const auto& all = viewModel->libraries.get();
+        return all.empty() ? LibraryRef() : all[random() % all.size()];
+    }
+
+    void startAny() {
+        const LibraryRef library = anyLibrary();
+        const auto tracks = [&] {
+            std::vector<TrackRef> found;
+            if (library)
+                for (const FileItemRef& file : library->files)
+                    if (file->track) found.push_back(file->track);
+            return found;
+        };
+        switch (random() % 12) {
+        case 0:
+        case 1:
+        case 2: {
+            const std::string name(1, static_cast<char>('A' + random() % 4));
+            return start(viewModel->addLibrary(name, folder / name, "*.mp3", std::nullopt));
+        }
+        case 3:
+            return library ? start(viewModel->deleteLibrary(library)) : void();
+        case 4:
+            return library ? start(viewModel->selectLibrary(library)) : void();
+        case 5:
+            return start(viewModel->refreshSelectedLibrary());
+        case 6:
+            return start(MainScreenViewModel::checkForNewFiles(viewModel, viewModel->libraries));
+        case 7:
+            return start(viewModel->tagTracks(tracks()));
+        case 8:
+            return start(viewModel->clearTags(tracks()));
+        case 9:
+            return start(viewModel->loadData());
+        case 10:
+            return random() % 4 == 0 ? start(viewModel->clearLocalData()) : start(viewModel->cancelScan());
+        default:
+            viewModel->errorMessage = "of another operation";
+        }
+    }
+
+    void settle() {
+        runtime.runUntil([&] {
+            clock.advanceToNextSleeper();
+            return running == 0;
+        });
+        runtime.run(viewModel->stopEverything());
+    }
+
+    void expectAgreement() {
+        auto& context = container->mainContext();
+        const auto inMemory = context.fetch<Library>();
+        EXPECT_THAT(viewModel->libraries.get(), ::testing::UnorderedElementsAreArray(inMemory));
+        EXPECT_LE(grants.activeCount(), 4);
+        for (const LibraryRef& library : inMemory) {
+            EXPECT_TRUE(defaults.data("LibraryBookmark_" + library->name)) << library->name;
+            EXPECT_LE(grants.activeCount(library->rootPath), 1) << library->name;
+        }
+        const LibraryRef selected = viewModel->selectedLibrary;
+        EXPECT_TRUE(!selected || !selected->isDeleted());
+        for (const TrackRef& track : viewModel->tracks.get())
+            EXPECT_FALSE(track->isDeleted());
+        for (const TrackRef& track : context.fetch<Track>())
+            EXPECT_FALSE(track->files.empty()) << track->canonicalSig;
+        EXPECT_FALSE(viewModel->scanProgress->has_value() || viewModel->taggingProgress->has_value() ||
+                     viewModel->clearingProgress->has_value() || viewModel->isLoading);
+        EXPECT_TRUE(viewModel->tracksBeingTagged->empty());
+        context.save();
+        for (const auto& [table, count] : {std::pair{"Library", context.count<Library>()},
+                                           {"FileItem", context.count<FileItem>()},
+                                           {"Track", context.count<Track>()}})
+            EXPECT_EQ(stored(std::string("SELECT count(*) FROM ") + table), static_cast<std::int64_t>(count))
+                << table;
+    }
+
+    std::mt19937 random;
+    int running = 0;
+};
+
+TEST_F(Stress, OperationsThatMeetLeaveEverythingInAgreement) {
+    makeFolders();
+    std::int64_t tagged = 0;
+    for (unsigned seed = 1; seed <= 12; ++seed) {
+        SCOPED_TRACE(seed);
+        random.seed(seed);
+        restart();
+        signIn();
+        runtime.run(viewModel->loadData());
+        for (int step = 0; step < 60; ++step) {
+            startAny();
+            for (auto polls = random() % 6; polls > 0; --polls) {
+                clock.advanceToNextSleeper();
+                runtime.poll();
+            }
+            if (running > 6) settle();
+        }
+        settle();
+        expectAgreement();
+        tagged += stored("SELECT count(lastTagged) FROM Track");
+        viewModel->errorMessage = std::nullopt;
+        if (HasFailure()) break;
+    }
+    EXPECT_GT(tagged, 0) << "nothing met anything";
+    viewModel.reset();
+    EXPECT_EQ(grants.activeCount(), 0);
+}
+
+} // namespace
+} // namespace velto::test
