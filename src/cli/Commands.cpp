@@ -3,6 +3,10 @@
 #include "platform/model/InBackground.hpp"
 #include "platform/text/Text.hpp"
 
+#include <fmt/ranges.h>
+
+#include <algorithm>
+
 namespace velto::cli {
 
 Task<Output> runCommand(Context& context) {
@@ -58,6 +62,17 @@ Task<void> loadStore(Context& context) {
     }
 }
 
+std::string unknownLibrary(const std::string& name, const std::vector<LibraryRef>& libraries) {
+    if (libraries.empty()) return "there is no library yet, add one: veltoctl library add FOLDER";
+    constexpr std::size_t mostNamed = 10;
+    std::vector<std::string> names;
+    for (std::size_t i = 0; i < std::min(libraries.size(), mostNamed); ++i)
+        names.push_back("'" + libraries[i]->name + "'");
+    if (libraries.size() > mostNamed)
+        names.push_back(fmt::format("{} more (veltoctl library list)", libraries.size() - mostNamed));
+    return fmt::format("there is no library '{}', there is {}", name, fmt::join(names, ", "));
+}
+
 } // namespace
 
 Task<void> loadLists(Context& context) {
@@ -74,14 +89,16 @@ Task<LibraryRef> selectNamedLibrary(Context& context) {
         // Selected before the load, so that only this library's folder is reached for.
         const auto named =
             context.app.sharedModelContainer().mainContext().findUnique<Library>("name", *name);
-        if (!named)
-            throw CommandFailed("There is no library named '" + *name + "'. 'library list' shows them.");
+        if (!named) {
+            co_await loadLists(context);
+            throw CommandFailed(unknownLibrary(*name, viewModel->libraries));
+        }
         viewModel->selectedLibrary = named;
     }
     co_await loadLists(context);
     if (!viewModel->selectedLibrary.get()) {
         failOnError(*viewModel);
-        throw CommandFailed("There is no library yet. Add one: veltoctl library add FOLDER");
+        throw CommandFailed("there is no library yet, add one: veltoctl library add FOLDER");
     }
     co_return viewModel->selectedLibrary;
 }

@@ -11,7 +11,8 @@
 
 namespace velto::cli {
 
-/// A command that could not do what it was asked: `what()` is the user's text. Exit code 1.
+/// A command that could not do what it was asked: `what()` says in one line what is wrong and what helps.
+/// Exit code 1.
 class CommandFailed : public Error {
   public:
     using Error::Error;
@@ -27,6 +28,7 @@ class CommandCancelled : public Error {
 /// What a command works with; it outlives the command. Main actor.
 struct Context {
     const Options& options;
+    const Home& home;
     VeltoApp& app;
     Terminal& terminal;
     Executors executors;
@@ -35,7 +37,7 @@ struct Context {
     std::optional<std::string> sessionError; ///< why a stored token led to no session
 };
 
-/// What a command leaves: standard output gets `json` with --json, or `jsonText` where that is given, else
+/// What a command leaves: standard output gets `json` with --json, or `jsonText` if that is given, else
 /// `text`. A `failure` goes to standard error beside it and makes the exit code 1.
 struct Output {
     std::string text;
@@ -74,20 +76,24 @@ Task<Output> signIn(Context& context);
 Task<Output> signOut(Context& context);
 Task<Output> whoAmI(Context& context);
 
-/// Loads the store's lists. Throws CommandFailed where the store cannot be read.
+/// Loads the store's lists. Throws CommandFailed if the store cannot be read.
 Task<void> loadLists(Context& context);
 
-/// Loads the store's lists and selects the library that was named, else the first. Throws CommandFailed where
+/// Loads the store's lists and selects the library that was named, else the first. Throws CommandFailed if
 /// there is none.
 Task<LibraryRef> selectNamedLibrary(Context& context);
 
-/// Throws CommandFailed with the state object's error text where there is one.
+/// Throws CommandFailed, which says how to sign in or why the stored token is of no use, unless somebody is
+/// signed in.
+void requireSession(const Context& context);
+
+/// Throws CommandFailed with the state object's error text if there is one.
 void failOnError(const MainScreenViewModel& viewModel);
 
 /// Shows the state object's progress while it lives.
 [[nodiscard]] std::vector<Subscription> showProgress(const Context& context, MainScreenViewModel& viewModel);
 
-/// Asks the question unless --yes was given. Throws CommandCancelled where the answer is not yes.
+/// Asks the question unless --yes was given. Throws CommandCancelled unless the answer is yes.
 Task<void> confirm(Context& context, std::string question);
 
 } // namespace velto::cli

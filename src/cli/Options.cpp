@@ -36,8 +36,17 @@ class Parser {
             ->type_name("FILE")
             ->check(isNotEmpty);
         app_.add_flag("--json", options_.json, "Print one JSON value and nothing else on standard output");
-        app_.add_flag("--quiet", options_.quiet, "No progress and no log lines on standard error");
+        auto* quiet = app_.add_flag_callback(
+            "--quiet", [this] { options_.verbosity = Verbosity::quiet; },
+            "Nothing but failures on standard error: no progress");
+        app_.add_flag_callback(
+                "--verbose", [this] { options_.verbosity = Verbosity::verbose; },
+                "Show the log's lines on standard error too")
+            ->excludes(quiet);
         app_.fallthrough();
+        app_.failure_message([](const CLI::App*, const CLI::Error& error) {
+            return std::string("velto: ") + error.what() + " (veltoctl --help)\n";
+        });
         addLibraryCommands();
         addTrackCommands();
         addAccountCommands();
@@ -61,7 +70,7 @@ class Parser {
 
     CLI::App* libraryCommand(const std::string& name, const std::string& text, Command what) {
         CLI::App* sub = command(app_, name, text, what);
-        sub->add_option("NAME", options_.library, "The library (default: the first by name)");
+        sub->add_option("NAME", options_.library, "The library (default: the first by name)")->type_name("");
         return sub;
     }
 
@@ -71,7 +80,7 @@ class Parser {
         library->fallthrough();
         CLI::App* add =
             command(*library, "add", "Make a folder of music a library and scan it", Command::libraryAdd);
-        add->add_option("PATH", options_.folder, "The folder")->required()->check(isNotEmpty);
+        add->add_option("PATH", options_.folder, "The folder")->type_name("")->required()->check(isNotEmpty);
         add->add_option("--name", options_.library, "Its name (default: the folder's)")
             ->type_name("N")
             ->check(isNotEmpty);
@@ -79,12 +88,13 @@ class Parser {
                         "Files to take (default: *.{mp3,m4a,aif,aiff,wav,flac})")
             ->type_name("G");
         add->add_option("--exclude", options_.excludeGlob, "Files to leave out")->type_name("G");
-        add->add_flag("!--no-scan", options_.scanAfterAdding, "Do not scan it now");
+        add->add_flag_callback(
+            "--no-scan", [this] { options_.scanAfterAdding = false; }, "Do not scan it now");
         command(*library, "list", "List the libraries", Command::libraryList);
         CLI::App* remove =
             command(*library, "remove", "Forget a library; its music files stay where they are",
                     Command::libraryRemove);
-        remove->add_option("NAME", options_.library, "The library")->required();
+        remove->add_option("NAME", options_.library, "The library")->type_name("")->required();
     }
 
     void addTrackCommands() {
@@ -107,13 +117,14 @@ class Parser {
         command(app_, "sign-in", "Sign in: opens the web page, or takes the callback URL it ends with",
                 Command::signIn)
             ->add_option("CALLBACK-URL", options_.callbackUrl,
-                         "velto://auth?token=...; - reads it from standard input");
+                         "velto://auth?token=...; - reads it from standard input")
+            ->type_name("");
         command(app_, "sign-out", "Sign out and clear the libraries and playlists from this computer's store",
                 Command::signOut);
         command(app_, "whoami", "Show who is signed in and the credits left", Command::whoAmI);
     }
 
-    CLI::App app_{"Velto: a DJ's music library, scanned, tagged and kept", "veltoctl"};
+    CLI::App app_{"A DJ's music library, scanned, tagged and kept", "veltoctl"};
     Options options_;
 };
 

@@ -113,13 +113,14 @@ struct Terminal::State {
     }
 };
 
-Terminal::Terminal(bool quiet, const Clock& clock)
+Terminal::Terminal(Verbosity verbosity, const Clock& clock)
     : state_(std::make_shared<State>())
     , clock_(clock)
-    , isQuiet_(quiet)
+    , isQuiet_(verbosity == Verbosity::quiet)
     , writer_([state = state_] { state->run(); }) {
     state_->isTerminal = ::isatty(STDERR_FILENO) == 1;
-    if (!quiet) sink_ = log::addSink([state = state_](std::string_view lines) { state->append(lines); });
+    if (verbosity == Verbosity::verbose)
+        sink_ = log::addSink([state = state_](std::string_view lines) { state->append(lines); });
 }
 
 Terminal::~Terminal() {
@@ -171,6 +172,10 @@ void Terminal::endProgress() {
 void Terminal::say(std::string_view text) {
     log::flush();
     state_->append(text::printableLines(text) + "\n");
+}
+
+void Terminal::complain(std::string_view text) {
+    say("velto: " + text::printable(text));
 }
 
 void Terminal::flush() {

@@ -23,10 +23,10 @@ std::string line(const TrackRef& track) {
     return text::printable(text) + "\n";
 }
 
-void sayUnwritten(Context& context, const std::string& what, std::int64_t files) {
+void complainOfUnwritten(Context& context, const std::string& what, std::int64_t files) {
     if (files > 0)
-        context.terminal.say(what + plural(static_cast<std::size_t>(files), "file") +
-                             "; the log says which and why.");
+        context.terminal.complain(what + plural(static_cast<std::size_t>(files), "file") + "; why is in " +
+                                  context.home.log.string());
 }
 
 } // namespace
@@ -65,7 +65,7 @@ Task<Output> tag(Context& context) {
                                          : fmt::format("{}", fmt::join(summary.errors, "\n"));
     co_await viewModel->backgroundWorkFinished();
     if (!message && viewModel->errorMessage.get()) context.terminal.say(*viewModel->errorMessage.get());
-    sayUnwritten(context, "The genre could not be written to ", summary.unwrittenFiles);
+    complainOfUnwritten(context, "the genre could not be written to ", summary.unwrittenFiles);
     Output output;
     output.json = {{"tagged", summary.tagged},
                    {"credits", summary.credits},
@@ -89,7 +89,7 @@ Task<Output> clearTags(Context& context) {
     viewModel->errorMessage = std::nullopt;
     const auto progress = showProgress(context, *viewModel);
     const std::int64_t unwritten = co_await viewModel->clearTags(tracks);
-    sayUnwritten(context, "The genre could not be cleared from ", unwritten);
+    complainOfUnwritten(context, "the genre could not be cleared from ", unwritten);
     failOnError(*viewModel);
     co_return Output{
         "Cleared the tags of " + plural(tracks.size(), "track") + ".\n", {{"cleared", tracks.size()}}, {}};

@@ -87,7 +87,7 @@ class Program {
         , pool_(poolThreads)
         , executors_{context_.get_executor(), pool_.get_executor()}
         , signals_(context_, SIGINT, SIGTERM)
-        , terminal_(options.quiet, clock_)
+        , terminal_(options.verbosity, clock_)
         , browser_(terminal_, executors_) {}
 
     int run() {
@@ -95,7 +95,7 @@ class Program {
         std::signal(SIGPIPE, SIG_IGN);
         int code = failed;
         asio::co_spawn(context_, runToEnd(code), [this](const std::exception_ptr& failure) {
-            if (failure) terminal_.say(describe(failure));
+            if (failure) terminal_.complain(describe(failure));
             signals_.cancel();
             context_.stop();
         });
@@ -116,7 +116,7 @@ class Program {
     Task<void> runCommandLine(int& code) {
         try {
             home_ = prepareHome(options_.home);
-            logFile_ = log::addFileSink(home_.log);
+            openLogFile();
             const Output output = co_await command();
             const std::string text = options_.json ? output.jsonText.value_or(printed(output.json)) + "\n"
                                                    : text::printableLines(output.text);
@@ -126,17 +126,26 @@ class Program {
                 std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
             // Whoever reads only the first lines of a pipe needs no message.
             if (!written && errno != EPIPE)
-                terminal_.say(describe(SystemError(errno, "Cannot write", "standard output")));
-            if (output.failure) terminal_.say(*output.failure);
+                terminal_.complain(describe(SystemError(errno, "Cannot write", "standard output")));
+            if (output.failure) terminal_.complain(*output.failure);
             code = output.failure || !written ? failed : done;
         } catch (const CommandCancelled& error) {
             terminal_.endProgress();
-            terminal_.say(describe(error));
+            terminal_.complain(describe(error));
             code = cancelled;
         } catch (const std::exception& error) {
             terminal_.endProgress();
-            terminal_.say(describe(error));
+            terminal_.complain(describe(error));
             code = failed;
+        }
+    }
+
+    /// Without a log file the commands work all the same.
+    void openLogFile() {
+        try {
+            logFile_ = log::addFileSink(home_.log);
+        } catch (const std::exception& error) {
+            terminal_.complain(describe(error));
         }
     }
 
@@ -144,7 +153,7 @@ class Program {
         co_await compose();
         if (const auto& failure = app_->backendFailure()) {
             if (!worksWithoutBackend(options_)) throw CommandFailed(*failure);
-            terminal_.say(*failure);
+            terminal_.complain(*failure);
         }
         if (usesSession(options_)) co_await restoreSession(*commandContext_);
         co_return co_await runCommand(*commandContext_);
@@ -166,8 +175,8 @@ class Program {
                                             .checksAtLoad = false};
         app_ = co_await VeltoApp::launch(std::move(configuration));
         (void)app_->viewModel();
-        commandContext_.emplace(
-            Context{options_, *app_, terminal_, executors_, clock_, BackgroundTasks(executors_.main), {}});
+        commandContext_.emplace(Context{
+            options_, home_, *app_, terminal_, executors_, clock_, BackgroundTasks(executors_.main), {}});
     }
 
     void waitForSignal() {

@@ -23,7 +23,7 @@ std::string inStore(const fs::path& home, const std::string& query) {
 TEST_F(Cli, StopsAScanAndClosesItsRun) {
     prepare();
     ASSERT_EQ(run({"library", "add", manySongs(manyFiles).string(), "--no-scan"}).status, 0);
-    RunningProgram scan(command({"scan", "many"}));
+    RunningProgram scan(command({"--verbose", "scan", "many"}));
     ASSERT_TRUE(scan.waitFor("[SEQUENTIAL] Processing")) << scan.standardError;
     scan.signal(SIGINT);
     EXPECT_EQ(scan.finish(), 130) << scan.standardError;
@@ -39,7 +39,7 @@ TEST_F(Cli, StopsAScanAndClosesItsRun) {
 TEST_F(Cli, EndsAtAnInterruptThoughNobodyReadsWhatItSays) {
     prepare();
     ASSERT_EQ(run({"library", "add", manySongs(manyFiles).string(), "--no-scan"}).status, 0);
-    RunningProgram scan(command({"scan", "many"}));
+    RunningProgram scan(command({"--verbose", "scan", "many"}));
     const auto isReading = [&] {
         return readFile(home() / "velto.log").find("[SEQUENTIAL] Processing 20000") != std::string::npos;
     };
@@ -53,7 +53,7 @@ TEST_F(Cli, EndsAtAnInterruptThoughNobodyReadsWhatItSays) {
 TEST_F(Cli, EndsAScanThatIsInterruptedTooLateAsIfNothingHadHappened) {
     prepare();
     ASSERT_EQ(run({"library", "add", manySongs(manyFiles).string(), "--no-scan"}).status, 0);
-    RunningProgram scan(command({"scan", "many"}));
+    RunningProgram scan(command({"--verbose", "scan", "many"}));
     ASSERT_TRUE(scan.waitFor("[DEFERRED] Starting optimized")) << scan.standardError;
     scan.signal(SIGINT);
     EXPECT_EQ(scan.finish(), 0) << scan.standardError;
@@ -65,7 +65,7 @@ TEST_F(Cli, LetsFilesBeWrittenAtTheFirstInterruptAndEndsAtTheSecond) {
     const std::string before = readFile(music() / "song.mp3");
     for (const int interrupts : {1, 2}) {
         startBackend({"--fault", interrupts == 1 ? "slow:300" : "slow:600000"});
-        RunningProgram tagging(command({"tag", "--yes"}));
+        RunningProgram tagging(command({"--verbose", "tag", "--yes"}));
         ASSERT_TRUE(tagging.waitFor("[VM] Processing batch 1/1")) << tagging.standardError;
         tagging.signal(SIGINT);
         ASSERT_TRUE(tagging.waitFor("Press Ctrl-C again")) << tagging.standardError;

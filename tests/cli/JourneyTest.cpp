@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <regex>
 #include <set>
 #include <sys/stat.h>
@@ -43,29 +44,33 @@ TEST_F(Cli, TellsWrongUsageFromAFailureAndFromHelp) {
         {{"tracks", "--limit", "-1"}, 2, "--limit"},
         {{"--home", "", "whoami"}, 2, "--home"},
         {{"library", "list"}, 0, ""},
-        {{"scan"}, 1, "There is no library yet"},
-        {{"tracks", "Nope"}, 1, "There is no library named 'Nope'"},
-        {{"whoami"}, 1, "Not signed in\n"},
-        {{"tag"}, 1, "There is no library yet"},
-        {{"library", "add", "/tmp"}, 1, "Please sign in to add a library\n"},
-        {{"sign-in", "https://auth?token=a"}, 1, "This is not the link"},
-        {{"sign-in"}, 130, "Cancelled\n"},
+        {{"--quiet", "--verbose", "whoami"}, 2, "--quiet"},
+        {{"scan"}, 1, "velto: there is no library yet, add one: veltoctl library add FOLDER\n"},
+        {{"tracks", "Nope"}, 1, "velto: there is no library yet"},
+        {{"whoami"}, 1, "velto: sign in first: veltoctl sign-in\n"},
+        {{"tag"}, 1, "velto: there is no library yet"},
+        {{"library", "add", "/tmp"}, 1, "velto: sign in first: veltoctl sign-in\n"},
+        {{"sign-in", "https://auth?token=a"}, 1, "velto: this is not the link"},
+        {{"sign-in"}, 130, "velto: Cancelled\n"},
     };
     for (const auto& [arguments, status, says] : cases) {
         const auto output = run(arguments);
         EXPECT_EQ(output.status, status) << testing::PrintToString(arguments) << output.standardError;
         EXPECT_THAT(output.standardError, HasSubstr(says));
+        if (status < 2) { // a person who cancels was shown the sign-in page before
+            EXPECT_EQ(std::count(output.standardError.begin(), output.standardError.end(), '\n'), status);
+        }
         EXPECT_EQ(status == 0, !output.standardOutput.empty()) << testing::PrintToString(arguments);
     }
 }
 
-TEST_F(Cli, FailsWhereItsOutputCannotBeWritten) {
+TEST_F(Cli, FailsIfItsOutputCannotBeWritten) {
     Arguments all{"/bin/sh", "-c", R"("$0" "$@" >/dev/full)"};
     for (const auto& word : command({"--quiet", "--json", "library", "list"}))
         all.push_back(word);
     const auto output = files::runProcess(all);
     EXPECT_EQ(output.status, 1);
-    EXPECT_EQ(output.standardError, "Cannot write standard output: No space left on device\n");
+    EXPECT_EQ(output.standardError, "velto: Cannot write standard output: No space left on device\n");
 }
 
 TEST_F(Cli, TagsAFolderOfMusicAndClearsItAgain) {
@@ -155,8 +160,7 @@ TEST_F(Cli, KeepsWhatIsItsOwnPrivateAndBelowItsHome) {
     addSong("song.mp3", "song.mp3");
     startBackend();
     token_ = backend_->signIn("dj@example.org");
-    // The loud way: log lines reach standard error too.
-    const auto signIn = files::runProcess(command({"sign-in", "velto://auth?token=" + token_}));
+    const auto signIn = files::runProcess(command({"--verbose", "sign-in", "velto://auth?token=" + token_}));
     EXPECT_THAT(signIn.standardError, HasSubstr("[URL CALLBACK] Token extracted: " + token_.substr(0, 20)));
     ASSERT_EQ(run({"library", "add", music().string()}).status, 0);
     ASSERT_EQ(run({"tag", "--yes"}).status, 0);
@@ -208,25 +212,33 @@ TEST_F(Cli, KeepsTheTokenInARealKeyring) {
     const std::string known = "ring@example.org, 1000 credits left\n";
     EXPECT_EQ(output.standardOutput, known + known + "Signed out.\n");
     EXPECT_THAT(output.standardError,
-                testing::EndsWith("Not signed in\nNot signed in\n")); // behind the bus's
+                testing::EndsWith("velto: sign in first: veltoctl sign-in\n"
+                                  "velto: sign in first: veltoctl sign-in\n")); // after the bus's
     EXPECT_EQ(output.status, 1);
 }
 
-TEST_F(Cli, DrawsItsProgressBelowTheLogLinesOfATerminal) {
+TEST_F(Cli, DrawsItsProgressOnATerminalAndTheLogsLinesOnlyIfAsked) {
     for (int i = 0; i < 60; ++i)
         addSong("song.mp3", fmt::format("{}.mp3", i));
     prepare();
-    std::string line;
-    for (const auto& word : command({"scan"}))
-        line += word + " ";
-    // `script` gives the program a terminal.
-    const std::string shown = runProgram({"script", "-qec", line, "/dev/null"});
     const std::regex progress(R"([A-Z][A-Za-z ]+\.\.\.( \d+ of \d+ \(\d+%\)(, [^\r]* left)?)?\r\x1b\[K)");
-    const std::string rest = std::regex_replace(shown, progress, "");
-    EXPECT_NE(rest, shown);
-    EXPECT_THAT(rest, Not(HasSubstr("\x1b")));
-    EXPECT_THAT(rest, Not(HasSubstr("%)")));
-    EXPECT_THAT(rest, HasSubstr("\r\nScanned Music: 60 files, 0 new"));
+    const std::string result = "Scanned Music: 60 files, 0 new, 0 changed, 0 missing, 0 with errors.\r\n";
+    for (const bool verbose : {false, true}) {
+        std::string line;
+        for (const auto& word : command({"scan"}))
+            line += word + " ";
+        if (verbose) line += "--verbose";
+        // `script` gives the program a terminal.
+        const std::string shown = runProgram({"script", "-qec", line, "/dev/null"});
+        const std::string rest = std::regex_replace(shown, progress, "");
+        EXPECT_NE(rest, shown);
+        EXPECT_THAT(rest, Not(HasSubstr("\x1b")));
+        EXPECT_THAT(rest, Not(HasSubstr("%)")));
+        if (!verbose) {
+            EXPECT_EQ(rest, result);
+        }
+        EXPECT_THAT(rest, HasSubstr((verbose ? "\r\n" : "") + result));
+    }
 }
 
 } // namespace
