@@ -1,6 +1,15 @@
 #include "cli/Options.hpp"
 
+#include "app/Home.hpp"
+#include "cli/CommandTree.hpp"
+#include "cli/Completion.hpp"
+#include "cli/LibraryNames.hpp"
+#include "cli/Manual.hpp"
+
 #include <CLI/CLI.hpp>
+
+#include <functional>
+#include <iostream>
 
 namespace velto::cli {
 
@@ -50,6 +59,7 @@ class Parser {
         addLibraryCommands();
         addTrackCommands();
         addAccountCommands();
+        addHiddenCommands();
     }
 
     std::variant<Options, int> parse(int argc, const char* const* argv) {
@@ -57,6 +67,10 @@ class Parser {
             app_.parse(argc, argv);
         } catch (const CLI::ParseError& error) {
             return app_.exit(error) == 0 ? 0 : usageError;
+        }
+        if (printed_) {
+            std::cout << printed_();
+            return std::cout.flush() ? 0 : 1;
         }
         return options_;
     }
@@ -124,8 +138,34 @@ class Parser {
         command(app_, "whoami", "Show who is signed in and the credits left", Command::whoAmI);
     }
 
+    /// For the package and for shells, not for people.
+    void addHiddenCommands() {
+        CLI::App* completion = app_.add_subcommand("completion", "What makes a shell complete veltoctl");
+        completion->group("");
+        completion->add_option("SHELL", completed_, "bash, zsh, fish; or libraries: their names")
+            ->required()
+            ->check(CLI::IsMember({"bash", "zsh", "fish", "libraries"}));
+        completion->callback([this] { printed_ = [this] { return completionFor(completed_); }; });
+        CLI::App* manual = app_.add_subcommand("manual", "The manual page");
+        manual->group("");
+        manual->callback(
+            [this] { printed_ = [this] { return manualPage(commandTree(app_), VELTO_VERSION); }; });
+    }
+
+    [[nodiscard]] std::string completionFor(const std::string& what) const {
+        if (what == "bash") return bashCompletion(commandTree(app_));
+        if (what == "zsh") return zshCompletion(commandTree(app_));
+        if (what == "fish") return fishCompletion(commandTree(app_));
+        std::string lines;
+        for (const auto& name : libraryNames(homeAt(options_.home).store))
+            lines += name + "\n";
+        return lines;
+    }
+
     CLI::App app_{"A DJ's music library, scanned, tagged and kept", "veltoctl"};
     Options options_;
+    std::string completed_;
+    std::function<std::string()> printed_; ///< what is printed in place of running a command
 };
 
 } // namespace
