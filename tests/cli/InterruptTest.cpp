@@ -50,16 +50,6 @@ TEST_F(Cli, EndsAtAnInterruptThoughNobodyReadsWhatItSays) {
     EXPECT_EQ(inStore(home(), "SELECT count(*) FROM ScanRun WHERE finishedAt IS NULL"), "0\n");
 }
 
-TEST_F(Cli, EndsAScanThatIsInterruptedTooLateAsIfNothingHadHappened) {
-    prepare();
-    ASSERT_EQ(run({"library", "add", manySongs(manyFiles).string(), "--no-scan"}).status, 0);
-    RunningProgram scan(command({"--verbose", "scan", "many"}));
-    ASSERT_TRUE(scan.waitFor("[DEFERRED] Starting optimized")) << scan.standardError;
-    scan.signal(SIGINT);
-    EXPECT_EQ(scan.finish(), 0) << scan.standardError;
-    EXPECT_EQ(inStore(home(), "SELECT count(*) FROM FileItem"), std::to_string(manyFiles + 1) + "\n");
-}
-
 TEST_F(Cli, LetsFilesBeWrittenAtTheFirstInterruptAndEndsAtTheSecond) {
     prepare();
     const std::string before = readFile(music() / "song.mp3");
