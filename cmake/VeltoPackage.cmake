@@ -3,7 +3,7 @@
 
 include(GNUInstallDirs)
 
-set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON) # the tests are no part of a package
+set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON) # the tests are not part of a package
 
 # Side by side: veltoctl starts the velto-backend that lies next to it.
 install(TARGETS veltoctl velto-backend RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")

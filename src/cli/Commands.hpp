@@ -21,7 +21,7 @@ class CommandFailed : public Error {
 /// The user stopped it. Exit code 130.
 class CommandCancelled : public Error {
   public:
-    explicit CommandCancelled(const std::string& text = "Cancelled")
+    explicit CommandCancelled(const std::string& text = "cancelled")
         : Error(text) {}
 };
 

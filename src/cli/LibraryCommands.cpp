@@ -45,7 +45,8 @@ Task<ScanRunRef> scanSelected(Context& context) {
     try {
         if (outcome.failure) std::rethrow_exception(outcome.failure);
     } catch (const ScannerError& error) {
-        if (error.kind() == ScannerError::Case::scanCancelled) throw CommandCancelled(text);
+        if (error.kind() == ScannerError::Case::scanCancelled)
+            throw CommandCancelled("the scan was cancelled, nothing of it is stored");
     } catch (const std::exception&) { // the text says it
     }
     const std::string reason = co_await failureAt(context, library, text);

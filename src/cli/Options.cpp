@@ -5,6 +5,7 @@
 #include "cli/Completion.hpp"
 #include "cli/LibraryNames.hpp"
 #include "cli/Manual.hpp"
+#include "platform/text/Printable.hpp"
 
 #include <CLI/CLI.hpp>
 
@@ -53,8 +54,12 @@ class Parser {
                 "Show the log's lines on standard error too")
             ->excludes(quiet);
         app_.fallthrough();
-        app_.failure_message([](const CLI::App*, const CLI::Error& error) {
-            return std::string("velto: ") + error.what() + " (veltoctl --help)\n";
+        app_.failure_message([](const CLI::App* app, const CLI::Error& error) {
+            const auto unknown = app->remaining(true);
+            const bool isNoCommand = error.get_name() == "RequiredError" && !unknown.empty();
+            const std::string text =
+                isNoCommand ? "there is no command '" + unknown.front() + "'" : error.what();
+            return "velto: " + text::printable(text) + " (veltoctl --help)\n";
         });
         addLibraryCommands();
         addTrackCommands();

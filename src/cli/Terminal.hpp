@@ -24,8 +24,8 @@ class Terminal {
     Terminal(const Terminal&) = delete;
     Terminal& operator=(const Terminal&) = delete;
 
-    /// Shows how far something is; at most ten times a second, piped every two. `total` 0 shows the text
-    /// alone.
+    /// Shows how far something has come: at most ten times a second on a terminal, every two seconds
+    /// otherwise. A `total` of 0 shows the text alone.
     void progress(std::string_view text, std::int64_t done, std::int64_t total,
                   std::optional<double> secondsLeft);
     void progress(const ScanProgress& progress);
@@ -37,7 +37,7 @@ class Terminal {
     /// Why something is not done and what helps, as one line: "velto: ...".
     void complain(std::string_view text);
 
-    /// Waits until all that was said stands there; a second at most if nobody reads.
+    /// Waits until everything is written; a second at most if nobody reads.
     void flush();
 
   private:
@@ -51,8 +51,8 @@ class Terminal {
     log::SinkHandle sink_;
 };
 
-/// Asks on standard error, where no progress may stand, and reads a line from standard input; absent at its
-/// end. Blocks.
+/// Asks on standard error and reads a line from standard input; nothing at its end. No progress may be on
+/// show. Blocks.
 std::optional<std::string> ask(Terminal& terminal, const std::string& question);
 
 } // namespace velto::cli

@@ -22,7 +22,7 @@ constexpr int failed = 1;
 constexpr int cancelled = 130;
 constexpr std::size_t poolThreads = 4;
 
-/// Shows the page's address, and opens it where there is a desktop.
+/// Shows a page's address, and opens the page if there is a desktop.
 class TerminalBrowser final : public Browser {
   public:
     TerminalBrowser(Terminal& terminal, Executors executors)
@@ -30,7 +30,7 @@ class TerminalBrowser final : public Browser {
         , executors_(std::move(executors)) {}
 
     void openURL(const std::string& url) override {
-        terminal_.say("Open this page in your browser to sign in:\n  " + url);
+        terminal_.say("Open this page in your browser:\n  " + url);
         if (std::getenv("DISPLAY") == nullptr && std::getenv("WAYLAND_DISPLAY") == nullptr) return;
         asio::post(executors_.pool, [url] {
             try {
@@ -68,12 +68,12 @@ bool worksWithoutBackend(const Options& options) {
     return options.command == Command::scan || options.command == Command::check;
 }
 
-/// `check` asks for the session only where it found something to scan.
+/// `check` asks for the session only if it finds something to scan.
 bool usesSession(const Options& options) {
     return needsBackend(options) && options.command != Command::signIn && options.command != Command::check;
 }
 
-/// For who has asked it to stop.
+/// For whoever has asked it to stop.
 std::string whatIsWritten(const Options& options) {
     const bool isOfFiles = options.command == Command::tag || options.command == Command::clearTags;
     return isOfFiles ? "Files are being written: this ends when all of them are done"
@@ -109,7 +109,7 @@ class Program {
   private:
     Task<void> runToEnd(int& code) {
         co_await runCommandLine(code);
-        // What an interrupt started still holds the state object, which stands on the application.
+        // What an interrupt has started still holds the state object, which the application must outlive.
         if (commandContext_) co_await commandContext_->interruptions.finished();
     }
 

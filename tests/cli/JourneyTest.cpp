@@ -36,7 +36,7 @@ TEST_F(Cli, TellsWrongUsageFromAFailureAndFromHelp) {
         {{"--help"}, 0, ""},
         {{"--version"}, 0, ""},
         {{}, 2, "subcommand"},
-        {{"frobnicate"}, 2, "subcommand"},
+        {{"frobnicate"}, 2, "there is no command 'frobnicate'"},
         {{"library"}, 2, "subcommand"},
         {{"library", "add"}, 2, "PATH"},
         {{"library", "add", ""}, 2, "PATH"},
@@ -51,7 +51,7 @@ TEST_F(Cli, TellsWrongUsageFromAFailureAndFromHelp) {
         {{"tag"}, 1, "velto: there is no library yet"},
         {{"library", "add", "/tmp"}, 1, "velto: sign in first: veltoctl sign-in\n"},
         {{"sign-in", "https://auth?token=a"}, 1, "velto: this is not the link"},
-        {{"sign-in"}, 130, "velto: Cancelled\n"},
+        {{"sign-in"}, 130, "velto: cancelled\n"},
     };
     for (const auto& [arguments, status, says] : cases) {
         const auto output = run(arguments);
