@@ -52,6 +52,21 @@ Interruption interrupt(Context& context) {
     return isWriting ? Interruption::mustWait : Interruption::quitNow;
 }
 
+Task<std::string> storeUnfinished(Context& context) {
+    // These were asked for, and perhaps paid for, and no answer has been taken in yet.
+    const std::size_t unanswered = context.app.viewModel()->tracksBeingTagged->size();
+    std::string text = "stopped";
+    try {
+        co_await model::saveInBackground(context.app.sharedModelContainer().mainContext(), context.executors);
+    } catch (const std::exception& error) {
+        text += "; what was done could not be stored: " + describe(error);
+    }
+    if (unanswered > 0)
+        text += fmt::format("; the tags of at most {} track{} that had been asked for are lost", unanswered,
+                            unanswered == 1 ? "" : "s");
+    co_return text;
+}
+
 namespace {
 
 Task<void> loadStore(Context& context) {

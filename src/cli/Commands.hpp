@@ -59,6 +59,10 @@ enum class Interruption {
 };
 Interruption interrupt(Context& context);
 
+/// Stores what the command has done so far, for a program that ends before its command does. Returns what is
+/// lost, as a line for the user.
+Task<std::string> storeUnfinished(Context& context);
+
 /// Tries the stored token, and keeps why it did not lead to a session.
 Task<void> restoreSession(Context& context);
 

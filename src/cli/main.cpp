@@ -86,7 +86,7 @@ class Program {
         : options_(options)
         , pool_(poolThreads)
         , executors_{context_.get_executor(), pool_.get_executor()}
-        , signals_(context_, SIGINT, SIGTERM)
+        , signals_(context_, SIGINT, SIGTERM, SIGHUP)
         , terminal_(options.verbosity, clock_)
         , browser_(terminal_, executors_) {}
 
@@ -180,19 +180,39 @@ class Program {
     }
 
     void waitForSignal() {
-        signals_.async_wait([this](const asio::error_code& error, int) {
+        signals_.async_wait([this](const asio::error_code& error, int number) {
             if (error) return;
-            const Interruption what =
-                commandContext_ && !interrupted_ ? interrupt(*commandContext_) : Interruption::quitNow;
-            interrupted_ = true;
-            if (what == Interruption::mustWait)
-                terminal_.say(whatIsWritten(options_) + ". Press Ctrl-C again to stop now.");
-            if (what == Interruption::quitNow) {
-                terminal_.flush();
-                std::_Exit(cancelled); // an interrupted rewrite is put right by the next start
-            }
+            // A terminal that closes says so more than once, and nobody is there to mean it.
+            if (number != SIGHUP || interrupts_ == 0) interrupted();
             waitForSignal();
         });
+    }
+
+    void interrupted() {
+        ++interrupts_;
+        if (!commandContext_ || interrupts_ > 2) quit();
+        if (interrupts_ == 2) {
+            const auto handled = [](const std::exception_ptr&) {}; // quit() has ended the process
+            asio::co_spawn(context_, storeAndQuit(), handled);
+            return;
+        }
+        const Interruption what = interrupt(*commandContext_);
+        if (what == Interruption::quitNow) quit();
+        if (what == Interruption::mustWait)
+            terminal_.say(whatIsWritten(options_) + ". Press Ctrl-C again to stop now.");
+    }
+
+    Task<void> storeAndQuit() {
+        const std::string text = co_await storeUnfinished(*commandContext_);
+        terminal_.endProgress();
+        terminal_.complain(text);
+        quit();
+    }
+
+    /// An interrupted rewrite of a file is put right by the next start.
+    [[noreturn]] void quit() {
+        terminal_.flush();
+        std::_Exit(cancelled);
     }
 
     const Options& options_;
@@ -207,7 +227,7 @@ class Program {
     log::SinkHandle logFile_;
     std::unique_ptr<VeltoApp> app_;
     std::optional<Context> commandContext_;
-    bool interrupted_ = false;
+    int interrupts_ = 0;
 };
 
 } // namespace

@@ -72,6 +72,8 @@ class Cli : public testing::Test {
 
     /// Copies a sample ("song.mp3", "song.m4a", "song.aiff") below `music`.
     std::filesystem::path addSong(const std::string& sample, const std::string& name) const;
+    /// Makes this many files of sample music, each a song of its own but for a few, in `music`.
+    void makeMusic(int count) const;
     /// `count` more names for the sample MP3, in a folder of their own.
     [[nodiscard]] std::filesystem::path manySongs(int count) const;
     [[nodiscard]] static std::string sample(const std::string& name);
