@@ -90,4 +90,15 @@ Task<Output> whoAmI(Context& context) {
     co_return output;
 }
 
+Task<Output> billing(Context& context) {
+    context.app.openBillingPage();
+    if (context.app.hasLocalBackend()) { // its pages go when this program does
+        const auto asking = [&terminal = context.terminal] {
+            return ask(terminal, "Press Enter when you are done with it:");
+        };
+        (void)co_await offload(context.executors, asking);
+    }
+    co_return Output{{}, Json::object(), {}};
+}
+
 } // namespace velto::cli

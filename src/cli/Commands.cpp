@@ -35,6 +35,8 @@ Task<Output> runCommand(Context& context) {
         return signOut(context);
     case Command::whoAmI:
         return whoAmI(context);
+    case Command::billing:
+        return billing(context);
     }
     throw CommandFailed("Unknown command");
 }
@@ -62,8 +64,7 @@ Task<std::string> storeUnfinished(Context& context) {
         text += "; what was done could not be stored: " + describe(error);
     }
     if (unanswered > 0)
-        text += fmt::format("; the tags of at most {} track{} that had been asked for are lost", unanswered,
-                            unanswered == 1 ? "" : "s");
+        text += "; the tags of at most " + plural(unanswered, "track") + " that had been asked for are lost";
     co_return text;
 }
 
@@ -120,6 +121,16 @@ Task<LibraryRef> selectNamedLibrary(Context& context) {
 
 void failOnError(const MainScreenViewModel& viewModel) {
     if (viewModel.errorMessage.get()) throw CommandFailed(*viewModel.errorMessage.get());
+}
+
+std::string plural(std::size_t count, const std::string& noun) {
+    return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
+}
+
+void complainOfUnwritten(Context& context, const std::string& what, std::int64_t files) {
+    if (files > 0)
+        context.terminal.complain(what + plural(static_cast<std::size_t>(files), "file") + "; why is in " +
+                                  context.home.log.string());
 }
 
 std::vector<Subscription> showProgress(const Context& context, MainScreenViewModel& viewModel) {

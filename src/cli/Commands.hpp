@@ -79,6 +79,7 @@ Task<Output> markTagged(Context& context);
 Task<Output> signIn(Context& context);
 Task<Output> signOut(Context& context);
 Task<Output> whoAmI(Context& context);
+Task<Output> billing(Context& context);
 
 /// Loads the store's lists. Throws CommandFailed if the store cannot be read.
 Task<void> loadLists(Context& context);
@@ -93,6 +94,12 @@ void requireSession(const Context& context);
 
 /// Throws CommandFailed with the state object's error text if there is one.
 void failOnError(const MainScreenViewModel& viewModel);
+
+/// "1 track", "2 tracks".
+[[nodiscard]] std::string plural(std::size_t count, const std::string& noun);
+
+/// Says how many files were not written, if any, and where the log says why.
+void complainOfUnwritten(Context& context, const std::string& what, std::int64_t files);
 
 /// Shows the state object's progress while it lives.
 [[nodiscard]] std::vector<Subscription> showProgress(const Context& context, MainScreenViewModel& viewModel);

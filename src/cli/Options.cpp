@@ -93,6 +93,12 @@ class Parser {
         return sub;
     }
 
+    void addLimit(CLI::App* sub) {
+        sub->add_option("--limit", options_.limit, "At most this many tracks")
+            ->type_name("N")
+            ->check(isWholeNumber);
+    }
+
     void addLibraryCommands() {
         CLI::App* library = app_.add_subcommand("library", "Add, list and remove libraries");
         library->require_subcommand(1);
@@ -120,14 +126,14 @@ class Parser {
         libraryCommand("scan", "Read every file of a library and bring the store up to date", Command::scan);
         libraryCommand("check", "Look for files that the store does not know; scan if there are any",
                        Command::check);
-        libraryCommand("tracks", "List a library's tracks", Command::tracks)
-            ->add_option("--limit", options_.limit, "At most this many")
-            ->type_name("N")
-            ->check(isWholeNumber);
-        for (CLI::App* sub :
-             {libraryCommand("tag", "Tag a library's tracks with AI genres, one credit each", Command::tag),
-              libraryCommand("clear-tags", "Take the tags out of the store and the files again",
-                             Command::clearTags)})
+        addLimit(libraryCommand("tracks", "List a library's tracks", Command::tracks));
+        CLI::App* tag = libraryCommand(
+            "tag", "Tag the tracks that have no tags yet with AI genres, one credit each", Command::tag);
+        addLimit(tag);
+        tag->add_flag("--again", options_.again, "Also the tracks that are tagged already");
+        CLI::App* clear = libraryCommand("clear-tags", "Take the tags out of the store and the files again",
+                                         Command::clearTags);
+        for (CLI::App* sub : {tag, clear})
             sub->add_flag("-y,--yes", options_.yes, "Do not ask");
         libraryCommand("mark-tagged", "Mark a library's tracks as tagged, as they are", Command::markTagged);
     }
@@ -141,6 +147,7 @@ class Parser {
         command(app_, "sign-out", "Sign out and clear the libraries and playlists from this computer's store",
                 Command::signOut);
         command(app_, "whoami", "Show who is signed in and the credits left", Command::whoAmI);
+        command(app_, "billing", "Open the page that sells credits", Command::billing);
     }
 
     /// For the package and for shells, not for people.

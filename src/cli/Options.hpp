@@ -21,6 +21,7 @@ enum class Command {
     signIn,
     signOut,
     whoAmI,
+    billing,
 };
 
 /// What standard error shows beside failures and questions.
@@ -44,7 +45,8 @@ struct Options {
     std::optional<std::string> includeGlob; ///< library add
     std::optional<std::string> excludeGlob; ///< library add
     bool scanAfterAdding = true;            ///< library add
-    std::optional<std::size_t> limit;       ///< tracks
+    std::optional<std::size_t> limit;       ///< tracks, tag
+    bool again = false;                     ///< tag: also what is tagged already
     bool yes = false;                       ///< tag, clear-tags: do not ask
     std::optional<std::string> callbackUrl; ///< sign-in
 };

@@ -57,6 +57,7 @@ bool needsBackend(const Options& options) {
     case Command::tag:
     case Command::signIn:
     case Command::whoAmI:
+    case Command::billing:
         return true;
     default:
         return false;
@@ -70,7 +71,8 @@ bool worksWithoutBackend(const Options& options) {
 
 /// `check` asks for the session only if it finds something to scan.
 bool usesSession(const Options& options) {
-    return needsBackend(options) && options.command != Command::signIn && options.command != Command::check;
+    return needsBackend(options) && options.command != Command::signIn && options.command != Command::check &&
+           options.command != Command::billing;
 }
 
 /// For whoever has asked it to stop.

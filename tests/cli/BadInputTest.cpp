@@ -99,11 +99,11 @@ TEST_F(Cli, SaysWhatIsWrongWithABackend) {
         {{"--fault", "unauthorized"},
          nullptr,
          tag,
-         "Authentication required. Please sign in to tag tracks.\n"},
+         "1 of 1 track not tagged: the session has ended, sign in again: veltoctl sign-in\n"},
         {{"--fault", "insufficient-credits"},
          nullptr,
          tag,
-         "Insufficient credits. You need 1 but only have 0"},
+         "not tagged: not enough credits, buy some: veltoctl billing\n"},
         {{"--fault", "server-error"}, nullptr, tag, "Batch 1 failed: Network error: Invalid response"},
         {{"--fault", "huge"}, nullptr, tag, "Network error: The server's reply is too large."},
         {{"--fault", "drop"}, nullptr, tag, "Network error: The network connection was lost."},
@@ -113,6 +113,7 @@ TEST_F(Cli, SaysWhatIsWrongWithABackend) {
          "velto: not signed in: Invalid response from server\n"},
         {{}, "http://127.0.0.1:1", {"whoami"}, "velto: not signed in: The server could not be reached.\n"},
         {{}, "ht!tp://%%%", {"sign-in"}, "Invalid authentication URL\n"},
+        {{}, "ht!tp://%%%", {"billing"}, "Invalid billing URL\n"},
         {{}, "ht!tp://%%%", {"sign-in", "velto://auth?token=abc"}, "Invalid API endpoint URL\n"},
         {{"--fault", "partial@1"},
          nullptr,
@@ -189,7 +190,7 @@ TEST_F(Cli, ScansAndTagsWhatItCanOfAFolderOfOddFiles) {
     const auto scan = json({"scan"});
     EXPECT_GE(scan.at("errorCount"), useless.size());
     EXPECT_LE(scan.at("totalSeen"), 10);
-    EXPECT_EQ(json({"tag", "--yes"}).at("errors"), nlohmann::json::array());
+    EXPECT_EQ(json({"tag", "--yes"}).at("refused"), nlohmann::json::array());
     for (const auto& name : names)
         EXPECT_NE(genreIn(music() / name), "") << name;
     if (asRoot) {

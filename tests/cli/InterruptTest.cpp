@@ -47,7 +47,7 @@ TEST_F(Cli, EndsWithItsTerminalThoughNobodyReadsWhatItSays) {
     while (!isReading())
         ASSERT_EQ(::waitpid(scan.process(), nullptr, WNOHANG), 0);
     scan.signal(SIGHUP);
-    scan.signal(SIGHUP); // not a second wish: a terminal that closes says so more than once
+    scan.signal(SIGHUP);        // not a second wish: a terminal that closes says so more than once
     EXPECT_EQ(scan.end(), 130); // its standard error is full by now
     EXPECT_EQ(inStore(home(), "SELECT count(*) FROM ScanRun WHERE finishedAt IS NULL"), "0\n");
 }

@@ -107,13 +107,15 @@ TEST_F(Cli, TagsAFolderOfMusicAndClearsItAgain) {
     EXPECT_EQ(json({"tracks", "--limit", "1"}).size(), 1);
 
     const auto tagged = json({"tag", "--yes"});
-    EXPECT_EQ(tagged, nlohmann::json::parse(R"({"tagged": 3, "credits": 3, "errors": [], "message": null})"));
+    EXPECT_EQ(tagged, nlohmann::json::parse(R"({"requested": 3, "tagged": 3, "credits": 3, "refused": []})"));
     for (const auto& track : json({"tracks"})) {
         const std::string genre = track.at("genre");
         EXPECT_NE(genre, "");
         EXPECT_EQ(genreIn(track.at("files").at(0).at("absPath").get<std::string>()), genre);
     }
     EXPECT_EQ(json({"whoami"}).at("creditBalance").at("total"), 997);
+    EXPECT_EQ(run({"billing"}).standardError,
+              "Open this page in your browser:\n  " + backendAddress_ + "/dashboard/billing\n");
 
     EXPECT_EQ(json({"clear-tags", "--yes"}), nlohmann::json::parse(R"({"cleared": 3})"));
     EXPECT_EQ(genreIn(mp3) + genreIn(m4a) + genreIn(aiff), "");
@@ -142,10 +144,11 @@ TEST_F(Cli, AsksBeforeItSpendsCreditsOrClears) {
         const char* question;
     };
 
-    const Case cases[] = {{"tag", "n\n", 130, "This will use 1 credit. Continue?"},
-                          {"tag", "", 130, "This will use 1 credit. Continue?"},
-                          {"clear-tags", "\n", 130, "This will clear the tags of 1 track. Continue?"},
-                          {"tag", " Yes\n", 0, "This will use 1 credit. Continue?"}};
+    const char* tag = "This will tag 1 track for 1 credit of your 1000, 999 remain. Continue? [y/N]";
+    const Case cases[] = {{"tag", "n\n", 130, tag},
+                          {"tag", "", 130, tag},
+                          {"clear-tags", "\n", 130, "This will clear the tags of 1 track. Continue? [y/N]"},
+                          {"tag", " Yes\n", 0, tag}};
     for (const auto& [name, answer, status, question] : cases) {
         EXPECT_EQ(readFile(music() / "song.mp3"), before);
         const auto output = run({name}, answer);
@@ -154,6 +157,47 @@ TEST_F(Cli, AsksBeforeItSpendsCreditsOrClears) {
     }
     EXPECT_NE(genreIn(music() / "song.mp3"), "");
     EXPECT_EQ(backend_->credits(token_), 999);
+}
+
+TEST_F(Cli, TagsWhatHasNoTagsYetAndSaysWhatIsLeftUntagged) {
+    makeMusic(30); // 27 songs: some have two files
+    startBackend({"--credits", "15"});
+    addSong("song.mp3", "nobody.mp3");
+    (void)runProgram({"/usr/bin/python3", "-c",
+                      "import sys, mutagen.id3\ntags = mutagen.id3.ID3(sys.argv[1])\n"
+                      "tags.delall('TPE1')\ntags.save()",
+                      (music() / "nobody.mp3").string()});
+    token_ = backend_->signIn("dj@example.org");
+    ASSERT_EQ(run({"sign-in", "velto://auth?token=" + token_}).status, 0);
+    ASSERT_EQ(run({"library", "add", music().string()}).status, 0);
+    const auto requested = [&](const Arguments& more) {
+        Arguments all{"tag", "--yes"};
+        all.insert(all.end(), more.begin(), more.end());
+        const auto summary = json(all);
+        EXPECT_EQ(summary.at("tagged"), summary.at("requested"));
+        return summary.at("requested").get<int>();
+    };
+    EXPECT_EQ(requested({"--limit", "2"}), 2);
+    EXPECT_EQ(requested({"--limit", "1"}), 1);
+    EXPECT_EQ(backend_->credits(token_), 12);
+    EXPECT_THAT(
+        run({"tag"}).standardError,
+        HasSubstr("This will tag 24 tracks for 24 credits of your 12; that is not enough for all of them "
+                  "(veltoctl billing). Left out: 3 tagged already (--again), 1 without artist or "
+                  "title. Continue?"));
+    const auto all = run({"tag", "--yes", "--json"});
+    EXPECT_EQ(all.status, 1);
+    EXPECT_THAT(all.standardError, testing::EndsWith("velto: 14 of 24 tracks not tagged: not enough "
+                                                     "credits, buy some: veltoctl billing\n"));
+    const auto summary = json::parse(all.standardOutput);
+    EXPECT_EQ(summary.at("requested"), 24);
+    EXPECT_EQ(summary.at("tagged"), 10);
+    EXPECT_EQ(summary.at("credits"), 10);
+    EXPECT_EQ(summary.at("refused").size(), 2);
+    EXPECT_EQ(requested({"--again", "--limit", "2"}), 2);
+    EXPECT_EQ(
+        run({"tag", "--limit", "0"}).standardOutput,
+        "Nothing to tag: 13 tagged already (--again), 1 without artist or title, 14 beyond the limit.\n");
 }
 
 TEST_F(Cli, KeepsWhatIsItsOwnPrivateAndBelowItsHome) {
