@@ -55,9 +55,12 @@ Interruption interrupt(Context& context) {
 }
 
 Task<std::string> storeUnfinished(Context& context) {
-    // These were asked for, and perhaps paid for, and no answer has been taken in yet.
-    const std::size_t unanswered = context.app.viewModel()->tracksBeingTagged->size();
+    const auto viewModel = context.app.viewModel();
     std::string text = "stopped";
+    // A scan, a removal or a signing-out is stored as a whole or taken up by the next start.
+    if (!viewModel->taggingProgress.get() && !viewModel->clearingProgress.get()) co_return text;
+    // These were asked for, and perhaps paid for, and no answer has been taken in yet.
+    const std::size_t unanswered = viewModel->tracksBeingTagged->size();
     try {
         co_await model::saveInBackground(context.app.sharedModelContainer().mainContext(), context.executors);
     } catch (const std::exception& error) {

@@ -59,8 +59,8 @@ enum class Interruption {
 };
 Interruption interrupt(Context& context);
 
-/// Stores what the command has done so far, for a program that ends before its command does. Returns what is
-/// lost, as a line for the user.
+/// Stores what a tagging or clearing run has done so far, for a program that ends before its command does.
+/// Returns what is lost, as a line for the user.
 Task<std::string> storeUnfinished(Context& context);
 
 /// Tries the stored token, and keeps why it did not lead to a session.

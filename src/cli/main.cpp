@@ -6,9 +6,11 @@
 
 #include <asio/io_context.hpp>
 #include <asio/signal_set.hpp>
+#include <asio/steady_timer.hpp>
 #include <asio/thread_pool.hpp>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -21,6 +23,8 @@ constexpr int done = 0;
 constexpr int failed = 1;
 constexpr int cancelled = 130;
 constexpr std::size_t poolThreads = 4;
+/// After SIGTERM or SIGHUP, what is under way may take so long.
+constexpr std::chrono::seconds longestFarewell{2};
 
 /// Shows a page's address, and opens the page if there is a desktop.
 class TerminalBrowser final : public Browser {
@@ -89,6 +93,7 @@ class Program {
         , pool_(poolThreads)
         , executors_{context_.get_executor(), pool_.get_executor()}
         , signals_(context_, SIGINT, SIGTERM, SIGHUP)
+        , deadline_(context_)
         , terminal_(options.verbosity, clock_)
         , browser_(terminal_, executors_) {}
 
@@ -186,7 +191,16 @@ class Program {
             if (error) return;
             // A terminal that closes says so more than once, and nobody is there to mean it.
             if (number != SIGHUP || interrupts_ == 0) interrupted();
+            if (number != SIGINT) limitTheWait();
             waitForSignal();
+        });
+    }
+
+    /// Who ends a session or shuts the machine down kills what does not end soon.
+    void limitTheWait() {
+        deadline_.expires_after(longestFarewell);
+        deadline_.async_wait([this](const asio::error_code& error) {
+            if (!error && interrupts_ == 1) interrupted();
         });
     }
 
@@ -223,6 +237,7 @@ class Program {
     asio::thread_pool pool_;
     Executors executors_;
     asio::signal_set signals_;
+    asio::steady_timer deadline_;
     SystemClock clock_;
     Terminal terminal_;
     TerminalBrowser browser_;

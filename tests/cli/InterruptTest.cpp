@@ -52,28 +52,32 @@ TEST_F(Cli, EndsWithItsTerminalThoughNobodyReadsWhatItSays) {
     EXPECT_EQ(inStore(home(), "SELECT count(*) FROM ScanRun WHERE finishedAt IS NULL"), "0\n");
 }
 
-TEST_F(Cli, KeepsWhatItHasTaggedThoughItIsInterruptedTwiceAndSaysWhatIsLost) {
+TEST_F(Cli, StoresWhatItHasTaggedAndSaysWhatIsLostIfItMustEndAtOnce) {
     makeMusic(30);
     prepare();
-    startBackend({"--fault", "slow:600000@1"}); // the first of three batches is never answered
-    RunningProgram tagging(command({"--verbose", "tag", "--yes"}));
-    ASSERT_TRUE(tagging.waitFor("[VM] Batch 3 complete")) << tagging.standardError;
-    ASSERT_TRUE(tagging.waitFor("genre tags to")) << tagging.standardError;
-    tagging.signal(SIGINT);
-    ASSERT_TRUE(tagging.waitFor("Press Ctrl-C again")) << tagging.standardError;
-    tagging.signal(SIGINT);
-    EXPECT_EQ(tagging.finish(), 130);
-    std::smatch lost;
-    ASSERT_TRUE(
-        std::regex_search(tagging.standardError, lost,
-                          std::regex("velto: stopped; the tags of at most (\\d+) tracks that had been asked "
-                                     "for are lost\n")))
-        << tagging.standardError;
-    const int stored = std::stoi(inStore(home(), "SELECT count(*) FROM Track WHERE lastTagged IS NOT NULL"));
-    EXPECT_GE(stored, 1);
-    // A track of each batch may be stored while its file is still being written.
-    const int all = std::stoi(inStore(home(), "SELECT count(*) FROM Track"));
-    EXPECT_THAT(stored + std::stoi(lost[1]), testing::AllOf(testing::Ge(all), testing::Le(all + 3)));
+    // A second Ctrl-C, and a shutdown that waits for nobody.
+    for (const int number : {SIGINT, SIGTERM}) {
+        ASSERT_EQ(run({"clear-tags", "--yes"}).status, 0);
+        startBackend({"--fault", "slow:600000@1"}); // the first of three batches is never answered
+        RunningProgram tagging(command({"--verbose", "tag", "--yes"}));
+        ASSERT_TRUE(tagging.waitFor("[VM] Batch 3 complete")) << tagging.standardError;
+        ASSERT_TRUE(tagging.waitFor("genre tags to")) << tagging.standardError;
+        tagging.signal(number);
+        ASSERT_TRUE(tagging.waitFor("Press Ctrl-C again")) << tagging.standardError;
+        if (number == SIGINT) tagging.signal(number);
+        EXPECT_EQ(tagging.finish(), 130);
+        std::smatch lost;
+        ASSERT_TRUE(std::regex_search(tagging.standardError, lost,
+                                      std::regex("velto: stopped; the tags of at most (\\d+) tracks that had "
+                                                 "been asked for are lost\n")))
+            << tagging.standardError;
+        const int stored =
+            std::stoi(inStore(home(), "SELECT count(*) FROM Track WHERE lastTagged IS NOT NULL"));
+        EXPECT_GE(stored, 1);
+        // A track of each batch may be stored while its file is still being written.
+        const int all = std::stoi(inStore(home(), "SELECT count(*) FROM Track"));
+        EXPECT_THAT(stored + std::stoi(lost[1]), testing::AllOf(testing::Ge(all), testing::Le(all + 3)));
+    }
 }
 
 TEST_F(Cli, HasABackendOfItsOwnThatEndsWithItEvenWhenItIsKilled) {
