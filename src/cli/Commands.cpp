@@ -47,28 +47,25 @@ Interruption interrupt(Context& context) {
         context.interruptions.start(viewModel->cancelScan());
         return Interruption::handled;
     }
+    if (viewModel->taggingProgress.get() || viewModel->clearingProgress.get()) {
+        viewModel->stopTagging();
+        return Interruption::mustWait;
+    }
     // A removal and a signing-out save more than once.
     const Command command = context.options.command;
-    const bool isWriting = viewModel->taggingProgress.get() || viewModel->clearingProgress.get() ||
-                           command == Command::libraryRemove || command == Command::signOut;
-    return isWriting ? Interruption::mustWait : Interruption::quitNow;
+    return command == Command::libraryRemove || command == Command::signOut ? Interruption::mustWait
+                                                                            : Interruption::quitNow;
 }
 
 Task<std::string> storeUnfinished(Context& context) {
     const auto viewModel = context.app.viewModel();
-    std::string text = "stopped";
     // A scan, a removal or a signing-out is stored as a whole or taken up by the next start.
-    if (!viewModel->taggingProgress.get() && !viewModel->clearingProgress.get()) co_return text;
-    // These were asked for, and perhaps paid for, and no answer has been taken in yet.
-    const std::size_t unanswered = viewModel->tracksBeingTagged->size();
-    try {
-        co_await model::saveInBackground(context.app.sharedModelContainer().mainContext(), context.executors);
-    } catch (const std::exception& error) {
-        text += "; what was done could not be stored: " + describe(error);
-    }
-    if (unanswered > 0)
-        text += "; the tags of at most " + plural(unanswered, "track") + " that had been asked for are lost";
-    co_return text;
+    if (!viewModel->taggingProgress.get() && !viewModel->clearingProgress.get())
+        co_return std::string("stopped");
+    const std::int64_t lost = co_await viewModel->storeTagsNow();
+    if (lost == 0) co_return std::string("stopped; what was done is stored");
+    co_return "stopped; the tags of " + plural(static_cast<std::size_t>(lost), "track") +
+        " that may have been paid for are lost; which ones is in " + context.home.log.string();
 }
 
 namespace {

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "flows/BackgroundTasks.hpp"
 #include "app/VeltoApp.hpp"
 #include "cli/Json.hpp"
 #include "cli/Options.hpp"
 #include "cli/Terminal.hpp"
+#include "flows/BackgroundTasks.hpp"
 
 #include <functional>
 #include <string>
@@ -43,6 +43,7 @@ struct Output {
     std::string text;
     Json json;
     std::optional<std::string> failure;
+    bool wasStopped = false; ///< by the user: exit code 130
     std::optional<std::string> jsonText =
         std::nullopt; ///< for what would be many times as large as one value
 };

@@ -69,16 +69,10 @@ std::string refusal(const LibraryCreationError& error, const std::string& name,
     case LibraryCreationError::Case::duplicateName:
         return fmt::format(
             "there is a library '{}' already: scan it, or give this one another name with --name", name);
+    case LibraryCreationError::Case::emptyName:
+        return "a library needs a name: give one with --name";
     }
     return describe(error);
-}
-
-/// The folder itself: a search for new files does not follow a link at its root.
-std::filesystem::path behindLink(const std::filesystem::path& folder) {
-    std::error_code error;
-    if (!std::filesystem::is_symlink(folder, error)) return folder;
-    auto target = std::filesystem::canonical(folder, error);
-    return error ? folder : target;
 }
 
 } // namespace
@@ -90,15 +84,16 @@ Task<Output> addLibrary(Context& context) {
     const auto folder = absoluteFolder(context.options.folder);
     const std::string usualName = (folder.has_filename() ? folder.filename() : folder).string();
     const std::string name = context.options.library.value_or(usualName);
+    LibraryRef library;
     try {
-        co_await viewModel->addLibrary(name, behindLink(folder),
-                                       context.options.includeGlob.value_or(defaultIncludeGlob),
-                                       context.options.excludeGlob);
+        library = co_await viewModel->addLibrary(name, folder,
+                                                 context.options.includeGlob.value_or(defaultIncludeGlob),
+                                                 context.options.excludeGlob);
     } catch (const LibraryCreationError& error) {
         throw CommandFailed(refusal(error, name, folder));
     }
     failOnError(*viewModel);
-    const LibraryRef library = viewModel->selectedLibrary;
+    if (!library) throw CommandFailed("the library could not be added");
     Output output{
         fmt::format("Added {} ({}).\n", text::printable(library->name), text::printable(library->rootPath)),
         toJson(library, context.clock.now()),

@@ -130,7 +130,10 @@ class Parser {
         CLI::App* tag = libraryCommand(
             "tag", "Tag the tracks that have no tags yet with AI genres, one credit each", Command::tag);
         addLimit(tag);
-        tag->add_flag("--again", options_.again, "Also the tracks that are tagged already");
+        CLI::Option* again =
+            tag->add_flag("--again", options_.again, "Also the tracks that are tagged already");
+        tag->add_flag("--failed", options_.failedOnly, "Only the tracks that the last run could not tag")
+            ->excludes(again);
         CLI::App* clear = libraryCommand("clear-tags", "Take the tags out of the store and the files again",
                                          Command::clearTags);
         for (CLI::App* sub : {tag, clear})

@@ -47,6 +47,7 @@ struct Options {
     bool scanAfterAdding = true;            ///< library add
     std::optional<std::size_t> limit;       ///< tracks, tag
     bool again = false;                     ///< tag: also what is tagged already
+    bool failedOnly = false;                ///< tag: only what the last run could not
     bool yes = false;                       ///< tag, clear-tags: do not ask
     std::optional<std::string> callbackUrl; ///< sign-in
 };

@@ -1,4 +1,6 @@
 #include "cli/Commands.hpp"
+#include "flows/TaggingSelection.hpp"
+#include "flows/TaggingState.hpp"
 
 #include <fmt/ranges.h>
 
@@ -11,40 +13,20 @@ namespace {
 
 constexpr std::size_t mostReasons = 3;
 
-/// What a run asks for, and how many tracks it leaves out.
-struct Selection {
-    std::vector<TrackRef> tracks;
-    std::size_t tagged = 0;     ///< have tags already
-    std::size_t incomplete = 0; ///< have no artist or no title
-    std::size_t beyondLimit = 0;
-};
-
-Selection selected(const std::vector<TrackRef>& all, const Options& options) {
-    Selection selection;
-    for (const TrackRef& track : all) {
-        if (track->artist.value_or("").empty() || track->title.value_or("").empty())
-            ++selection.incomplete;
-        else if (track->lastTagged && !options.again)
-            ++selection.tagged;
-        else if (options.limit && selection.tracks.size() >= *options.limit)
-            ++selection.beyondLimit;
-        else
-            selection.tracks.push_back(track);
-    }
-    return selection;
-}
-
 /// "12 tagged already (--again), 1 without artist or title"; empty if nothing is left out.
-std::string leftOut(const Selection& selection) {
+std::string leftOut(const TaggingSelection& selection) {
     std::vector<std::string> parts;
-    if (selection.tagged > 0) parts.push_back(fmt::format("{} tagged already (--again)", selection.tagged));
-    if (selection.incomplete > 0)
-        parts.push_back(fmt::format("{} without artist or title", selection.incomplete));
-    if (selection.beyondLimit > 0) parts.push_back(fmt::format("{} beyond the limit", selection.beyondLimit));
+    const auto add = [&](std::size_t count, const char* why) {
+        if (count > 0) parts.push_back(fmt::format("{} {}", count, why));
+    };
+    add(selection.taggedAlready, "tagged already (--again)");
+    add(selection.notFailed, "not left over from the last run");
+    add(selection.withoutArtistOrTitle, "without artist or title");
+    add(selection.overLimit, "over the limit");
     return fmt::format("{}", fmt::join(parts, ", "));
 }
 
-std::string question(const Selection& selection, const std::optional<CreditBalance>& balance) {
+std::string question(const TaggingSelection& selection, const std::optional<CreditBalance>& balance) {
     const std::size_t count = selection.tracks.size();
     std::string text = "This will tag " + plural(count, "track") + " for " + plural(count, "credit");
     if (balance) {
@@ -65,30 +47,56 @@ std::string withHelp(const std::string& reason) {
     return reason;
 }
 
-/// Each reason once; those beyond the first few are in the log.
-std::string joined(const std::vector<std::string>& reasons) {
-    std::vector<std::string> different;
-    for (const auto& reason : reasons) {
-        std::string text = withHelp(reason);
-        if (std::find(different.begin(), different.end(), text) == different.end())
-            different.push_back(std::move(text));
+/// Each reason once, with all the tracks that it stands for.
+std::vector<RefusedTracks> byReason(const std::vector<RefusedTracks>& refused) {
+    std::vector<RefusedTracks> sums;
+    for (const auto& [tracks, reason] : refused) {
+        const auto known = std::find_if(sums.begin(), sums.end(),
+                                        [&, &text = reason](const auto& sum) { return sum.reason == text; });
+        if (known == sums.end())
+            sums.push_back({tracks, reason});
+        else
+            known->tracks += tracks;
     }
-    if (different.size() > mostReasons) {
-        const std::string rest = fmt::format("{} more, see the log", different.size() - mostReasons);
-        different.resize(mostReasons);
-        different.push_back(rest);
-    }
-    return fmt::format("{}", fmt::join(different, "; "));
+    return sums;
 }
 
-Output nothingToTag(const Selection& selection) {
+std::string joined(const std::vector<RefusedTracks>& refused) {
+    std::vector<RefusedTracks> advised = refused;
+    for (auto& each : advised)
+        each.reason = withHelp(each.reason);
+    advised = byReason(advised);
+    if (advised.size() == 1) return advised.front().reason;
+    std::vector<std::string> parts;
+    for (const auto& [tracks, reason] : advised) {
+        if (parts.size() == mostReasons) {
+            parts.push_back(fmt::format("{} more reasons, see the log", advised.size() - mostReasons));
+            break;
+        }
+        parts.push_back(fmt::format("{} ({})", reason, tracks));
+    }
+    return fmt::format("{}", fmt::join(parts, "; "));
+}
+
+Json toJson(const TaggingSummary& summary) {
+    Json refused = Json::array();
+    for (const auto& [tracks, reason] : byReason(summary.refused))
+        refused.push_back({{"tracks", tracks}, {"reason", reason}});
+    return {{"requested", summary.requested},
+            {"tagged", summary.tagged},
+            {"credits", summary.credits},
+            {"refused", std::move(refused)}};
+}
+
+Output nothingToTag(const TaggingSelection& selection) {
     Output output;
-    output.json = {{"requested", 0}, {"tagged", 0}, {"credits", 0}, {"refused", Json::array()}};
-    const std::string text = "nothing to tag: " + leftOut(selection);
-    if (selection.tagged > 0 || selection.beyondLimit > 0)
-        output.text = "N" + text.substr(1) + ".\n";
+    output.json = toJson(TaggingSummary{});
+    const std::string rest = leftOut(selection);
+    const bool isDone = selection.taggedAlready + selection.notFailed + selection.overLimit > 0;
+    if (isDone)
+        output.text = "Nothing to tag: " + rest + ".\n";
     else
-        output.failure = text;
+        output.failure = "nothing to tag: " + rest;
     return output;
 }
 
@@ -99,43 +107,34 @@ Task<Output> tag(Context& context) {
     co_await selectNamedLibrary(context);
     const auto all = distinctTracksOf(viewModel->selectedLibrary);
     if (all.empty()) throw CommandFailed("there are no tracks in this library yet: veltoctl scan");
-    const Selection selection = selected(all, context.options);
+    const TaggingWish wish{context.options.again, context.options.failedOnly, context.options.limit};
+    const TaggingSelection selection = viewModel->tracksToTag(all, wish);
     if (selection.tracks.empty()) co_return nothingToTag(selection);
     requireSession(context);
     const std::string asked = question(selection, viewModel->userSession->creditBalance);
     co_await confirm(context, asked);
 
-    std::vector<std::string> reasons;
     viewModel->errorMessage = std::nullopt;
-    // A batch that is refused for want of credits says so there and nowhere else.
-    const Subscription refusals =
-        viewModel->errorMessage.subscribe([&](const std::optional<std::string>& text) {
-            if (text && viewModel->taggingProgress.get()) reasons.push_back(*text);
-        });
     const auto progress = showProgress(context, *viewModel);
     const TaggingSummary summary = co_await viewModel->tagTracks(selection.tracks);
-    const std::optional<std::string> message = viewModel->errorMessage;
-    reasons.insert(reasons.end(), summary.errors.begin(), summary.errors.end());
+    viewModel->errorMessage = std::nullopt; // the summary says it
     co_await viewModel->backgroundWorkFinished();
-    if (!message && viewModel->errorMessage.get()) context.terminal.complain(*viewModel->errorMessage.get());
+    if (viewModel->errorMessage.get()) context.terminal.complain(*viewModel->errorMessage.get());
     complainOfUnwritten(context, "the genre could not be written to ", summary.unwrittenFiles);
 
-    const std::size_t requested = selection.tracks.size();
-    const auto tagged = static_cast<std::size_t>(summary.tagged);
     Output output;
-    output.json = {{"requested", requested},
-                   {"tagged", summary.tagged},
-                   {"credits", summary.credits},
-                   {"refused", reasons}};
-    if (tagged > 0)
-        output.text = fmt::format("Tagged {} using {}.\n", plural(tagged, "track"),
-                                  plural(static_cast<std::size_t>(summary.credits), "credit"));
-    if (tagged < requested)
-        output.failure =
-            fmt::format("{} of {} not tagged: {}", requested - tagged, plural(requested, "track"),
-                        reasons.empty() ? "the backend gave no tags for them" : joined(reasons));
-    else if (message) // what was tagged could not be stored
-        output.failure = message;
+    output.json = toJson(summary);
+    output.wasStopped = summary.wasStopped;
+    if (summary.tagged > 0)
+        output.text =
+            fmt::format("Tagged {} using {}.\n", plural(static_cast<std::size_t>(summary.tagged), "track"),
+                        plural(static_cast<std::size_t>(summary.credits), "credit"));
+    if (summary.saveFailure)
+        output.failure = summary.saveFailure;
+    else if (summary.untagged() > 0)
+        output.failure = fmt::format("{} of {} not tagged: {}", summary.untagged(),
+                                     plural(static_cast<std::size_t>(summary.requested), "track"),
+                                     joined(summary.refused));
     co_return output;
 }
 

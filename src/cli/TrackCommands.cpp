@@ -44,11 +44,20 @@ Task<Output> clearTags(Context& context) {
     co_await confirm(context, question);
     viewModel->errorMessage = std::nullopt;
     const auto progress = showProgress(context, *viewModel);
+    std::size_t cleared = 0;
+    const Subscription counting =
+        viewModel->clearingProgress.subscribe([&](const std::optional<TaggingProgress>& shown) {
+            if (shown) cleared = static_cast<std::size_t>(shown->completedTracks);
+        });
     const std::int64_t unwritten = co_await viewModel->clearTags(tracks);
     complainOfUnwritten(context, "the genre could not be cleared from ", unwritten);
     failOnError(*viewModel);
-    co_return Output{
-        "Cleared the tags of " + plural(tracks.size(), "track") + ".\n", {{"cleared", tracks.size()}}, {}};
+    Output output{"Cleared the tags of " + plural(cleared, "track") + ".\n", {{"cleared", cleared}}, {}};
+    if (cleared < tracks.size()) {
+        output.wasStopped = true;
+        output.failure = "stopped; the tags of " + plural(tracks.size() - cleared, "track") + " stay";
+    }
+    co_return output;
 }
 
 Task<Output> markTagged(Context& context) {

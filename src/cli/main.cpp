@@ -82,7 +82,7 @@ bool usesSession(const Options& options) {
 /// For whoever has asked it to stop.
 std::string whatIsWritten(const Options& options) {
     const bool isOfFiles = options.command == Command::tag || options.command == Command::clearTags;
-    return isOfFiles ? "Files are being written: this ends when all of them are done"
+    return isOfFiles ? "Stopping: what is under way is stored and written to its files first"
                      : "The store is being cleared, the music files stay as they are: this ends by itself";
 }
 
@@ -136,6 +136,7 @@ class Program {
                 terminal_.complain(describe(SystemError(errno, "Cannot write", "standard output")));
             if (output.failure) terminal_.complain(*output.failure);
             code = output.failure || !written ? failed : done;
+            if (output.wasStopped) code = cancelled;
         } catch (const CommandCancelled& error) {
             terminal_.endProgress();
             terminal_.complain(describe(error));

@@ -193,11 +193,15 @@ TEST_F(Cli, TagsWhatHasNoTagsYetAndSaysWhatIsLeftUntagged) {
     EXPECT_EQ(summary.at("requested"), 24);
     EXPECT_EQ(summary.at("tagged"), 10);
     EXPECT_EQ(summary.at("credits"), 10);
-    EXPECT_EQ(summary.at("refused").size(), 2);
-    EXPECT_EQ(requested({"--again", "--limit", "2"}), 2);
-    EXPECT_EQ(
-        run({"tag", "--limit", "0"}).standardOutput,
-        "Nothing to tag: 13 tagged already (--again), 1 without artist or title, 14 beyond the limit.\n");
+    EXPECT_EQ(summary.at("refused").at(0).at("tracks"), 10);
+    EXPECT_THAT(summary.at("refused").at(0).at("reason").get<std::string>(),
+                testing::StartsWith("Insufficient credits. You need 10"));
+    EXPECT_EQ(requested({"--failed", "--limit", "1"}), 1);
+    EXPECT_EQ(requested({"--again", "--limit", "1"}), 1);
+    EXPECT_EQ(run({"tag", "--failed"}).standardOutput,
+              "Nothing to tag: 27 not left over from the last run, 1 without artist or title.\n");
+    EXPECT_EQ(run({"tag", "--limit", "0"}).standardOutput,
+              "Nothing to tag: 14 tagged already (--again), 1 without artist or title, 13 over the limit.\n");
 }
 
 TEST_F(Cli, KeepsWhatIsItsOwnPrivateAndBelowItsHome) {
