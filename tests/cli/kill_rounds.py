@@ -63,7 +63,8 @@ class World:
                        check=True, stdout=subprocess.DEVNULL)
         self.backend = subprocess.Popen(
             [programs / "velto-backend", "--port", "0", "--credits", "1000000", "--exit-with-stdin",
-             "--state", folder / "backend.sqlite"],
+             "--state", folder / "backend.sqlite",
+             "--fault", "slow:60"],  # else hardly a kill would meet a batch in flight
             stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
         self.address = self.backend.stdout.readline().strip()
         self.audio = {path: self.fingerprint(path) for path in self.files()}
