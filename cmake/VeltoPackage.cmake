@@ -1,13 +1,33 @@
-# `./dev package`: a Debian package of the two programs, with the dependencies that their libraries name.
+# `./dev package`: a Debian package of the two programs with their manual and shell completions, and the dependencies
+# that their libraries name.
 
 include(GNUInstallDirs)
 
-set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON) # the tests are no part of a package
+set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON) # the tests are not part of a package
 
 # Side by side: veltoctl starts the velto-backend that lies next to it.
 install(TARGETS veltoctl velto-backend RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
 install(FILES LICENSE DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/velto" RENAME copyright)
 install(FILES README.md docs/backend.md docs/store.md DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/velto")
+
+# The program itself makes them, from the table that its parser works with.
+set(made "${CMAKE_BINARY_DIR}/share")
+file(MAKE_DIRECTORY "${made}")
+add_custom_command(
+  OUTPUT "${made}/veltoctl.bash" "${made}/_veltoctl" "${made}/veltoctl.fish" "${made}/veltoctl.1.gz"
+  COMMAND veltoctl completion bash > "${made}/veltoctl.bash"
+  COMMAND veltoctl completion zsh > "${made}/_veltoctl"
+  COMMAND veltoctl completion fish > "${made}/veltoctl.fish"
+  COMMAND veltoctl manual | gzip -9n > "${made}/veltoctl.1.gz"
+  DEPENDS veltoctl)
+add_custom_target(veltoctl-manual DEPENDS "${made}/veltoctl.bash" "${made}/_veltoctl" "${made}/veltoctl.fish"
+                                           "${made}/veltoctl.1.gz")
+add_dependencies(velto-programs veltoctl-manual)
+install(FILES "${made}/veltoctl.bash" DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions"
+        RENAME veltoctl)
+install(FILES "${made}/_veltoctl" DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions")
+install(FILES "${made}/veltoctl.fish" DESTINATION "${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d")
+install(FILES "${made}/veltoctl.1.gz" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME velto)

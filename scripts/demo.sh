@@ -16,7 +16,7 @@ if [[ -n "$in_place" && "$in_place" != --in-place ]]; then
   echo "usage: ./dev run [FOLDER [--in-place]]" >&2
   exit 2
 fi
-# A link to the folder is no copy of it: what is copied, and what is told, is the folder itself.
+# If it is a link, the folder that it leads to is copied and named.
 [[ -z "$folder" ]] || folder=$(realpath -- "$folder")
 mkdir -p "$demo/home"
 if [[ -n "$folder" ]]; then

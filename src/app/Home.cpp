@@ -37,7 +37,7 @@ void makePrivateFolder(const path& folder) {
 
 } // namespace
 
-Home prepareHome(const std::optional<path>& folder) {
+Home homeAt(const std::optional<path>& folder) {
     path data, config, state;
     if (folder) {
         data = config = state = std::filesystem::absolute(*folder).lexically_normal();
@@ -47,8 +47,6 @@ Home prepareHome(const std::optional<path>& folder) {
         config = baseDirectory("XDG_CONFIG_HOME", ".config");
         state = baseDirectory("XDG_STATE_HOME", ".local/state");
     }
-    for (const path& each : {data, config, state})
-        makePrivateFolder(each);
     return {
         .data = data,
         .store = data / "velto.store",
@@ -58,6 +56,13 @@ Home prepareHome(const std::optional<path>& folder) {
         .rewrites = data / "rewrites.journal",
         .backendState = data / "local-backend.sqlite",
     };
+}
+
+Home prepareHome(const std::optional<path>& folder) {
+    Home home = homeAt(folder);
+    for (const path& file : {home.store, home.defaults, home.log})
+        makePrivateFolder(file.parent_path());
+    return home;
 }
 
 } // namespace velto

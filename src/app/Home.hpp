@@ -17,7 +17,10 @@ struct Home {
 };
 
 /// With `folder`, everything lies below it; without, in the XDG base directories (data, config and state,
-/// each in its folder "velto"). Makes the folders (mode 0700). Throws SystemError where one cannot be made.
+/// each in its folder "velto"). Makes nothing.
+Home homeAt(const std::optional<std::filesystem::path>& folder);
+
+/// The same, with its folders made (mode 0700). Throws SystemError if one cannot be made.
 Home prepareHome(const std::optional<std::filesystem::path>& folder);
 
 } // namespace velto

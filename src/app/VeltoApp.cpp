@@ -2,6 +2,7 @@
 
 #include "backend/DefaultTaggingService.hpp"
 #include "backend/URLCallback.hpp"
+#include "platform/http/Url.hpp"
 #include "platform/log/Log.hpp"
 #include "platform/secrets/DefaultKeychainService.hpp"
 #include "store/Entities.hpp"
@@ -122,6 +123,13 @@ std::shared_ptr<MainScreenViewModel> VeltoApp::viewModel() {
          .taggingService = std::make_shared<DefaultTaggingService>(*taggingClient_, crashReporter_),
          .librarySyncService = nullptr});
     return viewModel_;
+}
+
+void VeltoApp::openBillingPage() {
+    const std::string address = backendAddress_ + "/dashboard/billing";
+    const auto url = http::Url::parse(address);
+    if (!url || !url->isWeb()) throw Error("Invalid billing URL");
+    configuration_.browser.openURL(address);
 }
 
 Task<bool> VeltoApp::handleURLCallback(std::string url) {

@@ -65,7 +65,13 @@ class VeltoApp {
     /// Why the local backend could not be started: the user's text. None where it runs or is not needed.
     [[nodiscard]] const std::optional<std::string>& backendFailure() const { return backendFailure_; }
 
+    /// Whether the backend is the one that came with the program: it ends with it.
+    [[nodiscard]] bool hasLocalBackend() const { return localBackend_.has_value(); }
+
     model::ModelContainer& sharedModelContainer() { return *sharedModelContainer_; }
+
+    /// Opens the page that sells credits. Throws Error if the backend's address is no web address.
+    void openBillingPage();
 
     /// What a `velto://` URL leads to, by whichever way it came. Ends when the sign-in has ended; false where
     /// the URL is not the sign-in's.

@@ -9,12 +9,8 @@ namespace velto::cli {
 
 namespace {
 
-Output sessionOutput(const UserSession& session, const std::optional<std::string>& error = {}) {
+Output sessionOutput(const UserSession& session) {
     Output output{{}, toJson(session), {}};
-    if (!session.isSignedIn) {
-        output.failure = error ? "Not signed in: " + *error : "Not signed in";
-        return output;
-    }
     const std::string email = session.email.value_or("");
     output.text = text::printable(session.name ? fmt::format("{} <{}>", *session.name, email) : email);
     if (session.creditBalance) output.text += fmt::format(", {} credits left", session.creditBalance->total);
@@ -33,7 +29,16 @@ struct ShownError {
     Subscription subscription;
 };
 
+std::string notSignedIn(const Context& context) {
+    return context.sessionError ? "not signed in: " + *context.sessionError
+                                : "sign in first: veltoctl sign-in";
+}
+
 } // namespace
+
+void requireSession(const Context& context) {
+    if (!context.app.viewModel()->userSession->isSignedIn) throw CommandFailed(notSignedIn(context));
+}
 
 Task<void> restoreSession(Context& context) {
     auto& manager = context.app.authManager();
@@ -59,8 +64,9 @@ Task<Output> signIn(Context& context) {
         if (!url) throw CommandCancelled();
     }
     if (!co_await context.app.handleURLCallback(text::trimmed(*url)))
-        throw CommandFailed("This is not the link that the sign-in page ends with (velto://auth?token=...).");
-    if (!viewModel->userSession->isSignedIn) throw CommandFailed(shown.text.value_or("The sign-in failed"));
+        throw CommandFailed("this is not the link that the sign-in page ends with (velto://auth?token=...): "
+                            "veltoctl sign-in");
+    if (!viewModel->userSession->isSignedIn) throw CommandFailed(shown.text.value_or("the sign-in failed"));
     co_return sessionOutput(viewModel->userSession);
 }
 
@@ -78,8 +84,21 @@ Task<Output> signOut(Context& context) {
 }
 
 Task<Output> whoAmI(Context& context) {
-    const auto viewModel = context.app.viewModel();
-    co_return sessionOutput(viewModel->userSession, context.sessionError);
+    const UserSession session = context.app.viewModel()->userSession;
+    Output output = session.isSignedIn ? sessionOutput(session) : Output{{}, toJson(session), {}};
+    if (!session.isSignedIn) output.failure = notSignedIn(context);
+    co_return output;
+}
+
+Task<Output> billing(Context& context) {
+    context.app.openBillingPage();
+    if (context.app.hasLocalBackend()) { // its pages go when this program does
+        const auto asking = [&terminal = context.terminal] {
+            return ask(terminal, "Press Enter when you are done with it:");
+        };
+        (void)co_await offload(context.executors, asking);
+    }
+    co_return Output{{}, Json::object(), {}};
 }
 
 } // namespace velto::cli

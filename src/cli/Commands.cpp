@@ -3,6 +3,10 @@
 #include "platform/model/InBackground.hpp"
 #include "platform/text/Text.hpp"
 
+#include <fmt/ranges.h>
+
+#include <algorithm>
+
 namespace velto::cli {
 
 Task<Output> runCommand(Context& context) {
@@ -31,6 +35,8 @@ Task<Output> runCommand(Context& context) {
         return signOut(context);
     case Command::whoAmI:
         return whoAmI(context);
+    case Command::billing:
+        return billing(context);
     }
     throw CommandFailed("Unknown command");
 }
@@ -41,11 +47,25 @@ Interruption interrupt(Context& context) {
         context.interruptions.start(viewModel->cancelScan());
         return Interruption::handled;
     }
+    if (viewModel->taggingProgress.get() || viewModel->clearingProgress.get()) {
+        viewModel->stopTagging();
+        return Interruption::mustWait;
+    }
     // A removal and a signing-out save more than once.
     const Command command = context.options.command;
-    const bool isWriting = viewModel->taggingProgress.get() || viewModel->clearingProgress.get() ||
-                           command == Command::libraryRemove || command == Command::signOut;
-    return isWriting ? Interruption::mustWait : Interruption::quitNow;
+    return command == Command::libraryRemove || command == Command::signOut ? Interruption::mustWait
+                                                                            : Interruption::quitNow;
+}
+
+Task<std::string> storeUnfinished(Context& context) {
+    const auto viewModel = context.app.viewModel();
+    // A scan, a removal or a signing-out is stored as a whole or taken up by the next start.
+    if (!viewModel->taggingProgress.get() && !viewModel->clearingProgress.get())
+        co_return std::string("stopped");
+    const std::int64_t lost = co_await viewModel->storeTagsNow();
+    if (lost == 0) co_return std::string("stopped; what was done is stored");
+    co_return "stopped; the tags of " + plural(static_cast<std::size_t>(lost), "track") +
+        " that may have been paid for are lost; which ones is in " + context.home.log.string();
 }
 
 namespace {
@@ -56,6 +76,17 @@ Task<void> loadStore(Context& context) {
     } catch (const std::exception& error) {
         throw CommandFailed("Failed to load libraries: " + describe(error));
     }
+}
+
+std::string unknownLibrary(const std::string& name, const std::vector<LibraryRef>& libraries) {
+    if (libraries.empty()) return "there is no library yet, add one: veltoctl library add FOLDER";
+    constexpr std::size_t mostNamed = 10;
+    std::vector<std::string> names;
+    for (std::size_t i = 0; i < std::min(libraries.size(), mostNamed); ++i)
+        names.push_back("'" + libraries[i]->name + "'");
+    if (libraries.size() > mostNamed)
+        names.push_back(fmt::format("{} more (veltoctl library list)", libraries.size() - mostNamed));
+    return fmt::format("there is no library '{}', there is {}", name, fmt::join(names, ", "));
 }
 
 } // namespace
@@ -74,20 +105,32 @@ Task<LibraryRef> selectNamedLibrary(Context& context) {
         // Selected before the load, so that only this library's folder is reached for.
         const auto named =
             context.app.sharedModelContainer().mainContext().findUnique<Library>("name", *name);
-        if (!named)
-            throw CommandFailed("There is no library named '" + *name + "'. 'library list' shows them.");
+        if (!named) {
+            co_await loadLists(context);
+            throw CommandFailed(unknownLibrary(*name, viewModel->libraries));
+        }
         viewModel->selectedLibrary = named;
     }
     co_await loadLists(context);
     if (!viewModel->selectedLibrary.get()) {
         failOnError(*viewModel);
-        throw CommandFailed("There is no library yet. Add one: veltoctl library add FOLDER");
+        throw CommandFailed("there is no library yet, add one: veltoctl library add FOLDER");
     }
     co_return viewModel->selectedLibrary;
 }
 
 void failOnError(const MainScreenViewModel& viewModel) {
     if (viewModel.errorMessage.get()) throw CommandFailed(*viewModel.errorMessage.get());
+}
+
+std::string plural(std::size_t count, const std::string& noun) {
+    return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
+}
+
+void complainOfUnwritten(Context& context, const std::string& what, std::int64_t files) {
+    if (files > 0)
+        context.terminal.complain(what + plural(static_cast<std::size_t>(files), "file") + "; why is in " +
+                                  context.home.log.string());
 }
 
 std::vector<Subscription> showProgress(const Context& context, MainScreenViewModel& viewModel) {

@@ -1,17 +1,18 @@
 #pragma once
 
-#include "flows/BackgroundTasks.hpp"
 #include "app/VeltoApp.hpp"
 #include "cli/Json.hpp"
 #include "cli/Options.hpp"
 #include "cli/Terminal.hpp"
+#include "flows/BackgroundTasks.hpp"
 
 #include <functional>
 #include <string>
 
 namespace velto::cli {
 
-/// A command that could not do what it was asked: `what()` is the user's text. Exit code 1.
+/// A command that could not do what it was asked: `what()` says in one line what is wrong and what helps.
+/// Exit code 1.
 class CommandFailed : public Error {
   public:
     using Error::Error;
@@ -20,13 +21,14 @@ class CommandFailed : public Error {
 /// The user stopped it. Exit code 130.
 class CommandCancelled : public Error {
   public:
-    explicit CommandCancelled(const std::string& text = "Cancelled")
+    explicit CommandCancelled(const std::string& text = "cancelled")
         : Error(text) {}
 };
 
 /// What a command works with; it outlives the command. Main actor.
 struct Context {
     const Options& options;
+    const Home& home;
     VeltoApp& app;
     Terminal& terminal;
     Executors executors;
@@ -35,12 +37,13 @@ struct Context {
     std::optional<std::string> sessionError; ///< why a stored token led to no session
 };
 
-/// What a command leaves: standard output gets `json` with --json, or `jsonText` where that is given, else
+/// What a command leaves: standard output gets `json` with --json, or `jsonText` if that is given, else
 /// `text`. A `failure` goes to standard error beside it and makes the exit code 1.
 struct Output {
     std::string text;
     Json json;
     std::optional<std::string> failure;
+    bool wasStopped = false; ///< by the user: exit code 130
     std::optional<std::string> jsonText =
         std::nullopt; ///< for what would be many times as large as one value
 };
@@ -56,6 +59,10 @@ enum class Interruption {
     mustWait, ///< files or the store are being written; a second interrupt ends the program all the same
 };
 Interruption interrupt(Context& context);
+
+/// Stores what a tagging or clearing run has done so far, for a program that ends before its command does.
+/// Returns what is lost, as a line for the user.
+Task<std::string> storeUnfinished(Context& context);
 
 /// Tries the stored token, and keeps why it did not lead to a session.
 Task<void> restoreSession(Context& context);
@@ -73,21 +80,32 @@ Task<Output> markTagged(Context& context);
 Task<Output> signIn(Context& context);
 Task<Output> signOut(Context& context);
 Task<Output> whoAmI(Context& context);
+Task<Output> billing(Context& context);
 
-/// Loads the store's lists. Throws CommandFailed where the store cannot be read.
+/// Loads the store's lists. Throws CommandFailed if the store cannot be read.
 Task<void> loadLists(Context& context);
 
-/// Loads the store's lists and selects the library that was named, else the first. Throws CommandFailed where
+/// Loads the store's lists and selects the library that was named, else the first. Throws CommandFailed if
 /// there is none.
 Task<LibraryRef> selectNamedLibrary(Context& context);
 
-/// Throws CommandFailed with the state object's error text where there is one.
+/// Throws CommandFailed, which says how to sign in or why the stored token is of no use, unless somebody is
+/// signed in.
+void requireSession(const Context& context);
+
+/// Throws CommandFailed with the state object's error text if there is one.
 void failOnError(const MainScreenViewModel& viewModel);
+
+/// "1 track", "2 tracks".
+[[nodiscard]] std::string plural(std::size_t count, const std::string& noun);
+
+/// Says how many files were not written, if any, and where the log says why.
+void complainOfUnwritten(Context& context, const std::string& what, std::int64_t files);
 
 /// Shows the state object's progress while it lives.
 [[nodiscard]] std::vector<Subscription> showProgress(const Context& context, MainScreenViewModel& viewModel);
 
-/// Asks the question unless --yes was given. Throws CommandCancelled where the answer is not yes.
+/// Asks the question unless --yes was given. Throws CommandCancelled unless the answer is yes.
 Task<void> confirm(Context& context, std::string question);
 
 } // namespace velto::cli

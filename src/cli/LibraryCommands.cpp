@@ -1,5 +1,6 @@
 #include "cli/Commands.hpp"
 
+#include "flows/LibraryCreationError.hpp"
 #include "platform/text/Printable.hpp"
 #include "scanning/ConcurrentScanner.hpp"
 
@@ -16,10 +17,27 @@ std::string summary(const ScanRunRef& run) {
                        run->changedCount, run->missingCount, run->errorCount);
 }
 
+/// Why a library could not be read: its folder is away more often than anything else.
+Task<std::string> failureAt(Context& context, LibraryRef library, std::string text) {
+    const std::string root = library->rootPath;
+    const auto isThere = [root] {
+        std::error_code error;
+        return std::filesystem::is_directory(root, error);
+    };
+    if (co_await offload(context.executors, isThere)) co_return text;
+    co_return fmt::format(
+        "the folder {} is not there: connect its drive, or forget the library: veltoctl library "
+        "remove '{}'",
+        root, library->name);
+}
+
 Task<ScanRunRef> scanSelected(Context& context) {
     const auto viewModel = context.app.viewModel();
     viewModel->errorMessage = std::nullopt;
+    if (context.sessionError && !context.app.backendFailure())
+        context.terminal.complain("scanning without the backend's list of genres: " + *context.sessionError);
     const auto progress = showProgress(context, *viewModel);
+    const LibraryRef library = viewModel->selectedLibrary;
     const ScanOutcome outcome = co_await viewModel->refreshSelectedLibrary();
     co_await viewModel->backgroundWorkFinished();
     if (outcome) co_return outcome.run;
@@ -27,10 +45,12 @@ Task<ScanRunRef> scanSelected(Context& context) {
     try {
         if (outcome.failure) std::rethrow_exception(outcome.failure);
     } catch (const ScannerError& error) {
-        if (error.kind() == ScannerError::Case::scanCancelled) throw CommandCancelled(text);
+        if (error.kind() == ScannerError::Case::scanCancelled)
+            throw CommandCancelled("the scan was cancelled, nothing of it is stored");
     } catch (const std::exception&) { // the text says it
     }
-    throw CommandFailed(text);
+    const std::string reason = co_await failureAt(context, library, text);
+    throw CommandFailed(reason);
 }
 
 std::filesystem::path absoluteFolder(const std::filesystem::path& folder) {
@@ -38,26 +58,42 @@ std::filesystem::path absoluteFolder(const std::filesystem::path& folder) {
     return path.has_filename() ? path : path.parent_path();
 }
 
-/// The folder itself: a search for new files does not follow a link at its root.
-std::filesystem::path behindLink(const std::filesystem::path& folder) {
-    std::error_code error;
-    if (!std::filesystem::is_symlink(folder, error)) return folder;
-    auto target = std::filesystem::canonical(folder, error);
-    return error ? folder : target;
+std::string refusal(const LibraryCreationError& error, const std::string& name,
+                    const std::filesystem::path& folder) {
+    switch (error.kind()) {
+    case LibraryCreationError::Case::notADirectory:
+        return fmt::format("{} is not a folder", folder.string());
+    case LibraryCreationError::Case::accessDenied:
+        return fmt::format("the folder {} may not be read: its owner can allow it with chmod",
+                           folder.string());
+    case LibraryCreationError::Case::duplicateName:
+        return fmt::format(
+            "there is a library '{}' already: scan it, or give this one another name with --name", name);
+    case LibraryCreationError::Case::emptyName:
+        return "a library needs a name: give one with --name";
+    }
+    return describe(error);
 }
 
 } // namespace
 
 Task<Output> addLibrary(Context& context) {
     const auto viewModel = context.app.viewModel();
+    requireSession(context);
     co_await loadLists(context);
     const auto folder = absoluteFolder(context.options.folder);
     const std::string usualName = (folder.has_filename() ? folder.filename() : folder).string();
-    co_await viewModel->addLibrary(context.options.library.value_or(usualName), behindLink(folder),
-                                   context.options.includeGlob.value_or(defaultIncludeGlob),
-                                   context.options.excludeGlob);
+    const std::string name = context.options.library.value_or(usualName);
+    LibraryRef library;
+    try {
+        library = co_await viewModel->addLibrary(name, folder,
+                                                 context.options.includeGlob.value_or(defaultIncludeGlob),
+                                                 context.options.excludeGlob);
+    } catch (const LibraryCreationError& error) {
+        throw CommandFailed(refusal(error, name, folder));
+    }
     failOnError(*viewModel);
-    const LibraryRef library = viewModel->selectedLibrary;
+    if (!library) throw CommandFailed("the library could not be added");
     Output output{
         fmt::format("Added {} ({}).\n", text::printable(library->name), text::printable(library->rootPath)),
         toJson(library, context.clock.now()),
@@ -109,8 +145,12 @@ Task<Output> check(Context& context) {
     const LibraryRef library = co_await selectNamedLibrary(context);
     const auto viewModel = context.app.viewModel();
     const auto counted = co_await viewModel->countNewFiles(library);
-    if (!counted) failOnError(*viewModel);
-    const std::size_t found = counted.value_or(0);
+    if (!counted) {
+        const std::string text = viewModel->errorMessage->value_or("The check failed");
+        const std::string reason = co_await failureAt(context, library, text);
+        throw CommandFailed(reason);
+    }
+    const std::size_t found = *counted;
     Output output{fmt::format("{} new file{}.\n", found, found == 1 ? "" : "s"),
                   {{"newFiles", found}, {"scanRun", nullptr}},
                   {}};

@@ -1,6 +1,16 @@
 #include "cli/Options.hpp"
 
+#include "app/Home.hpp"
+#include "cli/CommandTree.hpp"
+#include "cli/Completion.hpp"
+#include "cli/LibraryNames.hpp"
+#include "cli/Manual.hpp"
+#include "platform/text/Printable.hpp"
+
 #include <CLI/CLI.hpp>
+
+#include <functional>
+#include <iostream>
 
 namespace velto::cli {
 
@@ -36,11 +46,25 @@ class Parser {
             ->type_name("FILE")
             ->check(isNotEmpty);
         app_.add_flag("--json", options_.json, "Print one JSON value and nothing else on standard output");
-        app_.add_flag("--quiet", options_.quiet, "No progress and no log lines on standard error");
+        auto* quiet = app_.add_flag_callback(
+            "--quiet", [this] { options_.verbosity = Verbosity::quiet; },
+            "Nothing but failures on standard error: no progress");
+        app_.add_flag_callback(
+                "--verbose", [this] { options_.verbosity = Verbosity::verbose; },
+                "Show the log's lines on standard error too")
+            ->excludes(quiet);
         app_.fallthrough();
+        app_.failure_message([](const CLI::App* app, const CLI::Error& error) {
+            const auto unknown = app->remaining(true);
+            const bool isNoCommand = error.get_name() == "RequiredError" && !unknown.empty();
+            const std::string text =
+                isNoCommand ? "there is no command '" + unknown.front() + "'" : error.what();
+            return "velto: " + text::printable(text) + " (veltoctl --help)\n";
+        });
         addLibraryCommands();
         addTrackCommands();
         addAccountCommands();
+        addHiddenCommands();
     }
 
     std::variant<Options, int> parse(int argc, const char* const* argv) {
@@ -48,6 +72,10 @@ class Parser {
             app_.parse(argc, argv);
         } catch (const CLI::ParseError& error) {
             return app_.exit(error) == 0 ? 0 : usageError;
+        }
+        if (printed_) {
+            std::cout << printed_();
+            return std::cout.flush() ? 0 : 1;
         }
         return options_;
     }
@@ -61,8 +89,14 @@ class Parser {
 
     CLI::App* libraryCommand(const std::string& name, const std::string& text, Command what) {
         CLI::App* sub = command(app_, name, text, what);
-        sub->add_option("NAME", options_.library, "The library (default: the first by name)");
+        sub->add_option("NAME", options_.library, "The library (default: the first by name)")->type_name("");
         return sub;
+    }
+
+    void addLimit(CLI::App* sub) {
+        sub->add_option("--limit", options_.limit, "At most this many tracks")
+            ->type_name("N")
+            ->check(isWholeNumber);
     }
 
     void addLibraryCommands() {
@@ -71,7 +105,7 @@ class Parser {
         library->fallthrough();
         CLI::App* add =
             command(*library, "add", "Make a folder of music a library and scan it", Command::libraryAdd);
-        add->add_option("PATH", options_.folder, "The folder")->required()->check(isNotEmpty);
+        add->add_option("PATH", options_.folder, "The folder")->type_name("")->required()->check(isNotEmpty);
         add->add_option("--name", options_.library, "Its name (default: the folder's)")
             ->type_name("N")
             ->check(isNotEmpty);
@@ -79,26 +113,30 @@ class Parser {
                         "Files to take (default: *.{mp3,m4a,aif,aiff,wav,flac})")
             ->type_name("G");
         add->add_option("--exclude", options_.excludeGlob, "Files to leave out")->type_name("G");
-        add->add_flag("!--no-scan", options_.scanAfterAdding, "Do not scan it now");
+        add->add_flag_callback(
+            "--no-scan", [this] { options_.scanAfterAdding = false; }, "Do not scan it now");
         command(*library, "list", "List the libraries", Command::libraryList);
         CLI::App* remove =
             command(*library, "remove", "Forget a library; its music files stay where they are",
                     Command::libraryRemove);
-        remove->add_option("NAME", options_.library, "The library")->required();
+        remove->add_option("NAME", options_.library, "The library")->type_name("")->required();
     }
 
     void addTrackCommands() {
         libraryCommand("scan", "Read every file of a library and bring the store up to date", Command::scan);
         libraryCommand("check", "Look for files that the store does not know; scan if there are any",
                        Command::check);
-        libraryCommand("tracks", "List a library's tracks", Command::tracks)
-            ->add_option("--limit", options_.limit, "At most this many")
-            ->type_name("N")
-            ->check(isWholeNumber);
-        for (CLI::App* sub :
-             {libraryCommand("tag", "Tag a library's tracks with AI genres, one credit each", Command::tag),
-              libraryCommand("clear-tags", "Take the tags out of the store and the files again",
-                             Command::clearTags)})
+        addLimit(libraryCommand("tracks", "List a library's tracks", Command::tracks));
+        CLI::App* tag = libraryCommand(
+            "tag", "Tag the tracks that have no tags yet with AI genres, one credit each", Command::tag);
+        addLimit(tag);
+        CLI::Option* again =
+            tag->add_flag("--again", options_.again, "Also the tracks that are tagged already");
+        tag->add_flag("--failed", options_.failedOnly, "Only the tracks that the last run could not tag")
+            ->excludes(again);
+        CLI::App* clear = libraryCommand("clear-tags", "Take the tags out of the store and the files again",
+                                         Command::clearTags);
+        for (CLI::App* sub : {tag, clear})
             sub->add_flag("-y,--yes", options_.yes, "Do not ask");
         libraryCommand("mark-tagged", "Mark a library's tracks as tagged, as they are", Command::markTagged);
     }
@@ -107,14 +145,42 @@ class Parser {
         command(app_, "sign-in", "Sign in: opens the web page, or takes the callback URL it ends with",
                 Command::signIn)
             ->add_option("CALLBACK-URL", options_.callbackUrl,
-                         "velto://auth?token=...; - reads it from standard input");
+                         "velto://auth?token=...; - reads it from standard input")
+            ->type_name("");
         command(app_, "sign-out", "Sign out and clear the libraries and playlists from this computer's store",
                 Command::signOut);
         command(app_, "whoami", "Show who is signed in and the credits left", Command::whoAmI);
+        command(app_, "billing", "Open the page that sells credits", Command::billing);
     }
 
-    CLI::App app_{"Velto: a DJ's music library, scanned, tagged and kept", "veltoctl"};
+    /// For the package and for shells, not for people.
+    void addHiddenCommands() {
+        CLI::App* completion = app_.add_subcommand("completion", "What makes a shell complete veltoctl");
+        completion->group("");
+        completion->add_option("SHELL", completed_, "bash, zsh, fish; or libraries: their names")
+            ->required()
+            ->check(CLI::IsMember({"bash", "zsh", "fish", "libraries"}));
+        completion->callback([this] { printed_ = [this] { return completionFor(completed_); }; });
+        CLI::App* manual = app_.add_subcommand("manual", "The manual page");
+        manual->group("");
+        manual->callback(
+            [this] { printed_ = [this] { return manualPage(commandTree(app_), VELTO_VERSION); }; });
+    }
+
+    [[nodiscard]] std::string completionFor(const std::string& what) const {
+        if (what == "bash") return bashCompletion(commandTree(app_));
+        if (what == "zsh") return zshCompletion(commandTree(app_));
+        if (what == "fish") return fishCompletion(commandTree(app_));
+        std::string lines;
+        for (const auto& name : libraryNames(homeAt(options_.home).store))
+            lines += name + "\n";
+        return lines;
+    }
+
+    CLI::App app_{"A DJ's music library, scanned, tagged and kept", "veltoctl"};
     Options options_;
+    std::string completed_;
+    std::function<std::string()> printed_; ///< what is printed in place of running a command
 };
 
 } // namespace

@@ -21,6 +21,14 @@ enum class Command {
     signIn,
     signOut,
     whoAmI,
+    billing,
+};
+
+/// What standard error shows beside failures and questions.
+enum class Verbosity {
+    quiet,   ///< nothing
+    usual,   ///< progress
+    verbose, ///< progress and the log's lines
 };
 
 /// What the command line said, checked for form only.
@@ -29,7 +37,7 @@ struct Options {
     std::optional<std::string> backend;
     std::optional<std::filesystem::path> tokenFile;
     bool json = false;
-    bool quiet = false;
+    Verbosity verbosity = Verbosity::usual;
 
     Command command = Command::libraryList;
     std::filesystem::path folder;           ///< library add
@@ -37,13 +45,16 @@ struct Options {
     std::optional<std::string> includeGlob; ///< library add
     std::optional<std::string> excludeGlob; ///< library add
     bool scanAfterAdding = true;            ///< library add
-    std::optional<std::size_t> limit;       ///< tracks
+    std::optional<std::size_t> limit;       ///< tracks, tag
+    bool again = false;                     ///< tag: also what is tagged already
+    bool failedOnly = false;                ///< tag: only what the last run could not
     bool yes = false;                       ///< tag, clear-tags: do not ask
     std::optional<std::string> callbackUrl; ///< sign-in
 };
 
-/// The options, or the exit code of a run that ends here: 0 after help or version, 2 after wrong usage. What
-/// is to be read has been printed by then. VELTO_HOME and VELTO_BACKEND_URL stand in for missing options.
+/// The options, or the exit code of a run that ends here: 0 after help, version, a completion script or the
+/// manual, 2 after wrong usage. What is to be read has been printed by then. VELTO_HOME and VELTO_BACKEND_URL
+/// stand in for missing options.
 std::variant<Options, int> parseOptions(int argc, const char* const* argv);
 
 } // namespace velto::cli

@@ -19,7 +19,7 @@ namespace {
 constexpr Seconds redrawPause{0.1};
 constexpr Seconds plainLinePause{2};
 constexpr Seconds longestFarewell{1};
-/// What waits for a slow reader at most; lines beyond it are left out here.
+/// At most this much waits for a slow reader; lines beyond it are left out.
 constexpr std::size_t pendingLimit = std::size_t{4} << 20;
 
 std::string duration(double seconds) {
@@ -54,7 +54,7 @@ std::string fitted(std::string text) {
 
 } // namespace
 
-/// What is to stand on standard error. A thread of its own writes it: whoever stops reading (a pager, a
+/// What standard error is to show. A thread of its own writes it, so that a reader who stops (a pager, a
 /// stopped terminal) stops that thread and nothing else.
 struct Terminal::State {
     std::mutex mutex;
@@ -63,10 +63,10 @@ struct Terminal::State {
     bool isTerminal = false;
     bool isStopping = false;
     bool isWriting = false;
-    std::string pending; ///< whole lines
+    std::string pending; ///< whole lines that are not written yet
     std::size_t droppedBytes = 0;
-    std::string shown; ///< the progress line that stands there; empty for none. The writer's.
-    std::string toShow;
+    std::string shown; ///< the progress line on the terminal now; empty for none. Only the writer changes it.
+    std::string toShow; ///< the progress line that is wanted
 
     [[nodiscard]] bool isUpToDate() const { return pending.empty() && toShow == shown; }
 
@@ -106,20 +106,21 @@ struct Terminal::State {
         }
     }
 
-    /// Waits until all of it is written, or for `longest` where nobody reads.
+    /// Waits until all of it is written, or for `longest` if nobody reads.
     void flush(Seconds longest) {
         std::unique_lock lock(mutex);
         written.wait_for(lock, longest, [this] { return isUpToDate() && !isWriting; });
     }
 };
 
-Terminal::Terminal(bool quiet, const Clock& clock)
+Terminal::Terminal(Verbosity verbosity, const Clock& clock)
     : state_(std::make_shared<State>())
     , clock_(clock)
-    , isQuiet_(quiet)
+    , isQuiet_(verbosity == Verbosity::quiet)
     , writer_([state = state_] { state->run(); }) {
     state_->isTerminal = ::isatty(STDERR_FILENO) == 1;
-    if (!quiet) sink_ = log::addSink([state = state_](std::string_view lines) { state->append(lines); });
+    if (verbosity == Verbosity::verbose)
+        sink_ = log::addSink([state = state_](std::string_view lines) { state->append(lines); });
 }
 
 Terminal::~Terminal() {
@@ -173,6 +174,10 @@ void Terminal::say(std::string_view text) {
     state_->append(text::printableLines(text) + "\n");
 }
 
+void Terminal::complain(std::string_view text) {
+    say("velto: " + text::printable(text));
+}
+
 void Terminal::flush() {
     log::flush();
     state_->flush(longestFarewell);
@@ -182,8 +187,10 @@ std::optional<std::string> ask(Terminal& terminal, const std::string& question) 
     terminal.flush();
     if (!question.empty()) writeAll(question + " ");
     std::string answer;
-    if (!std::getline(std::cin, answer)) return std::nullopt;
-    return answer;
+    const bool hasAnswer = static_cast<bool>(std::getline(std::cin, answer));
+    // A person who types ends the line.
+    if (!question.empty() && (!hasAnswer || ::isatty(STDIN_FILENO) == 0)) writeAll("\n");
+    return hasAnswer ? std::optional(answer) : std::nullopt;
 }
 
 } // namespace velto::cli

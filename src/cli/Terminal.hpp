@@ -1,5 +1,6 @@
 #pragma once
 
+#include "cli/Options.hpp"
 #include "platform/concurrency/Clock.hpp"
 #include "platform/log/Log.hpp"
 #include "scanning/ScanProgress.hpp"
@@ -13,28 +14,30 @@
 
 namespace velto::cli {
 
-/// Standard error: log lines and, on a terminal, one progress line below them. Piped, progress is a plain
-/// line now and then. Log lines come from the log's thread, all else from the main actor. Nothing here waits
-/// for whoever reads standard error, but for flush.
+/// Standard error: what is said, the log's lines if they are wanted and, on a terminal, one progress line
+/// below them. Piped, progress is a plain line now and then. Log lines come from the log's thread, all else
+/// from the main actor. Nothing here waits for whoever reads standard error, except flush.
 class Terminal {
   public:
-    /// `quiet` leaves only `say`.
-    Terminal(bool quiet, const Clock& clock);
+    Terminal(Verbosity verbosity, const Clock& clock);
     ~Terminal();
     Terminal(const Terminal&) = delete;
     Terminal& operator=(const Terminal&) = delete;
 
-    /// Shows how far something is; at most ten times a second, piped every two. `total` 0 shows the text
-    /// alone.
+    /// Shows how far something has come: at most ten times a second on a terminal, every two seconds
+    /// otherwise. A `total` of 0 shows the text alone.
     void progress(std::string_view text, std::int64_t done, std::int64_t total,
                   std::optional<double> secondsLeft);
     void progress(const ScanProgress& progress);
     void endProgress();
 
-    /// A line for the user, whatever `quiet` says. Control characters in it are written out.
+    /// Lines for the user, also when it is quiet. Control characters in them are written out.
     void say(std::string_view text);
 
-    /// Waits until all that was said stands there; a second at most where nobody reads.
+    /// Why something is not done and what helps, as one line: "velto: ...".
+    void complain(std::string_view text);
+
+    /// Waits until everything is written; a second at most if nobody reads.
     void flush();
 
   private:
@@ -48,8 +51,8 @@ class Terminal {
     log::SinkHandle sink_;
 };
 
-/// Asks on standard error, where no progress may stand, and reads a line from standard input; absent at its
-/// end. Blocks.
+/// Asks on standard error and reads a line from standard input; nothing at its end. No progress may be on
+/// show. Blocks.
 std::optional<std::string> ask(Terminal& terminal, const std::string& question);
 
 } // namespace velto::cli

@@ -8,10 +8,6 @@ namespace velto::cli {
 
 namespace {
 
-std::string plural(std::size_t count, const std::string& noun) {
-    return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
-}
-
 std::string line(const TrackRef& track) {
     std::string text =
         track->artist.value_or("Unknown Artist") + " - " + track->title.value_or("Unknown Title");
@@ -21,12 +17,6 @@ std::string line(const TrackRef& track) {
     if (const FileStatus status = track->status(); status != FileStatus::ready)
         text += fmt::format("  ({})", rawValue(status));
     return text::printable(text) + "\n";
-}
-
-void sayUnwritten(Context& context, const std::string& what, std::int64_t files) {
-    if (files > 0)
-        context.terminal.say(what + plural(static_cast<std::size_t>(files), "file") +
-                             "; the log says which and why.");
 }
 
 } // namespace
@@ -45,40 +35,6 @@ Task<Output> listTracks(Context& context) {
     co_return output;
 }
 
-Task<Output> tag(Context& context) {
-    const auto viewModel = context.app.viewModel();
-    co_await selectNamedLibrary(context);
-    const auto tracks = distinctTracksOf(viewModel->selectedLibrary);
-    if (tracks.empty()) throw CommandFailed("No tracks selected");
-    // Whoever is signed out is asked for no credits; without a connection the tagging itself says what is
-    // wrong.
-    if (!viewModel->userSession->isSignedIn && !context.sessionError)
-        throw CommandFailed("Authentication required. Please sign in to tag tracks.");
-    const std::string question = "This will use " + plural(tracks.size(), "credit") + ". Continue?";
-    co_await confirm(context, question);
-    viewModel->errorMessage = std::nullopt;
-    const auto progress = showProgress(context, *viewModel);
-    const TaggingSummary summary = co_await viewModel->tagTracks(tracks);
-    std::optional<std::string> message = viewModel->errorMessage;
-    if (!message && summary.tagged == 0)
-        message = summary.errors.empty() ? "No tracks were tagged"
-                                         : fmt::format("{}", fmt::join(summary.errors, "\n"));
-    co_await viewModel->backgroundWorkFinished();
-    if (!message && viewModel->errorMessage.get()) context.terminal.say(*viewModel->errorMessage.get());
-    sayUnwritten(context, "The genre could not be written to ", summary.unwrittenFiles);
-    Output output;
-    output.json = {{"tagged", summary.tagged},
-                   {"credits", summary.credits},
-                   {"errors", summary.errors},
-                   {"message", message ? Json(*message) : Json(nullptr)}};
-    if (summary.tagged > 0)
-        output.text =
-            fmt::format("Tagged {} using {}.\n", plural(static_cast<std::size_t>(summary.tagged), "track"),
-                        plural(static_cast<std::size_t>(summary.credits), "credit"));
-    output.failure = message;
-    co_return output;
-}
-
 Task<Output> clearTags(Context& context) {
     const auto viewModel = context.app.viewModel();
     co_await selectNamedLibrary(context);
@@ -88,11 +44,20 @@ Task<Output> clearTags(Context& context) {
     co_await confirm(context, question);
     viewModel->errorMessage = std::nullopt;
     const auto progress = showProgress(context, *viewModel);
+    std::size_t cleared = 0;
+    const Subscription counting =
+        viewModel->clearingProgress.subscribe([&](const std::optional<TaggingProgress>& shown) {
+            if (shown) cleared = static_cast<std::size_t>(shown->completedTracks);
+        });
     const std::int64_t unwritten = co_await viewModel->clearTags(tracks);
-    sayUnwritten(context, "The genre could not be cleared from ", unwritten);
+    complainOfUnwritten(context, "the genre could not be cleared from ", unwritten);
     failOnError(*viewModel);
-    co_return Output{
-        "Cleared the tags of " + plural(tracks.size(), "track") + ".\n", {{"cleared", tracks.size()}}, {}};
+    Output output{"Cleared the tags of " + plural(cleared, "track") + ".\n", {{"cleared", cleared}}, {}};
+    if (cleared < tracks.size()) {
+        output.wasStopped = true;
+        output.failure = "stopped; the tags of " + plural(tracks.size() - cleared, "track") + " stay";
+    }
+    co_return output;
 }
 
 Task<Output> markTagged(Context& context) {

@@ -6,9 +6,11 @@
 
 #include <asio/io_context.hpp>
 #include <asio/signal_set.hpp>
+#include <asio/steady_timer.hpp>
 #include <asio/thread_pool.hpp>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -21,8 +23,10 @@ constexpr int done = 0;
 constexpr int failed = 1;
 constexpr int cancelled = 130;
 constexpr std::size_t poolThreads = 4;
+/// After SIGTERM or SIGHUP, what is under way may take so long.
+constexpr std::chrono::seconds longestFarewell{2};
 
-/// Shows the page's address, and opens it where there is a desktop.
+/// Shows a page's address, and opens the page if there is a desktop.
 class TerminalBrowser final : public Browser {
   public:
     TerminalBrowser(Terminal& terminal, Executors executors)
@@ -30,7 +34,7 @@ class TerminalBrowser final : public Browser {
         , executors_(std::move(executors)) {}
 
     void openURL(const std::string& url) override {
-        terminal_.say("Open this page in your browser to sign in:\n  " + url);
+        terminal_.say("Open this page in your browser:\n  " + url);
         if (std::getenv("DISPLAY") == nullptr && std::getenv("WAYLAND_DISPLAY") == nullptr) return;
         asio::post(executors_.pool, [url] {
             try {
@@ -57,6 +61,7 @@ bool needsBackend(const Options& options) {
     case Command::tag:
     case Command::signIn:
     case Command::whoAmI:
+    case Command::billing:
         return true;
     default:
         return false;
@@ -68,15 +73,16 @@ bool worksWithoutBackend(const Options& options) {
     return options.command == Command::scan || options.command == Command::check;
 }
 
-/// `check` asks for the session only where it found something to scan.
+/// `check` asks for the session only if it finds something to scan.
 bool usesSession(const Options& options) {
-    return needsBackend(options) && options.command != Command::signIn && options.command != Command::check;
+    return needsBackend(options) && options.command != Command::signIn && options.command != Command::check &&
+           options.command != Command::billing;
 }
 
-/// For who has asked it to stop.
+/// For whoever has asked it to stop.
 std::string whatIsWritten(const Options& options) {
     const bool isOfFiles = options.command == Command::tag || options.command == Command::clearTags;
-    return isOfFiles ? "Files are being written: this ends when all of them are done"
+    return isOfFiles ? "Stopping: what is under way is stored and written to its files first"
                      : "The store is being cleared, the music files stay as they are: this ends by itself";
 }
 
@@ -86,8 +92,9 @@ class Program {
         : options_(options)
         , pool_(poolThreads)
         , executors_{context_.get_executor(), pool_.get_executor()}
-        , signals_(context_, SIGINT, SIGTERM)
-        , terminal_(options.quiet, clock_)
+        , signals_(context_, SIGINT, SIGTERM, SIGHUP)
+        , deadline_(context_)
+        , terminal_(options.verbosity, clock_)
         , browser_(terminal_, executors_) {}
 
     int run() {
@@ -95,7 +102,7 @@ class Program {
         std::signal(SIGPIPE, SIG_IGN);
         int code = failed;
         asio::co_spawn(context_, runToEnd(code), [this](const std::exception_ptr& failure) {
-            if (failure) terminal_.say(describe(failure));
+            if (failure) terminal_.complain(describe(failure));
             signals_.cancel();
             context_.stop();
         });
@@ -109,14 +116,14 @@ class Program {
   private:
     Task<void> runToEnd(int& code) {
         co_await runCommandLine(code);
-        // What an interrupt started still holds the state object, which stands on the application.
+        // What an interrupt has started still holds the state object, which the application must outlive.
         if (commandContext_) co_await commandContext_->interruptions.finished();
     }
 
     Task<void> runCommandLine(int& code) {
         try {
             home_ = prepareHome(options_.home);
-            logFile_ = log::addFileSink(home_.log);
+            openLogFile();
             const Output output = co_await command();
             const std::string text = options_.json ? output.jsonText.value_or(printed(output.json)) + "\n"
                                                    : text::printableLines(output.text);
@@ -126,17 +133,27 @@ class Program {
                 std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
             // Whoever reads only the first lines of a pipe needs no message.
             if (!written && errno != EPIPE)
-                terminal_.say(describe(SystemError(errno, "Cannot write", "standard output")));
-            if (output.failure) terminal_.say(*output.failure);
+                terminal_.complain(describe(SystemError(errno, "Cannot write", "standard output")));
+            if (output.failure) terminal_.complain(*output.failure);
             code = output.failure || !written ? failed : done;
+            if (output.wasStopped) code = cancelled;
         } catch (const CommandCancelled& error) {
             terminal_.endProgress();
-            terminal_.say(describe(error));
+            terminal_.complain(describe(error));
             code = cancelled;
         } catch (const std::exception& error) {
             terminal_.endProgress();
-            terminal_.say(describe(error));
+            terminal_.complain(describe(error));
             code = failed;
+        }
+    }
+
+    /// Without a log file the commands work all the same.
+    void openLogFile() {
+        try {
+            logFile_ = log::addFileSink(home_.log);
+        } catch (const std::exception& error) {
+            terminal_.complain(describe(error));
         }
     }
 
@@ -144,7 +161,7 @@ class Program {
         co_await compose();
         if (const auto& failure = app_->backendFailure()) {
             if (!worksWithoutBackend(options_)) throw CommandFailed(*failure);
-            terminal_.say(*failure);
+            terminal_.complain(*failure);
         }
         if (usesSession(options_)) co_await restoreSession(*commandContext_);
         co_return co_await runCommand(*commandContext_);
@@ -166,24 +183,53 @@ class Program {
                                             .checksAtLoad = false};
         app_ = co_await VeltoApp::launch(std::move(configuration));
         (void)app_->viewModel();
-        commandContext_.emplace(
-            Context{options_, *app_, terminal_, executors_, clock_, BackgroundTasks(executors_.main), {}});
+        commandContext_.emplace(Context{
+            options_, home_, *app_, terminal_, executors_, clock_, BackgroundTasks(executors_.main), {}});
     }
 
     void waitForSignal() {
-        signals_.async_wait([this](const asio::error_code& error, int) {
+        signals_.async_wait([this](const asio::error_code& error, int number) {
             if (error) return;
-            const Interruption what =
-                commandContext_ && !interrupted_ ? interrupt(*commandContext_) : Interruption::quitNow;
-            interrupted_ = true;
-            if (what == Interruption::mustWait)
-                terminal_.say(whatIsWritten(options_) + ". Press Ctrl-C again to stop now.");
-            if (what == Interruption::quitNow) {
-                terminal_.flush();
-                std::_Exit(cancelled); // an interrupted rewrite is put right by the next start
-            }
+            // A terminal that closes says so more than once, and nobody is there to mean it.
+            if (number != SIGHUP || interrupts_ == 0) interrupted();
+            if (number != SIGINT) limitTheWait();
             waitForSignal();
         });
+    }
+
+    /// Who ends a session or shuts the machine down kills what does not end soon.
+    void limitTheWait() {
+        deadline_.expires_after(longestFarewell);
+        deadline_.async_wait([this](const asio::error_code& error) {
+            if (!error && interrupts_ == 1) interrupted();
+        });
+    }
+
+    void interrupted() {
+        ++interrupts_;
+        if (!commandContext_ || interrupts_ > 2) quit();
+        if (interrupts_ == 2) {
+            const auto handled = [](const std::exception_ptr&) {}; // quit() has ended the process
+            asio::co_spawn(context_, storeAndQuit(), handled);
+            return;
+        }
+        const Interruption what = interrupt(*commandContext_);
+        if (what == Interruption::quitNow) quit();
+        if (what == Interruption::mustWait)
+            terminal_.say(whatIsWritten(options_) + ". Press Ctrl-C again to stop now.");
+    }
+
+    Task<void> storeAndQuit() {
+        const std::string text = co_await storeUnfinished(*commandContext_);
+        terminal_.endProgress();
+        terminal_.complain(text);
+        quit();
+    }
+
+    /// An interrupted rewrite of a file is put right by the next start.
+    [[noreturn]] void quit() {
+        terminal_.flush();
+        std::_Exit(cancelled);
     }
 
     const Options& options_;
@@ -192,13 +238,14 @@ class Program {
     asio::thread_pool pool_;
     Executors executors_;
     asio::signal_set signals_;
+    asio::steady_timer deadline_;
     SystemClock clock_;
     Terminal terminal_;
     TerminalBrowser browser_;
     log::SinkHandle logFile_;
     std::unique_ptr<VeltoApp> app_;
     std::optional<Context> commandContext_;
-    bool interrupted_ = false;
+    int interrupts_ = 0;
 };
 
 } // namespace

@@ -120,6 +120,11 @@ fs::path Cli::addSong(const std::string& sample, const std::string& name) const 
     return music() / name;
 }
 
+void Cli::makeMusic(int count) const {
+    (void)runProgram({"/usr/bin/python3", SAMPLE_SCRIPT, music().string(), "--count", std::to_string(count),
+                      "--seconds", "1"});
+}
+
 fs::path Cli::manySongs(int count) const {
     const auto many = folder_ / "many";
     fs::create_directory(many);

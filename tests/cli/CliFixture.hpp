@@ -18,16 +18,17 @@ namespace velto::test {
 using Arguments = std::vector<std::string>;
 using files::ProcessOutput;
 
-/// veltoctl as a child that is watched through its standard error and told by signals and its standard input.
+/// veltoctl as a child process, watched through its standard error and steered by signals and its standard
+/// input.
 class RunningProgram {
   public:
     explicit RunningProgram(const Arguments& arguments);
-    /// Kills it where it still runs.
+    /// Kills it if it still runs.
     ~RunningProgram();
     RunningProgram(const RunningProgram&) = delete;
     RunningProgram& operator=(const RunningProgram&) = delete;
 
-    /// Reads standard error up to this text, no further. False where the child ends without saying it.
+    /// Reads standard error up to this text, no further. False if the child ends without saying it.
     bool waitFor(const std::string& text);
     void signal(int number) const;
     /// The numbers of its own children.
@@ -46,7 +47,7 @@ class RunningProgram {
     PipedProgram program_;
 };
 
-/// A home, a token file, a folder of music and, where a test starts one, a backend.
+/// A home, a token file, a folder of music and, once a test has started one, a backend.
 class Cli : public testing::Test {
   protected:
     static void SetUpTestSuite();
@@ -71,6 +72,8 @@ class Cli : public testing::Test {
 
     /// Copies a sample ("song.mp3", "song.m4a", "song.aiff") below `music`.
     std::filesystem::path addSong(const std::string& sample, const std::string& name) const;
+    /// Makes this many files of sample music, each a song of its own but for a few, in `music`.
+    void makeMusic(int count) const;
     /// `count` more names for the sample MP3, in a folder of their own.
     [[nodiscard]] std::filesystem::path manySongs(int count) const;
     [[nodiscard]] static std::string sample(const std::string& name);

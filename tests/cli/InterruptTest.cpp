@@ -20,10 +20,14 @@ std::string inStore(const fs::path& home, const std::string& query) {
                        (home / "velto.store").string(), query});
 }
 
+int tracksStoredAsTagged(const fs::path& home) {
+    return std::stoi(inStore(home, "SELECT count(*) FROM Track WHERE lastTagged IS NOT NULL"));
+}
+
 TEST_F(Cli, StopsAScanAndClosesItsRun) {
     prepare();
     ASSERT_EQ(run({"library", "add", manySongs(manyFiles).string(), "--no-scan"}).status, 0);
-    RunningProgram scan(command({"scan", "many"}));
+    RunningProgram scan(command({"--verbose", "scan", "many"}));
     ASSERT_TRUE(scan.waitFor("[SEQUENTIAL] Processing")) << scan.standardError;
     scan.signal(SIGINT);
     EXPECT_EQ(scan.finish(), 130) << scan.standardError;
@@ -36,46 +40,63 @@ TEST_F(Cli, StopsAScanAndClosesItsRun) {
     EXPECT_EQ(json({"scan", "many"}).at("newCount"), manyFiles);
 }
 
-TEST_F(Cli, EndsAtAnInterruptThoughNobodyReadsWhatItSays) {
+TEST_F(Cli, EndsWithItsTerminalThoughNobodyReadsWhatItSays) {
     prepare();
     ASSERT_EQ(run({"library", "add", manySongs(manyFiles).string(), "--no-scan"}).status, 0);
-    RunningProgram scan(command({"scan", "many"}));
+    RunningProgram scan(command({"--verbose", "scan", "many"}));
     const auto isReading = [&] {
         return readFile(home() / "velto.log").find("[SEQUENTIAL] Processing 20000") != std::string::npos;
     };
     while (!isReading())
         ASSERT_EQ(::waitpid(scan.process(), nullptr, WNOHANG), 0);
-    scan.signal(SIGINT);
+    scan.signal(SIGHUP);
+    scan.signal(SIGHUP);        // not a second wish: a terminal that closes says so more than once
     EXPECT_EQ(scan.end(), 130); // its standard error is full by now
     EXPECT_EQ(inStore(home(), "SELECT count(*) FROM ScanRun WHERE finishedAt IS NULL"), "0\n");
 }
 
-TEST_F(Cli, EndsAScanThatIsInterruptedTooLateAsIfNothingHadHappened) {
+TEST_F(Cli, StopsARunAndTakesInWhatIsUnderWay) {
+    makeMusic(60);
     prepare();
-    ASSERT_EQ(run({"library", "add", manySongs(manyFiles).string(), "--no-scan"}).status, 0);
-    RunningProgram scan(command({"scan", "many"}));
-    ASSERT_TRUE(scan.waitFor("[DEFERRED] Starting optimized")) << scan.standardError;
-    scan.signal(SIGINT);
-    EXPECT_EQ(scan.finish(), 0) << scan.standardError;
-    EXPECT_EQ(inStore(home(), "SELECT count(*) FROM FileItem"), std::to_string(manyFiles + 1) + "\n");
+    startBackend({"--fault", "slow:500"});
+    RunningProgram tagging(command({"--verbose", "tag", "--yes"}));
+    ASSERT_TRUE(tagging.waitFor("[VM] Processing batch 3/6")) << tagging.standardError;
+    tagging.signal(SIGINT);
+    EXPECT_EQ(tagging.finish(), 130) << tagging.standardError;
+    EXPECT_THAT(tagging.standardError, HasSubstr("tracks not tagged: The run was stopped\n"));
+    const int stored = tracksStoredAsTagged(home());
+    EXPECT_EQ(stored, 1000 - backend_->credits(token_));
+    EXPECT_GE(stored, 30);
+    EXPECT_LE(stored, 50);
+
+    RunningProgram clearing(command({"clear-tags", "--yes"}));
+    ASSERT_TRUE(clearing.waitFor("Clearing tags...")) << clearing.standardError;
+    clearing.signal(SIGTERM);
+    EXPECT_EQ(clearing.finish(), 130) << clearing.standardError;
+    EXPECT_THAT(clearing.standardError, testing::EndsWith(" tracks stay\n"));
 }
 
-TEST_F(Cli, LetsFilesBeWrittenAtTheFirstInterruptAndEndsAtTheSecond) {
+TEST_F(Cli, StoresWhatWasPaidForAndSaysWhatIsLostIfItMustEndAtOnce) {
+    makeMusic(30);
     prepare();
-    const std::string before = readFile(music() / "song.mp3");
-    for (const int interrupts : {1, 2}) {
-        startBackend({"--fault", interrupts == 1 ? "slow:300" : "slow:600000"});
-        RunningProgram tagging(command({"tag", "--yes"}));
-        ASSERT_TRUE(tagging.waitFor("[VM] Processing batch 1/1")) << tagging.standardError;
-        tagging.signal(SIGINT);
+    // A second Ctrl-C, and a shutdown that waits for nobody.
+    for (const int number : {SIGINT, SIGTERM}) {
+        ASSERT_EQ(run({"clear-tags", "--yes"}).status, 0);
+        startBackend({"--fault", "slow:600000@1"}); // the first of three batches is never answered
+        const int credits = backend_->credits(token_);
+        RunningProgram tagging(command({"--verbose", "tag", "--yes"}));
+        ASSERT_TRUE(tagging.waitFor("[VM] Batch 3 complete")) << tagging.standardError;
+        tagging.signal(number);
         ASSERT_TRUE(tagging.waitFor("Press Ctrl-C again")) << tagging.standardError;
-        if (interrupts == 2) tagging.signal(SIGINT);
-        EXPECT_EQ(tagging.finish(), interrupts == 1 ? 0 : 130);
-        EXPECT_NE(genreIn(music() / "song.mp3"), "");
+        if (number == SIGINT) tagging.signal(number);
+        EXPECT_EQ(tagging.finish(), 130);
+        EXPECT_THAT(
+            tagging.standardError,
+            testing::ContainsRegex("velto: stopped; the tags of 1[0-9] tracks that may have been paid "
+                                   "for are lost; which ones is in "));
+        EXPECT_EQ(tracksStoredAsTagged(home()), credits - backend_->credits(token_));
+        EXPECT_EQ(tracksStoredAsTagged(home()), 17);
     }
-    EXPECT_NE(readFile(music() / "song.mp3"), before);
-    startBackend();
-    EXPECT_EQ(json({"tag", "--yes"}).at("tagged"), 1);
 }
 
 TEST_F(Cli, HasABackendOfItsOwnThatEndsWithItEvenWhenItIsKilled) {

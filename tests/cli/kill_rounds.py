@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Kills veltoctl at random moments of a scan, a tagging run and a clearing run, and looks after each kill whether
-anything was lost: every music file is there with its audio unchanged and its tag readable, the store is whole, and
-every track that was stored as tagged is still tagged.
+anything was lost: every music file is there with its audio unchanged and its tag readable, the store is whole,
+every track that was stored as tagged is still tagged, and of what the backend was paid for at most the batches in
+flight are missing, each of which the next start names in the log.
 
 usage: kill_rounds.py BIN_FOLDER SAMPLE_SCRIPT [KILLS] [SEED]"""
 
@@ -10,6 +11,7 @@ import json
 import os
 import pathlib
 import random
+import re
 import shutil
 import signal
 import sqlite3
@@ -18,9 +20,13 @@ import sys
 import tempfile
 import time
 import urllib.request
+from datetime import datetime, timezone
 
 import mutagen
 import mutagen.id3
+
+
+IN_FLIGHT = 30  # three batches of ten tracks
 
 
 def audio_of(data, suffix):
@@ -57,7 +63,8 @@ class World:
                        check=True, stdout=subprocess.DEVNULL)
         self.backend = subprocess.Popen(
             [programs / "velto-backend", "--port", "0", "--credits", "1000000", "--exit-with-stdin",
-             "--state", folder / "backend.sqlite"],
+             "--state", folder / "backend.sqlite",
+             "--fault", "slow:60"],  # else hardly a kill would meet a batch in flight
             stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
         self.address = self.backend.stdout.readline().strip()
         self.audio = {path: self.fingerprint(path) for path in self.files()}
@@ -86,9 +93,23 @@ class World:
         self.run("library", "add", str(self.music), "--name", "Killed",
                  "--include", "*.{mp3,m4a,mp4,aac,aif,aiff,wav,flac}")
 
-    def tagged(self):
+    def tagged(self, since=""):
         tracks = json.loads(self.run("--json", "tracks"))
-        return {track["canonicalSig"] for track in tracks if track["lastTagged"]}, len(tracks)
+        return {track["canonicalSig"] for track in tracks if (track["lastTagged"] or "") > since}, len(tracks)
+
+    def credits(self):
+        return json.loads(self.run("--json", "whoami"))["creditBalance"]["total"]
+
+    def owed(self, since, credits, log_size):
+        """What is wrong with the account of a killed tagging run, as texts. Runs after the next start."""
+        stored, _ = self.tagged(since)
+        missing = credits - self.credits() - len(stored)
+        with open(self.home / "velto.log", "rb") as log:
+            log.seek(log_size)
+            named = sum(int(count) for count in re.findall(rb"a batch of (\d+) tracks was under way", log.read()))
+        if missing > IN_FLIGHT or missing > named:
+            return [f"{missing} tracks that were paid for are missing, {named} are named"]
+        return []
 
     def problems(self):
         """What is wrong now, as texts. Runs after a start of the program has had its chance to put things right."""
@@ -122,7 +143,7 @@ def main():
     try:
         world.prepare()
         lengths = {}
-        for action in (("scan",), ("tag", "--yes"), ("clear-tags", "--yes"), ("tag", "--yes")):
+        for action in (("scan",), ("tag", "--yes", "--again"), ("clear-tags", "--yes"), ("tag", "--yes", "--again")):
             began = time.monotonic()
             world.run(*action)
             lengths[action] = time.monotonic() - began
@@ -135,6 +156,8 @@ def main():
                 # A scan only writes much when files look changed.
                 for path in chance.sample(sorted(world.audio), 10):
                     os.utime(path, (chance.randrange(10**9), chance.randrange(10**9)))
+            credits, log_size = world.credits(), (world.home / "velto.log").stat().st_size
+            since = datetime.now(timezone.utc).strftime("%Y-%m-%dT%H:%M:%S.%f")
             began = time.monotonic()
             child = subprocess.Popen(world.command(*action), stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
                                      stderr=subprocess.DEVNULL)
@@ -148,6 +171,8 @@ def main():
             child.wait()
             tagged, count = world.tagged()
             problems = world.problems()
+            if action[0] == "tag":
+                problems += world.owed(since, credits, log_size)
             if action[0] != "clear-tags" and not tagged >= tagged_before:
                 problems.append(f"{len(tagged_before - tagged)} tracks lost their tags")
             if count < count_before:
