@@ -13,7 +13,6 @@
 #include "scanning/FilesystemScanner.hpp"
 #include "scanning/MetadataExtractor.hpp"
 #include "store/CanonicalSignature.hpp"
-#include "store/StoreRepositories.hpp"
 #include "support/TemporaryFolder.hpp"
 #include "support/TestRuntime.hpp"
 
@@ -99,13 +98,9 @@ struct Bench {
         dependencies.signatureGenerator = std::make_shared<SHA256SignatureGenerator>();
         dependencies.filesystemScanner = std::make_shared<SimpleFilesystemScanner>();
         dependencies.libraryRepository = libraries =
-            std::make_shared<SwiftDataLibraryRepository>(context, clock, runtime.executors());
-        dependencies.trackRepository =
-            std::make_shared<SwiftDataTrackRepository>(context, nullptr, runtime.executors());
-        dependencies.fileRepository =
-            std::make_shared<SwiftDataFileRepository>(context, clock, runtime.executors());
+            std::make_shared<LibraryRepository>(context, clock, runtime.executors());
         dependencies.scanRunRepository =
-            std::make_shared<SwiftDataScanRunRepository>(context, clock, runtime.executors());
+            std::make_shared<ScanRunRepository>(context, clock, runtime.executors());
         scanner = std::make_unique<ConcurrentScanner>(dependencies, context, nullptr, runtime.executors(),
                                                       clock, reporter);
     }
@@ -119,7 +114,7 @@ struct Bench {
     NoReporter reporter;
     std::unique_ptr<model::ModelContainer> container;
     log::SinkHandle logFile;
-    std::shared_ptr<SwiftDataLibraryRepository> libraries;
+    std::shared_ptr<LibraryRepository> libraries;
     std::unique_ptr<ConcurrentScanner> scanner;
 };
 

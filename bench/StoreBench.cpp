@@ -3,7 +3,8 @@
 
 #include "Measure.hpp"
 #include "platform/log/Log.hpp"
-#include "store/BatchRepositories.hpp"
+#include "store/FileSystemInfo.hpp"
+#include "store/TrackRepository.hpp"
 
 #include <asio/co_spawn.hpp>
 #include <asio/io_context.hpp>
@@ -54,24 +55,19 @@ Container open(const std::filesystem::path& store) {
 }
 
 /// What a scan does for each file, from `first` on.
-Task<void> scan(ModelContext* context, LibraryRef library, int first, int count, double* ensure,
-                double* upsert) {
+Task<void> scan(ModelContext* context, LibraryRef library, int first, int count, double* upsert) {
     const SystemClock clock;
-    const Executor self = co_await asio::this_coro::executor;
-    BatchOptimizedFileRepository files(*context, clock, {self, self});
-    BatchOptimizedTrackRepository tracks(*context, clock, nullptr);
+    TrackRepository tracks(*context, clock, nullptr);
     co_await tracks.preloadCache();
-    co_await files.findFile(library, "");
     for (int i = first; i < first + count; ++i) {
-        const auto start = std::chrono::steady_clock::now();
-        const auto file = co_await files.ensureFile(library, fileInfo(i));
-        const auto middle = std::chrono::steady_clock::now();
-        const auto track = co_await tracks.upsertTrack(metadata(i));
-        const auto end = std::chrono::steady_clock::now();
-        *ensure += std::chrono::duration<double>(middle - start).count();
-        *upsert += std::chrono::duration<double>(end - middle).count();
-        file->edit().status = FileStatus::ready;
+        const FileSystemInfo info = fileInfo(i);
+        const auto file = model::make<FileItem>(info.absPath, info.relPath, info.filename, info.ext,
+                                                info.sizeBytes, info.mtime, FileStatus::ready, clock.now());
+        file->edit().library = library;
         file->edit().quickSig = "0123456789abcdef";
+        const auto start = std::chrono::steady_clock::now();
+        const auto track = co_await tracks.upsertTrack(metadata(i));
+        *upsert += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         co_await tracks.linkFile(file, track);
     }
 }
@@ -253,7 +249,7 @@ void measureInserts(const std::filesystem::path& folder) {
             const auto container = open(store);
             auto& context = container->mainContext();
             double ignored = 0;
-            run(scan(&context, library(context), 0, 10'000, &ignored, &ignored));
+            run(scan(&context, library(context), 0, 10'000, &ignored));
             return costOf([&] { context.save(); });
         }));
         floor.push_back(inChild([&] { return costOf([&] { bareInsert(store, folder / "bare.store"); }); }));
@@ -261,45 +257,30 @@ void measureInserts(const std::filesystem::path& folder) {
     report("save 10000 new files and tracks; floor: the same rows by bare SQLite", ours, floor);
 }
 
-/// The time of 5,000 calls inside a scan that comes to a library of `count` files.
-struct Calls {
-    Cost ensureFile;
-    Cost upsertTrack;
-};
-
-Calls calls(const std::filesystem::path& store, int count) {
+/// The time of 5,000 calls of upsertTrack inside a scan that comes to a library of `count` files.
+Cost upserts(const std::filesystem::path& store, int count) {
     const auto container = open(store);
     auto& context = container->mainContext();
     double ignored = 0;
-    if (context.fetch<Track>().empty()) run(scan(&context, library(context), 0, count, &ignored, &ignored));
-    Calls times;
-    run(scan(&context, library(context), count, 5'000, &times.ensureFile.seconds,
-             &times.upsertTrack.seconds));
-    // Each call is timed by itself; it never waits, so that its time is CPU time.
-    times.ensureFile.cpuSeconds = times.ensureFile.seconds;
-    times.upsertTrack.cpuSeconds = times.upsertTrack.seconds;
-    return times;
+    if (context.fetch<Track>().empty()) run(scan(&context, library(context), 0, count, &ignored));
+    Cost cost;
+    run(scan(&context, library(context), count, 5'000, &cost.seconds));
+    cost.cpuSeconds = cost.seconds; // each call is timed by itself, and it never waits
+    return cost;
 }
 
 void measureLookUps(const std::filesystem::path& folder, const std::filesystem::path& large) {
     constexpr int rounds = 5;
-    Series ensureSmall;
-    Series ensureLarge;
     Series upsertSmall;
     Series upsertLarge;
     for (int i = 0; i < rounds; ++i) {
         // Nothing is saved: every round finds the stores as they were.
-        const Calls small = calls(folder / "small.store", 1'000);
-        const Calls big = calls(large, 100'000);
-        ensureSmall.push_back(small.ensureFile);
-        ensureLarge.push_back(big.ensureFile);
-        upsertSmall.push_back(small.upsertTrack);
-        upsertLarge.push_back(big.upsertTrack);
+        upsertSmall.push_back(upserts(folder / "small.store", 1'000));
+        upsertLarge.push_back(upserts(large, 100'000));
     }
     // "Constant" leaves room for what no longer fits the processor's caches; anything linear would be 100
     // times.
     constexpr double constant = 2.0;
-    report("5000 calls of ensureFile at 100000 files; floor: at 1000", ensureLarge, ensureSmall, constant);
     report("5000 calls of upsertTrack at 100000 tracks; floor: at 1000", upsertLarge, upsertSmall, constant);
 }
 
@@ -314,7 +295,7 @@ int main() {
         const auto container = open(large);
         auto& context = container->mainContext();
         double ignored = 0;
-        run(scan(&context, library(context), 0, 100'000, &ignored, &ignored));
+        run(scan(&context, library(context), 0, 100'000, &ignored));
         context.save();
         return Cost();
     }));

@@ -16,7 +16,6 @@
 #include "scanning/FileSignatureGenerator.hpp"
 #include "scanning/FilesystemScanner.hpp"
 #include "scanning/MetadataExtractor.hpp"
-#include "store/StoreRepositories.hpp"
 #include "tagwriting/MetadataWriter.hpp"
 
 namespace velto {
@@ -35,8 +34,7 @@ MainScreenViewModel::MainScreenViewModel(const MainScreenServices& services)
     assertMainActor();
     log::line("🏗️ [VIEWMODEL] MainScreenViewModel initializing...");
     auto& context = services_.modelContext;
-    libraryRepository_ =
-        std::make_shared<SwiftDataLibraryRepository>(context, services_.clock, services_.executors);
+    libraryRepository_ = std::make_shared<LibraryRepository>(context, services_.clock, services_.executors);
     metadataWriter_ = services_.metadataWriter
                           ? services_.metadataWriter
                           : std::make_shared<SimpleMetadataWriter>(
@@ -46,12 +44,8 @@ MainScreenViewModel::MainScreenViewModel(const MainScreenServices& services)
         .signatureGenerator = std::make_shared<SHA256SignatureGenerator>(),
         .filesystemScanner = std::make_shared<SimpleFilesystemScanner>(),
         .libraryRepository = libraryRepository_,
-        .trackRepository = std::make_shared<SwiftDataTrackRepository>(context, services_.genreTextParser,
-                                                                      services_.executors),
-        .fileRepository =
-            std::make_shared<SwiftDataFileRepository>(context, services_.clock, services_.executors),
         .scanRunRepository =
-            std::make_shared<SwiftDataScanRunRepository>(context, services_.clock, services_.executors),
+            std::make_shared<ScanRunRepository>(context, services_.clock, services_.executors),
     };
     scanner_ =
         std::make_unique<ConcurrentScanner>(dependencies, context, services_.genreTextParser,

@@ -10,7 +10,7 @@
 #include "platform/log/Log.hpp"
 #include "platform/model/InBackground.hpp"
 #include "platform/text/Text.hpp"
-#include "store/Repositories.hpp"
+#include "store/LibraryRepository.hpp"
 
 #include <algorithm>
 

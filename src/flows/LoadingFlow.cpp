@@ -3,7 +3,7 @@
 #include "flows/FolderAccess.hpp"
 #include "platform/log/Log.hpp"
 #include "platform/model/InBackground.hpp"
-#include "store/Repositories.hpp"
+#include "store/LibraryRepository.hpp"
 
 #include <algorithm>
 #include <map>

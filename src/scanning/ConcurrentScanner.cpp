@@ -183,18 +183,15 @@ Task<void> ConcurrentScanner::recordFailure(std::shared_ptr<Scan> scan, std::exc
     ScanStats& stats = scan->stats;
     ++stats.errorCount;
     try {
-        co_await dependencies_.scanRunRepository->finishScanRun(
-            scan->run, stats.totalSeen, stats.newCount, stats.changedCount, stats.missingCount,
-            stats.errorCount, "Scan failed: " + describe(failure));
+        co_await dependencies_.scanRunRepository->finishScanRun(scan->run, stats,
+                                                                "Scan failed: " + describe(failure));
     } catch (const std::exception&) { // the failure that ended the scan is the one to tell
     }
 }
 
 Task<void> ConcurrentScanner::closeRun(std::shared_ptr<Scan> scan) {
-    const ScanStats& stats = scan->stats;
-    co_await dependencies_.scanRunRepository->finishScanRun(
-        scan->run, stats.totalSeen, stats.newCount, stats.changedCount, stats.missingCount, stats.errorCount,
-        "High-performance concurrent scan completed");
+    co_await dependencies_.scanRunRepository->finishScanRun(scan->run, scan->stats,
+                                                            "High-performance concurrent scan completed");
     co_await dependencies_.libraryRepository->updateScanTimes(scan->library, std::nullopt, clock_.now());
     progressActor_.clear();
 }

@@ -72,7 +72,7 @@ Task<void> DeferredSave::prepare() {
     co_await repositories_.tracks.preloadCache(results_.size());
     log::line("✅ [CACHE] Pre-loaded track cache");
     log::line("📋 [DEFERRED] Pre-loading existing files for comparison...");
-    existingFiles_ = co_await repositories_.filesByPath(library_);
+    existingFiles_ = co_await repositories_.files.filesByPath(library_);
     log::line("📋 [DEFERRED] Found {} existing files in library", existingFiles_.size());
     log::line("⚙️ [DEFERRED] Processing {} results in single transaction...", results_.size());
 }

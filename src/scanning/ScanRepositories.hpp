@@ -1,35 +1,28 @@
 #pragma once
 
 #include "platform/concurrency/Executors.hpp"
-#include "store/BatchRepositories.hpp"
+#include "store/FileRepository.hpp"
+#include "store/TrackRepository.hpp"
 
-#include <string_view>
-#include <unordered_map>
 #include <utility>
 
 namespace velto {
 
-/// By relPath; the keys are the records' own texts.
-using FilesByPath = std::unordered_map<std::string_view, FileItemRef>;
-
-/// The batch repositories of one scan over one context, and the one door through which the scan saves. Main
+/// The repositories that one scan fills, over one context, and the one door through which it saves. Main
 /// actor; it may be destroyed anywhere, and with a large library that takes a while.
 class ScanRepositories {
   public:
     ScanRepositories(ModelContext& modelContext, Executors executors, const Clock& clock,
                      const GenreTextParser* genreTextParser)
-        : files(modelContext, clock, executors)
+        : files(modelContext, clock)
         , tracks(modelContext, clock, genreTextParser)
         , modelContext_(modelContext)
         , executors_(std::move(executors)) {}
 
-    BatchOptimizedFileRepository files;
-    BatchOptimizedTrackRepository tracks;
+    FileRepository files;
+    TrackRepository tracks;
 
-    /// The library's files, gathered in turns that give way; of two with one path the first.
-    Task<FilesByPath> filesByPath(LibraryRef library);
-
-    /// Saves the context, in turns that give way, where one of the repositories has unsaved changes.
+    /// Saves the context, in turns that give way, if one of the repositories has unsaved changes.
     Task<void> saveIfDirty();
 
   private:

@@ -6,7 +6,8 @@
 #include "scanning/ScanProgress.hpp"
 #include "scanning/ScannerError.hpp"
 #include "store/FileSystemInfo.hpp"
-#include "store/Repositories.hpp"
+#include "store/LibraryRepository.hpp"
+#include "store/ScanRunRepository.hpp"
 
 #include <cstdint>
 #include <exception>
@@ -27,8 +28,6 @@ struct ScannerDependencies {
     std::shared_ptr<FileSignatureGenerator> signatureGenerator;
     std::shared_ptr<FilesystemScanner> filesystemScanner;
     std::shared_ptr<LibraryRepository> libraryRepository;
-    std::shared_ptr<TrackRepository> trackRepository;
-    std::shared_ptr<FileRepository> fileRepository;
     std::shared_ptr<ScanRunRepository> scanRunRepository;
 };
 
@@ -59,15 +58,6 @@ struct ProcessResult {
     std::optional<AudioMetadata> metadata;
     std::string quickSig;
     std::exception_ptr error;
-};
-
-/// The counts of a run, in the order of its fields.
-struct ScanStats {
-    std::int64_t totalSeen = 0;
-    std::int64_t newCount = 0;
-    std::int64_t changedCount = 0;
-    std::int64_t missingCount = 0;
-    std::int64_t errorCount = 0;
 };
 
 } // namespace velto

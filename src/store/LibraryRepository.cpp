@@ -1,6 +1,10 @@
+#include "store/LibraryRepository.hpp"
+
 #include "platform/log/Log.hpp"
 #include "platform/model/InBackground.hpp"
-#include "store/StoreRepositories.hpp"
+#include "platform/text/Text.hpp"
+
+#include <algorithm>
 
 namespace velto {
 
@@ -8,19 +12,19 @@ namespace {
 constexpr std::size_t tracksPerTurn = 2'000; // a millisecond or two of the main actor
 } // namespace
 
-SwiftDataLibraryRepository::SwiftDataLibraryRepository(ModelContext& modelContext, const Clock& clock,
-                                                       Executors executors)
+LibraryRepository::LibraryRepository(ModelContext& modelContext, const Clock& clock, Executors executors)
     : modelContext_(modelContext)
     , clock_(clock)
     , executors_(std::move(executors))
     , deletions_(executors_.main) {}
 
-Task<std::vector<LibraryRef>> SwiftDataLibraryRepository::libraries() {
+Task<std::vector<LibraryRef>> LibraryRepository::libraries() {
     log::line("🕐 [REPO PERF] Starting libraries() fetch");
     const Date start = clock_.now();
-    auto libraries = modelContext_.fetch<Library>(
-        [](const Library&) { return true; },
-        [](const Library& left, const Library& right) { return left.name < right.name; });
+    auto libraries = modelContext_.fetch<Library>();
+    std::stable_sort(libraries.begin(), libraries.end(), [](const LibraryRef& left, const LibraryRef& right) {
+        return text::localizedCompareCaseInsensitive(left->name, right->name) < 0;
+    });
     log::line("🕐 [REPO PERF] libraries() fetch took {:.3f}s - found {} libraries", clock_.secondsSince(start),
               libraries.size());
     for (std::size_t i = 0; i < libraries.size(); ++i)
@@ -29,9 +33,9 @@ Task<std::vector<LibraryRef>> SwiftDataLibraryRepository::libraries() {
     co_return libraries;
 }
 
-Task<LibraryRef> SwiftDataLibraryRepository::upsertLibrary(std::string name, std::string rootPath,
-                                                           std::optional<std::string> includeGlob,
-                                                           std::optional<std::string> excludeGlob) {
+Task<LibraryRef> LibraryRepository::upsertLibrary(std::string name, std::string rootPath,
+                                                  std::optional<std::string> includeGlob,
+                                                  std::optional<std::string> excludeGlob) {
     LibraryRef library = modelContext_.findUnique<Library>("name", name);
     const bool isNew = !library;
     if (isNew) {
@@ -53,7 +57,7 @@ Task<LibraryRef> SwiftDataLibraryRepository::upsertLibrary(std::string name, std
     co_return library;
 }
 
-Task<void> SwiftDataLibraryRepository::deleteLibrary(LibraryRef library) {
+Task<void> LibraryRepository::deleteLibrary(LibraryRef library) {
     const Gate::Pass alone = co_await deletions_.enter();
     log::line("🗑️ [LIBRARY] Deleting library '{}' with {} files", library->name, library->files.size());
     auto tracks = distinctTracksOf(library);
@@ -65,7 +69,7 @@ Task<void> SwiftDataLibraryRepository::deleteLibrary(LibraryRef library) {
     log::line("✅ [LIBRARY] Library deletion complete");
 }
 
-Task<void> SwiftDataLibraryRepository::deleteOrphans(std::vector<TrackRef> tracks) {
+Task<void> LibraryRepository::deleteOrphans(std::vector<TrackRef> tracks) {
     std::vector<model::Ref<model::Object>> orphans;
     std::size_t kept = 0;
     for (std::size_t i = 0; i < tracks.size(); ++i) {
@@ -87,12 +91,12 @@ Task<void> SwiftDataLibraryRepository::deleteOrphans(std::vector<TrackRef> track
     freeOnPool(executors_, std::move(tracks));
 }
 
-Task<Gate::Pass> SwiftDataLibraryRepository::holdDeletions() {
+Task<Gate::Pass> LibraryRepository::holdDeletions() {
     return deletions_.enter();
 }
 
-Task<void> SwiftDataLibraryRepository::updateScanTimes(LibraryRef library, std::optional<Date> startedAt,
-                                                       std::optional<Date> finishedAt) {
+Task<void> LibraryRepository::updateScanTimes(LibraryRef library, std::optional<Date> startedAt,
+                                              std::optional<Date> finishedAt) {
     if (startedAt) library->edit().lastScanStartedAt = startedAt;
     if (finishedAt) library->edit().lastScanFinishedAt = finishedAt;
     co_await model::saveInBackground(modelContext_, executors_);

@@ -5,7 +5,6 @@
 #include "scanning/FileSignatureGenerator.hpp"
 #include "scanning/FilesystemScanner.hpp"
 #include "scanning/MetadataExtractor.hpp"
-#include "store/StoreRepositories.hpp"
 #include "support/ManualClock.hpp"
 #include "support/RecordingCrashReporter.hpp"
 #include "support/TemporaryFolder.hpp"
@@ -74,12 +73,8 @@ class ScannerTest : public testing::Test {
         dependencies.signatureGenerator = std::make_shared<SHA256SignatureGenerator>();
         dependencies.filesystemScanner = std::make_shared<SimpleFilesystemScanner>();
         dependencies.libraryRepository = libraries;
-        dependencies.trackRepository =
-            std::make_shared<SwiftDataTrackRepository>(context(), nullptr, runtime.executors());
-        dependencies.fileRepository =
-            std::make_shared<SwiftDataFileRepository>(context(), clock, runtime.executors());
         dependencies.scanRunRepository =
-            std::make_shared<SwiftDataScanRunRepository>(context(), clock, runtime.executors());
+            std::make_shared<ScanRunRepository>(context(), clock, runtime.executors());
         return std::make_unique<ConcurrentScanner>(dependencies, context(), parser, runtime.executors(),
                                                    clock, reporter);
     }
@@ -88,7 +83,7 @@ class ScannerTest : public testing::Test {
     void reopen(const std::filesystem::path& store) {
         scanner.reset();
         container = model::ModelContainer::create(storeSchema(), {.storePath = store});
-        libraries = std::make_shared<SwiftDataLibraryRepository>(context(), clock, runtime.executors());
+        libraries = std::make_shared<LibraryRepository>(context(), clock, runtime.executors());
         scanner = makeScanner(nullptr);
         library = context().fetch<Library>().front();
     }
@@ -132,8 +127,8 @@ class ScannerTest : public testing::Test {
     std::unique_ptr<model::ModelContainer> container =
         model::ModelContainer::create(storeSchema(), {.storePath = folder / "velto.store"});
     std::shared_ptr<SteppingExtractor> extractor = std::make_shared<SteppingExtractor>(reporter);
-    std::shared_ptr<SwiftDataLibraryRepository> libraries =
-        std::make_shared<SwiftDataLibraryRepository>(context(), clock, runtime.executors());
+    std::shared_ptr<LibraryRepository> libraries =
+        std::make_shared<LibraryRepository>(context(), clock, runtime.executors());
     std::unique_ptr<ConcurrentScanner> scanner;
     LibraryRef library;
 };

@@ -1,8 +1,11 @@
 #pragma once
 
 #include "platform/log/Log.hpp"
-#include "store/BatchRepositories.hpp"
+#include "store/FileRepository.hpp"
 #include "store/GenreTextParser.hpp"
+#include "store/LibraryRepository.hpp"
+#include "store/ScanRunRepository.hpp"
+#include "store/TrackRepository.hpp"
 #include "support/ManualClock.hpp"
 #include "support/TemporaryFolder.hpp"
 #include "support/TestRuntime.hpp"
@@ -48,10 +51,6 @@ class StoreTest : public ::testing::Test {
         auto track = model::make<Track>("|" + title + "||0.0", metadata);
         context().insert(track);
         return track;
-    }
-
-    [[nodiscard]] FileSystemInfo info(const std::string& name, std::int64_t size = 10) const {
-        return {(folder / name).string(), name, name, "mp3", size, now(), std::nullopt};
     }
 
     TemporaryFolder folder;
