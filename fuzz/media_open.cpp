@@ -1,6 +1,6 @@
 #include "Fuzzer.hpp"
 
-#include "platform/media/Asset.hpp"
+#include "media/Asset.hpp"
 #include "platform/text/Text.hpp"
 
 #include <unistd.h>

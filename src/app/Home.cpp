@@ -28,9 +28,7 @@ void makePrivateFolder(const path& folder) {
     }
     if (::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST)
         throw SystemError(errno, "Cannot make the folder", folder.string());
-
     struct ::stat info {};
-
     if (::stat(folder.c_str(), &info) != 0 || !S_ISDIR(info.st_mode))
         throw SystemError(ENOTDIR, "Cannot use the folder", folder.string());
 }

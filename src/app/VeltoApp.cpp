@@ -3,8 +3,8 @@
 #include "backend/DefaultTaggingService.hpp"
 #include "backend/URLCallback.hpp"
 #include "platform/http/Url.hpp"
+#include "platform/keyring/SecretServiceKeyring.hpp"
 #include "platform/log/Log.hpp"
-#include "platform/secrets/DefaultKeychainService.hpp"
 #include "store/Entities.hpp"
 #include "tagwriting/MetadataWriter.hpp"
 
@@ -12,8 +12,8 @@ namespace velto {
 
 namespace {
 
-constexpr auto keychainServiceName = "com.velto.desktop";
-constexpr auto keychainAccountName = "jwt_token";
+constexpr auto keyringServiceName = "com.velto.desktop";
+constexpr auto keyringAccountName = "jwt_token";
 constexpr auto endpointPath = "/api/graphql";
 
 std::unique_ptr<model::ModelContainer> openStore(const Home& home) {
@@ -69,13 +69,13 @@ Task<void> VeltoApp::prepare() {
 }
 
 void VeltoApp::compose() {
-    keychain_ = configuration_.keychain
-                    ? configuration_.keychain
-                    : std::make_shared<DefaultKeychainService>(keychainServiceName, keychainAccountName);
+    keyring_ = configuration_.keyring
+                   ? configuration_.keyring
+                   : std::make_shared<SecretServiceKeyring>(keyringServiceName, keyringAccountName);
     log::line("🌐 API Environment: Production (RELEASE build)");
     authClient_ = makeClient();
     authManager_ = std::make_shared<DefaultAuthenticationManager>(
-        AuthenticationServices{.keychainService = *keychain_,
+        AuthenticationServices{.keyringService = *keyring_,
                                .graphQLClient = *authClient_,
                                .clock = configuration_.clock,
                                .crashReporter = crashReporter_,
@@ -90,7 +90,7 @@ VeltoApp::~VeltoApp() = default;
 
 std::shared_ptr<GraphQLClient> VeltoApp::makeClient() {
     return std::make_shared<DefaultGraphQLClient>(backendAddress_ + endpointPath,
-                                                  keychainTokenSource(*keychain_, configuration_.executors),
+                                                  keyringTokenSource(*keyring_, configuration_.executors),
                                                   transport_, crashReporter_);
 }
 

@@ -13,9 +13,9 @@
 #include "platform/files/FolderGrants.hpp"
 #include "platform/files/UserDefaults.hpp"
 #include "platform/http/HttpClient.hpp"
+#include "platform/keyring/KeyringService.hpp"
 #include "platform/log/CrashReporter.hpp"
 #include "platform/model/ModelContainer.hpp"
-#include "platform/secrets/KeychainService.hpp"
 #include "tagwriting/RewriteJournal.hpp"
 
 #include <memory>
@@ -34,7 +34,7 @@ struct VeltoAppConfiguration {
     Executors executors;
     Clock& clock;
     Browser& browser;
-    std::shared_ptr<KeychainService> keychain; ///< null: the desktop's keyring
+    std::shared_ptr<KeyringService> keyring;   ///< null: the desktop's keyring
     std::optional<std::string> backendAddress; ///< none: the product's, else the local one
     /// Without, no backend is started and every request fails at once: for work on the store alone.
     bool needsBackend = true;
@@ -95,7 +95,7 @@ class VeltoApp {
     std::optional<LocalBackend> localBackend_;
     std::string backendAddress_;
     std::optional<std::string> backendFailure_;
-    std::shared_ptr<KeychainService> keychain_;
+    std::shared_ptr<KeyringService> keyring_;
     PreferencesGenreTextParser genreTextParser_{UserPreferencesStore::shared()};
     std::shared_ptr<GraphQLClient> authClient_;
     std::shared_ptr<GraphQLClient> taggingClient_;

@@ -75,7 +75,7 @@ Task<void> DefaultAuthenticationManager::signOut() {
     try {
         const Gate::Pass alone = co_await keyring_.enter();
         co_await offload(services_.executors,
-                         [&keychain = services_.keychainService] { keychain.deleteToken(); });
+                         [&keyring = services_.keyringService] { keyring.deleteToken(); });
         ++tokenChanges_; // a request that was made meanwhile may still have had it
     } catch (const std::exception& error) {
         services_.crashReporter.recordError(error);
@@ -118,7 +118,7 @@ Task<void> DefaultAuthenticationManager::handleAuthCallback(std::string token) {
     try {
         const Gate::Pass alone = co_await keyring_.enter();
         co_await offload(services_.executors,
-                         [&keychain = services_.keychainService, &token] { keychain.saveToken(token); });
+                         [&keyring = services_.keyringService, &token] { keyring.saveToken(token); });
         ++tokenChanges_; // a request that was made meanwhile may have had either token
     } catch (const std::exception& error) {
         log::line("❌ [AUTH] Failed to save token to Keychain: {}", describe(error));
@@ -193,7 +193,7 @@ Task<void> DefaultAuthenticationManager::endExpiredSession(std::uint64_t asked) 
         const Gate::Pass alone = co_await keyring_.enter();
         if (asked != tokenChanges_) co_return; // the token that is stored now is another
         co_await offload(services_.executors,
-                         [&keychain = services_.keychainService] { keychain.deleteToken(); });
+                         [&keyring = services_.keyringService] { keyring.deleteToken(); });
     } catch (const std::exception&) { // NOLINT(bugprone-empty-catch): the session ends all the same
     }
     if (asked != tokenChanges_) co_return; // somebody signs in again meanwhile
@@ -203,7 +203,7 @@ Task<void> DefaultAuthenticationManager::endExpiredSession(std::uint64_t asked) 
 
 Task<std::optional<std::string>> DefaultAuthenticationManager::storedToken() {
     co_return co_await offload(services_.executors,
-                               [&keychain = services_.keychainService] { return keychain.retrieveToken(); });
+                               [&keyring = services_.keyringService] { return keyring.retrieveToken(); });
 }
 
 void DefaultAuthenticationManager::recordUnlessOffline(const std::exception& error) {

@@ -7,8 +7,8 @@
 #include "platform/concurrency/Clock.hpp"
 #include "platform/concurrency/Executors.hpp"
 #include "platform/concurrency/Gate.hpp"
+#include "platform/keyring/KeyringService.hpp"
 #include "platform/log/CrashReporter.hpp"
-#include "platform/secrets/KeychainService.hpp"
 
 #include <memory>
 #include <optional>
@@ -18,7 +18,7 @@ namespace velto {
 
 /// What the manager works with; everything referred to must outlive it and its executors' tasks.
 struct AuthenticationServices {
-    KeychainService& keychainService;
+    KeyringService& keyringService;
     GraphQLClient& graphQLClient;
     Clock& clock;
     CrashReporter& crashReporter;

@@ -48,9 +48,9 @@ bool decodeEnvelope(const std::string& body, const GraphQLClient::ResponseType& 
     return data.has_value();
 }
 
-Task<std::optional<std::string>> tokenOf(KeychainService& keychain, Executors executors) {
+Task<std::optional<std::string>> tokenOf(KeyringService& keyring, Executors executors) {
     try {
-        co_return co_await offload(executors, [&keychain] { return keychain.retrieveToken(); });
+        co_return co_await offload(executors, [&keyring] { return keyring.retrieveToken(); });
     } catch (const std::exception&) {
         co_return std::nullopt;
     }
@@ -58,8 +58,8 @@ Task<std::optional<std::string>> tokenOf(KeychainService& keychain, Executors ex
 
 } // namespace
 
-TokenSource keychainTokenSource(KeychainService& keychain, Executors executors) {
-    return [&keychain, executors] { return tokenOf(keychain, executors); };
+TokenSource keyringTokenSource(KeyringService& keyring, Executors executors) {
+    return [&keyring, executors] { return tokenOf(keyring, executors); };
 }
 
 DefaultGraphQLClient::DefaultGraphQLClient(std::string endpoint, TokenSource getToken,

@@ -3,8 +3,8 @@
 #include "backend/GraphQLClient.hpp"
 #include "platform/concurrency/Executors.hpp"
 #include "platform/http/HttpClient.hpp"
+#include "platform/keyring/KeyringService.hpp"
 #include "platform/log/CrashReporter.hpp"
-#include "platform/secrets/KeychainService.hpp"
 
 #include <functional>
 #include <optional>
@@ -17,7 +17,7 @@ using TokenSource = std::function<Task<std::optional<std::string>>()>;
 
 /// Reads the token from the store on the task pool; every failure of the store is an absent token. The store
 /// must outlive the source.
-[[nodiscard]] TokenSource keychainTokenSource(KeychainService& keychain, Executors executors);
+[[nodiscard]] TokenSource keyringTokenSource(KeyringService& keyring, Executors executors);
 
 /// GraphQL over HTTP: one POST an operation, with the token fetched anew each time. It holds no session,
 /// never retries and never signs out. Immutable; transport and crash reporter must outlive it.

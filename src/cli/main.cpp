@@ -1,7 +1,7 @@
 // veltoctl: the state object without a window.
 
 #include "cli/Commands.hpp"
-#include "platform/secrets/FileKeychainService.hpp"
+#include "platform/keyring/FileKeyring.hpp"
 #include "platform/text/Printable.hpp"
 
 #include <asio/io_context.hpp>
@@ -168,16 +168,16 @@ class Program {
     }
 
     Task<void> compose() {
-        std::shared_ptr<FileKeychainService> tokenFile;
+        std::shared_ptr<FileKeyring> tokenFile;
         if (options_.tokenFile) {
-            tokenFile = std::make_shared<FileKeychainService>(*options_.tokenFile);
+            tokenFile = std::make_shared<FileKeyring>(*options_.tokenFile);
             tokenFile->check();
         }
         VeltoAppConfiguration configuration{.home = home_,
                                             .executors = executors_,
                                             .clock = clock_,
                                             .browser = browser_,
-                                            .keychain = tokenFile,
+                                            .keyring = tokenFile,
                                             .backendAddress = options_.backend,
                                             .needsBackend = needsBackend(options_),
                                             .checksAtLoad = false};

@@ -1,9 +1,9 @@
 #include "scanning/ConcurrentScanner.hpp"
 
+#include "media/ReadAhead.hpp"
 #include "platform/core/Error.hpp"
 #include "platform/files/FileAttributes.hpp"
 #include "platform/log/Log.hpp"
-#include "platform/media/ReadAhead.hpp"
 #include "platform/model/InBackground.hpp"
 #include "scanning/DeferredSave.hpp"
 #include "scanning/FileSignatureGenerator.hpp"

@@ -1,8 +1,8 @@
 #pragma once
 
+#include "media/Asset.hpp"
 #include "platform/concurrency/Task.hpp"
 #include "platform/log/CrashReporter.hpp"
-#include "platform/media/Asset.hpp"
 #include "scanning/AudioMetadata.hpp"
 
 #include <filesystem>
@@ -24,7 +24,7 @@ class AudioMetadataExtractor {
     [[nodiscard]] virtual const std::set<std::string>& supportedExtensions() const = 0;
 };
 
-/// Stands on platform/media. Does its reading inline on the caller's executor: call it on the pool. Holds no
+/// Stands on media. Does its reading inline on the caller's executor: call it on the pool. Holds no
 /// mutable state.
 class SimpleMetadataExtractor final : public AudioMetadataExtractor {
   public:

@@ -1,7 +1,7 @@
 #include "tagwriting/ExportRoute.hpp"
 
+#include "media/Export.hpp"
 #include "platform/log/Log.hpp"
-#include "platform/media/Export.hpp"
 #include "tagwriting/GenreText.hpp"
 #include "tagwriting/RewriteSteps.hpp"
 

@@ -1,9 +1,9 @@
 #include "tagwriting/RewriteSteps.hpp"
 
+#include "media/Export.hpp"
 #include "platform/core/Error.hpp"
 #include "platform/files/FileAttributes.hpp"
 #include "platform/log/Log.hpp"
-#include "platform/media/Export.hpp"
 #include "tagwriting/CarriedFrames.hpp"
 #include "tagwriting/MetadataWriter.hpp"
 #include "tagwriting/id3/FileBytes.hpp"

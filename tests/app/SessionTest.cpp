@@ -13,7 +13,7 @@ constexpr const char* profileReply =
 class Session : public AppFixture {
   protected:
     Session() {
-        keychain.saveToken("t");
+        keyring.saveToken("t");
         viewModel->setUp({manager, tagging, nullptr});
     }
 
@@ -22,15 +22,15 @@ class Session : public AppFixture {
         runtime.run(manager->restoreSession());
     }
 
-    MemoryKeychain keychain;
+    MemoryKeyring keyring;
     ScriptedTransport transport;
     RecordingBrowser browser;
     UserPreferencesStore preferences;
     std::shared_ptr<DefaultGraphQLClient> client = std::make_shared<DefaultGraphQLClient>(
-        "https://velto.test/api/graphql", keychainTokenSource(keychain, runtime.executors()), transport,
+        "https://velto.test/api/graphql", keyringTokenSource(keyring, runtime.executors()), transport,
         crashReporter);
     std::shared_ptr<DefaultAuthenticationManager> manager = std::make_shared<DefaultAuthenticationManager>(
-        AuthenticationServices{keychain, *client, clock, crashReporter, browser, preferences,
+        AuthenticationServices{keyring, *client, clock, crashReporter, browser, preferences,
                                runtime.executors(), "https://velto.test"});
 };
 
@@ -38,10 +38,10 @@ TEST_F(Session, FollowsTheAuthenticationAndEndsWithTheData) {
     signInWithCredits();
     EXPECT_EQ(*viewModel->userSession, (UserSession{true, "a@b.c", "Ada", CreditBalance{0, 42}}));
     libraryWithTracks("L", 2);
-    keychain.failsToDelete = true;
+    keyring.failsToDelete = true;
     runtime.run(viewModel->signOut());
     EXPECT_EQ(container->mainContext().count<Library>(), 1U) << "who is still signed in keeps the data";
-    keychain.failsToDelete = false;
+    keyring.failsToDelete = false;
     runtime.run(viewModel->signOut());
     EXPECT_EQ(container->mainContext().count<Library>(), 0U);
     EXPECT_EQ(*viewModel->userSession, UserSession{});

@@ -32,18 +32,18 @@ class AuthenticationManagerTest : public testing::Test {
     std::unique_ptr<DefaultAuthenticationManager>
     makeManager(const std::string& webAddress = "https://velto.test") {
         return std::make_unique<DefaultAuthenticationManager>(AuthenticationServices{
-            keychain, client, clock, crashReporter, browser, preferences, runtime.executors(), webAddress});
+            keyring, client, clock, crashReporter, browser, preferences, runtime.executors(), webAddress});
     }
 
     test::TestRuntime runtime;
     test::ManualClock clock{runtime.main()};
-    test::MemoryKeychain keychain;
+    test::MemoryKeyring keyring;
     test::ScriptedTransport transport;
     test::RecordingCrashReporter crashReporter;
     test::RecordingBrowser browser;
     UserPreferencesStore preferences;
     DefaultGraphQLClient client{"https://velto.test/api/graphql",
-                                keychainTokenSource(keychain, runtime.executors()), transport, crashReporter};
+                                keyringTokenSource(keyring, runtime.executors()), transport, crashReporter};
     std::unique_ptr<DefaultAuthenticationManager> manager = makeManager();
     Trace trace;
     Subscription subscription = manager->authenticationState().subscribe(
@@ -55,7 +55,7 @@ TEST_F(AuthenticationManagerTest, ACallbackSignsInAndASignOutForgets) {
     runtime.run(manager->handleAuthCallback("token-1"));
     EXPECT_EQ(trace, (Trace{"authenticating", "a@b.c 0/42"}));
     EXPECT_NE(transport.repliedOn, std::this_thread::get_id()) << "a large reply holds up the main actor";
-    EXPECT_EQ(keychain.retrieveToken(), "token-1");
+    EXPECT_EQ(keyring.retrieveToken(), "token-1");
     EXPECT_EQ(crashReporter.user, "u1");
     EXPECT_EQ(crashReporter.lines, (Trace{"Auth callback received with token", "Token saved to keychain",
                                           "User authenticated successfully"}));
@@ -66,7 +66,7 @@ TEST_F(AuthenticationManagerTest, ACallbackSignsInAndASignOutForgets) {
 
     runtime.run(manager->signOut());
     EXPECT_EQ(trace.back(), "unauthenticated");
-    EXPECT_EQ(keychain.retrieveToken(), std::nullopt);
+    EXPECT_EQ(keyring.retrieveToken(), std::nullopt);
     EXPECT_EQ(crashReporter.user, std::nullopt);
     EXPECT_TRUE(preferences.userGenres->empty() && preferences.availableGenres->empty() &&
                 preferences.availableRegions->empty() && preferences.availableEras->empty());
@@ -99,14 +99,14 @@ TEST_F(AuthenticationManagerTest, ACallbackWhoseProfileFailsSaysWhy) {
         row.failure ? transport.fail(*row.failure) : transport.reply(401, "");
         runtime.run(manager->handleAuthCallback("token"));
         EXPECT_EQ(trace, (Trace{"authenticating", row.first, row.message, "unauthenticated"}));
-        EXPECT_EQ(keychain.retrieveToken().has_value(), row.keepsToken) << row.message;
+        EXPECT_EQ(keyring.retrieveToken().has_value(), row.keepsToken) << row.message;
         EXPECT_EQ(crashReporter.errors.size(), row.recorded) << row.message;
         clock.advance(Seconds(5));
     }
 }
 
 TEST_F(AuthenticationManagerTest, AnErrorStaysThreeSecondsAndHushesTheNextForFive) {
-    keychain.failsToSave = true;
+    keyring.failsToSave = true;
     const std::string failed =
         "error: Failed to save authentication token: Unable to save authentication token to Keychain";
     runtime.run(manager->handleAuthCallback("a"));
@@ -129,16 +129,16 @@ TEST_F(AuthenticationManagerTest, AnErrorStaysThreeSecondsAndHushesTheNextForFiv
 }
 
 TEST_F(AuthenticationManagerTest, ADelayedClearingTouchesNothingButItsError) {
-    keychain.failsToSave = true;
+    keyring.failsToSave = true;
     runtime.run(manager->handleAuthCallback("a"));
-    keychain.failsToSave = false;
+    keyring.failsToSave = false;
     transport.reply(200, profileReply);
     runtime.run(manager->handleAuthCallback("b"));
     clock.advance(Seconds(3));
     runtime.poll();
     EXPECT_EQ(trace.back(), "a@b.c 0/42");
 
-    keychain.failsToSave = true;
+    keyring.failsToSave = true;
     clock.advance(Seconds(5));
     runtime.run(manager->handleAuthCallback("c"));
     runtime.poll();
@@ -152,13 +152,13 @@ TEST_F(AuthenticationManagerTest, RestoringTriesTheStoredTokenOnce) {
     runtime.run(manager->restoreSession());
     EXPECT_EQ(trace, Trace{}) << "without a token";
 
-    keychain.saveToken("t");
+    keyring.saveToken("t");
     transport.fail(URLError::Code::notConnectedToInternet);
     runtime.run(manager->restoreSession());
     EXPECT_EQ(trace, (Trace{"authenticating",
                             "error: " + URLError(URLError::Code::notConnectedToInternet).errorDescription(),
                             "unauthenticated"}));
-    EXPECT_EQ(keychain.retrieveToken(), "t");
+    EXPECT_EQ(keyring.retrieveToken(), "t");
     EXPECT_TRUE(crashReporter.errors.empty());
 
     trace.clear();
@@ -168,7 +168,7 @@ TEST_F(AuthenticationManagerTest, RestoringTriesTheStoredTokenOnce) {
 
     trace.clear();
     const log::Capture log;
-    keychain.failsToRetrieve = true;
+    keyring.failsToRetrieve = true;
     runtime.run(manager->restoreSession());
     EXPECT_EQ(trace, Trace{"unauthenticated"});
     EXPECT_TRUE(
@@ -181,11 +181,11 @@ TEST_F(AuthenticationManagerTest, AnExpiredTokenEndsTheSessionButKeepsTheVocabul
     transport.reply(401, "");
     EXPECT_THROW(runtime.run(manager->fetchUserProfile()), GraphQLClientError);
     EXPECT_EQ(trace.back(), "unauthenticated");
-    EXPECT_EQ(keychain.retrieveToken(), std::nullopt);
+    EXPECT_EQ(keyring.retrieveToken(), std::nullopt);
     EXPECT_EQ(crashReporter.user, std::nullopt);
     EXPECT_EQ(*preferences.availableEras, (Trace{"1990s"}));
 
-    keychain.saveToken("t");
+    keyring.saveToken("t");
     transport.reply(200, R"({"data":{"me":{"id":"u1","email":"a@b.c"},"creditBalance":1}})");
     EXPECT_THROW(runtime.run(manager->fetchUserProfile()), GraphQLClientError);
     EXPECT_TRUE(trace.back().starts_with("error: Failed to decode response: ")) << trace.back();
@@ -193,26 +193,26 @@ TEST_F(AuthenticationManagerTest, AnExpiredTokenEndsTheSessionButKeepsTheVocabul
 }
 
 TEST_F(AuthenticationManagerTest, AReplyToAnotherTokenSaysNothingOfThisSession) {
-    keychain.saveToken("old");
+    keyring.saveToken("old");
     transport.beforeReply = [this] { return runOn(runtime.main(), manager->signOut()); };
     transport.reply(200, profileReply);
     runtime.run(manager->fetchUserProfile());
     EXPECT_EQ(shown(manager->authenticationState()), "unauthenticated");
     EXPECT_EQ(crashReporter.user, std::nullopt);
 
-    keychain.saveToken("old");
+    keyring.saveToken("old");
     transport.beforeReply = [this] { return runOn(runtime.main(), manager->handleAuthCallback("new")); };
     transport.reply(200, profileReply); // to the new token's question
     transport.reply(401, "");           // to the old one's
     runtime.run(manager->fetchUserProfile());
     EXPECT_EQ(shown(manager->authenticationState()), "a@b.c 0/42");
-    EXPECT_EQ(keychain.retrieveToken(), "new");
+    EXPECT_EQ(keyring.retrieveToken(), "new");
 }
 
 TEST_F(AuthenticationManagerTest, ASignInWhileAnExpiredTokenIsDeletedStays) {
-    keychain.saveToken("old");
-    keychain.beforeDelete = [this] {
-        keychain.beforeDelete = nullptr;
+    keyring.saveToken("old");
+    keyring.beforeDelete = [this] {
+        keyring.beforeDelete = nullptr;
         std::promise<void> started;
         asio::post(runtime.main(), [&] {
             spawn(runtime.main(), manager->handleAuthCallback("new"));
@@ -225,12 +225,12 @@ TEST_F(AuthenticationManagerTest, ASignInWhileAnExpiredTokenIsDeletedStays) {
     runtime.run(manager->fetchUserProfile());
     runtime.runUntil([this] { return !manager->authenticationState()->isAuthenticating(); });
     EXPECT_EQ(trace, (Trace{"authenticating", "a@b.c 0/42"}));
-    EXPECT_EQ(keychain.retrieveToken(), "new");
+    EXPECT_EQ(keyring.retrieveToken(), "new");
 }
 
 TEST_F(AuthenticationManagerTest, ASignOutThatFailsKeepsTheSession) {
-    keychain.saveToken("t");
-    keychain.failsToDelete = true;
+    keyring.saveToken("t");
+    keyring.failsToDelete = true;
     crashReporter.user = "u1";
     runtime.run(manager->signOut());
     EXPECT_EQ(trace,

@@ -4,7 +4,7 @@
 #include "backend/DefaultGraphQLClient.hpp"
 #include "platform/http/HttpClient.hpp"
 #include "platform/http/URLError.hpp"
-#include "platform/secrets/KeychainService.hpp"
+#include "platform/keyring/KeyringService.hpp"
 #include "support/RecordingCrashReporter.hpp"
 
 #include <deque>
@@ -50,7 +50,7 @@ class ScriptedTransport final : public http::Transport {
 };
 
 /// The token in memory; fails on demand.
-class MemoryKeychain final : public KeychainService {
+class MemoryKeyring final : public KeyringService {
   public:
     void saveToken(const std::string& text) override {
         const std::lock_guard lock(mutex_);

@@ -153,11 +153,11 @@ TEST_F(GraphQLClientTest, LetsFailuresOfTheTransportThrough) {
 }
 
 TEST_F(GraphQLClientTest, AKeyringThatFailsIsAnAbsentToken) {
-    test::MemoryKeychain keychain;
-    const TokenSource source = keychainTokenSource(keychain, runtime.executors());
-    keychain.saveToken("a");
+    test::MemoryKeyring keyring;
+    const TokenSource source = keyringTokenSource(keyring, runtime.executors());
+    keyring.saveToken("a");
     EXPECT_EQ(runtime.run(source()), "a");
-    keychain.failsToRetrieve = true;
+    keyring.failsToRetrieve = true;
     EXPECT_EQ(runtime.run(source()), std::nullopt);
 }
 

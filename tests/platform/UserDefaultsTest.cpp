@@ -41,9 +41,7 @@ TEST(UserDefaults, ValuesSurviveWhateverBytesTheyHave) {
     EXPECT_EQ(again.string("text"), "Grüße");
     EXPECT_EQ(again.data("text"), std::nullopt); // of the other kind
     EXPECT_EQ(again.keys().size(), 4U);
-
     struct ::stat info {};
-
     ASSERT_EQ(::stat(file.c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 0777U, 0600U);
 }

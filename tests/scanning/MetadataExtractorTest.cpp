@@ -1,5 +1,5 @@
 #include "scanning/MetadataExtractor.hpp"
-#include "platform/MediaSamples.hpp"
+#include "media/MediaSamples.hpp"
 #include "platform/files/ServiceError.hpp"
 #include "support/RecordingCrashReporter.hpp"
 #include "support/TestRuntime.hpp"

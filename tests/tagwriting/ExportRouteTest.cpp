@@ -1,6 +1,6 @@
+#include "media/Export.hpp"
 #include "platform/files/ServiceError.hpp"
 #include "platform/log/Log.hpp"
-#include "platform/media/Export.hpp"
 #include "tagwriting/MetadataWriter.hpp"
 #include "tagwriting/TagFixtures.hpp"
 
@@ -99,9 +99,7 @@ TEST_F(ExportRoute, writesAppendsAndClears) {
 
 TEST_F(ExportRoute, worksAcrossFileSystems) {
     struct ::stat here {};
-
     struct ::stat there {};
-
     if (::stat("/dev/shm", &there) != 0 || ::stat(folder.path().c_str(), &here) != 0 ||
         here.st_dev == there.st_dev)
         GTEST_SKIP() << "one file system only";

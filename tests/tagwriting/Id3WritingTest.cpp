@@ -137,9 +137,7 @@ TEST(Id3Writing, audioStaysWhateverTheTagWas) {
              {"two tags", tagOf(3, ""), tagOf(3, frameOf(3, "TIT2", raw("\0second"))) + audio},
              {"tag and no audio", tagOf(4, frame), ""}}) {
         const auto file = folder.write("song.mp3", row.head + row.rest);
-
         struct ::stat before {};
-
         struct ::stat after {};
 
         ASSERT_EQ(::stat(file.c_str(), &before), 0);

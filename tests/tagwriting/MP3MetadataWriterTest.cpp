@@ -120,9 +120,7 @@ TEST(MP3MetadataWriter, keepsTheFileItself) {
     std::filesystem::create_symlink("song.mp3", link);
     ASSERT_EQ(::chmod(file.c_str(), 0640), 0);
     const bool hasAttributes = ::setxattr(file.c_str(), "user.test", "kept", 4, 0) == 0;
-
     struct ::stat before {};
-
     struct ::stat after {};
 
     ::stat(file.c_str(), &before);
@@ -197,9 +195,7 @@ TEST(MP3MetadataWriter, fullDiskAtAnyByteLeavesTheFileWhole) {
             (done ? successes : failures) += 1;
             EXPECT_TRUE(done ? audioOf(file) == audio : readFile(file) == original) << limit;
             EXPECT_THAT(namesIn(folder.path()), ElementsAre("song.mp3")) << limit;
-
             struct ::stat after {};
-
             ::stat(file.c_str(), &after);
             EXPECT_EQ(after.st_mode & 07777, 0640U) << limit;
         }

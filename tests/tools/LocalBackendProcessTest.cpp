@@ -93,9 +93,7 @@ TEST_F(LocalBackendProcess, KeepsItsStateWhenItIsKilled) {
     auto& again = start({"--credits", "7"});
     EXPECT_LE(again.credits(token), 70 - confirmed);
     EXPECT_GE(again.credits(token), 70 - confirmed - 4) << "at most one request a client was on its way";
-
     struct stat info {};
-
     ASSERT_EQ(stat(state().c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 0777U, 0600U);
     for (const auto& entry : std::filesystem::directory_iterator(state().parent_path()))

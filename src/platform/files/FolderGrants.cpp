@@ -43,9 +43,7 @@ std::string_view text(FolderGrantError::Case kind) {
 
 Identity identityOf(const std::filesystem::path& folder) {
     using Case = FolderGrantError::Case;
-
     struct ::stat info {};
-
     if (::stat(folder.c_str(), &info) != 0)
         throw FolderGrantError(errno == EACCES ? Case::folderNotReadable : Case::folderNotFound, folder);
     if (!S_ISDIR(info.st_mode)) throw FolderGrantError(Case::notAFolder, folder);

@@ -52,9 +52,7 @@ EntryKind kindOf(const dirent& entry, int folder) {
     default:
         return EntryKind::other;
     }
-
     struct ::stat info {};
-
     if (::fstatat(folder, entry.d_name, &info, AT_SYMLINK_NOFOLLOW) != 0) return EntryKind::other;
     return kindOf(info.st_mode);
 }

@@ -29,9 +29,7 @@ struct FileCrashReporter::State {
         const std::string line = fmt::format("{} {} {}\n", iso8601(now), kind, text);
         const std::lock_guard lock(mutex);
         if (descriptor < 0) return;
-
         struct ::stat info {};
-
         if (::fstat(descriptor, &info) == 0 && info.st_size > startAfreshAtBytes)
             (void)!::ftruncate(descriptor, 0);
         (void)!::write(descriptor, line.data(), line.size());

@@ -57,9 +57,7 @@ bool isStoreThere(const fs::path& store, const Schema& schema) {
             throw StoreError(Case::cannotOpen, store, "it is a link, and what it leads to is not there");
         return false;
     }
-
     struct stat attributes {};
-
     if (::fstat(file.get(), &attributes) != 0) fail(store, errno);
     if (!S_ISREG(attributes.st_mode)) throw StoreError(Case::cannotOpen, store, "it is not a regular file");
     if (attributes.st_size == 0) return false;
@@ -89,9 +87,7 @@ void createTables(Database& database, const Schema& schema) {
 void refuseForeignLog(const fs::path& store) {
     for (const char* rest : {"-wal", "-journal"}) {
         const std::string log = store.string() + rest;
-
         struct stat attributes {};
-
         if (::stat(log.c_str(), &attributes) == 0 && attributes.st_size > 0)
             throw StoreError(
                 Case::cannotOpen, store,

@@ -36,9 +36,7 @@ FileBytes::FileBytes(const std::filesystem::path& path, Mode mode)
     : path_(path)
     , descriptor_(::open(path.c_str(), flagsFor(mode), 0600)) {
     if (descriptor_ < 0) fail("Cannot open");
-
     struct ::stat info {};
-
     if (::fstat(descriptor_, &info) == 0 && S_ISREG(info.st_mode)) {
         size_ = info.st_size;
         blockSize_ = std::max<off_t>(info.st_blksize, 1);
