@@ -73,6 +73,10 @@ class VeltoApp {
     /// Opens the page that sells credits. Throws Error if the backend's address is no web address.
     void openBillingPage();
 
+    /// Blocks while a file is being rewritten, for `longest` at most: for a process that is about to end.
+    /// Nothing starts another rewrite meanwhile, since the main actor waits here.
+    void finishRewrites(Seconds longest) const { rewriteJournal_.waitForTurnsToEnd(longest); }
+
     /// What a `velto://` URL leads to, by whichever way it came. Ends when the sign-in has ended; false where
     /// the URL is not the sign-in's.
     Task<bool> handleURLCallback(std::string url);

@@ -148,7 +148,9 @@ Task<Output> check(Context& context) {
     if (!counted) {
         const std::string text = viewModel->errorMessage->value_or("The check failed");
         const std::string reason = co_await failureAt(context, library, text);
-        throw CommandFailed(reason);
+        // A scan gets along with names that the search cannot read.
+        throw CommandFailed(reason == text ? "the search failed, scan instead: veltoctl scan (" + text + ")"
+                                           : reason);
     }
     const std::size_t found = *counted;
     Output output{fmt::format("{} new file{}.\n", found, found == 1 ? "" : "s"),

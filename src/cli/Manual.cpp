@@ -78,8 +78,8 @@ Cancelled.
 .SH FILES
 .TP
 .I $XDG_DATA_HOME/velto
-The store (velto.store), the journal of files that are being rewritten, and the
-state of the local backend.
+The store (velto.store), the journals of files that are being rewritten and of
+tags that are asked for, and the state of the local backend.
 Usually ~/.local/share/velto.
 .TP
 .I $XDG_CONFIG_HOME/velto

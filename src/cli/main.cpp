@@ -23,8 +23,10 @@ constexpr int done = 0;
 constexpr int failed = 1;
 constexpr int cancelled = 130;
 constexpr std::size_t poolThreads = 4;
-/// After SIGTERM or SIGHUP, what is under way may take so long.
-constexpr std::chrono::seconds longestFarewell{2};
+/// After SIGTERM or SIGHUP, what is under way may take this long.
+constexpr std::chrono::milliseconds longestFarewell{1500};
+/// And after that, or after a second Ctrl-C, the files that are being written right now.
+constexpr Seconds longestRewrite{0.4};
 
 /// Shows a page's address, and opens the page if there is a desktop.
 class TerminalBrowser final : public Browser {
@@ -221,12 +223,13 @@ class Program {
 
     Task<void> storeAndQuit() {
         const std::string text = co_await storeUnfinished(*commandContext_);
+        app_->finishRewrites(longestRewrite);
         terminal_.endProgress();
         terminal_.complain(text);
         quit();
     }
 
-    /// An interrupted rewrite of a file is put right by the next start.
+    /// A rewrite of a file that is still under way is put right by the next start.
     [[noreturn]] void quit() {
         terminal_.flush();
         std::_Exit(cancelled);

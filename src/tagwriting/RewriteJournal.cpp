@@ -152,6 +152,11 @@ RewriteJournal::Turn RewriteJournal::waitForTurn(const std::filesystem::path& fi
     return {*this, file};
 }
 
+void RewriteJournal::waitForTurnsToEnd(Seconds longest) const {
+    std::unique_lock lock(state_->mutex);
+    state_->turnEnded.wait_for(lock, longest, [&] { return state_->inTurn.empty(); });
+}
+
 void RewriteJournal::note(const std::filesystem::path& file) {
     const std::lock_guard lock(state_->mutex);
     state_->entries[file] = {};

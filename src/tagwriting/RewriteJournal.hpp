@@ -51,6 +51,9 @@ class RewriteJournal {
     /// one, so that it ends however many threads wait.
     [[nodiscard]] Turn waitForTurn(const std::filesystem::path& file);
 
+    /// Blocks while any turn lasts, for `longest` at most: for a process that is about to end.
+    void waitForTurnsToEnd(Seconds longest) const;
+
     /// The rewrite of `file` (absolute) begins; call it before the backup is made.
     void note(const std::filesystem::path& file);
     /// `file` (absolute) is of no use to the next run: it removes it.

@@ -138,7 +138,7 @@ TEST_F(Cli, SaysWhatIsWrongWithAFolder) {
          (music() / "song.mp3").string() + " is not a folder"},
         {{"library", "add", (folder_ / "nowhere").string()},
          (folder_ / "nowhere").string() + " is not a folder"},
-        {{"tag", "Nope"}, "there is no library 'Nope', there is 'Music', 'gone'"},
+        {{"tag", "Nope"}, "there is no library 'Nope', there is 'gone', 'Music'"},
         {{"scan", "gone"}, away},
         {{"check", "gone"}, away},
     };
