@@ -1,5 +1,7 @@
 #include "ModelLibrary.hpp"
 
+#include <numeric>
+
 #include <algorithm>
 #include <set>
 
@@ -64,6 +66,29 @@ TEST_F(ModelObjects, AListKeepsItsOrderThroughRemovalsWhileIterating) {
         expected.erase(expected.begin());
     }
     EXPECT_TRUE(expected.empty());
+}
+
+TEST_F(ModelObjects, MembersThatComeAndGoWhileIteratingAreVisitedOnceAndNoneIsSkipped) {
+    const auto shelf = addShelf("shelf");
+    constexpr int first = 1'024; // as many as the list has room for: the next one makes it grow
+    constexpr int all = 3'000;
+    for (int i = 0; i < first; ++i)
+        make<Book>(shelf)->edit().pages = i;
+    std::vector<std::int64_t> visited;
+    int made = first;
+    for (const auto& book : shelf->books) {
+        visited.push_back(*book->pages);
+        EXPECT_EQ(shelf->books[shelf->books.size() - 1]->pages, made - 1);
+        if (*book->pages % 5 != 0) context().remove(book);
+        if (made < all) make<Book>(shelf)->edit().pages = made++;
+    }
+    std::vector<std::int64_t> expected(all);
+    std::iota(expected.begin(), expected.end(), 0);
+    EXPECT_EQ(visited, expected);
+    for (const auto& book : shelf->books) // its end goes while it is visited
+        context().remove(book);
+    make<Book>(shelf)->edit().pages = 7;
+    EXPECT_EQ(pagesOf(shelf->books), std::vector<std::int64_t>{7});
 }
 
 TEST_F(ModelObjects, ThereIsOneObjectARowAndItsIdentityLasts) {

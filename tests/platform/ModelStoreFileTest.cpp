@@ -61,6 +61,21 @@ TEST_F(ModelStoreFile, WhatIsNoUsableStoreIsRefusedAndLeftAsItWas) {
              makeStore();
              sql("DROP TABLE Loan");
          }},
+        {"a store without one of its columns", StoreError::Case::damaged,
+         [&] {
+             makeStore();
+             sql("ALTER TABLE Book RENAME COLUMN title TO name");
+         }},
+        {"a store of a version that nothing leads from", StoreError::Case::olderVersion,
+         [&] {
+             makeStore();
+             sql("PRAGMA user_version = 999999");
+         }},
+        {"a database with another program's mark", StoreError::Case::notAStore,
+         [&] {
+             makeStore();
+             sql("PRAGMA application_id = 1");
+         }},
         {"a header with nothing behind it", StoreError::Case::damaged,
          [&] {
              makeStore();
@@ -162,6 +177,56 @@ TEST_F(ModelStoreFile, DamageInTheMiddleOfTheFileIsAnErrorOfTheLoad) {
     } catch (const StoreError& error) {
         EXPECT_EQ(error.errorCase(), StoreError::Case::damaged) << error.errorDescription();
     }
+}
+
+TEST_F(ModelStoreFile, AnOlderStoreIsBroughtUpBehindACopyOrLeftAsItIs) {
+    const auto older = [&] {
+        makeStore();
+        // What the two versions before had: no pages, and a title under another name.
+        sql("ALTER TABLE Book DROP COLUMN pages; ALTER TABLE Book RENAME COLUMN title TO name; "
+            "PRAGMA user_version = 8000");
+    };
+    Schema schema = librarySchema();
+    schema.migrations = {
+        {{0, 9, 0}, {1, 0, 0}, {"ALTER TABLE Book RENAME COLUMN name TO title"}},
+        {{0, 8, 0}, {0, 9, 0}, {"ALTER TABLE Book ADD COLUMN pages INTEGER", "UPDATE Book SET pages = 12"}},
+    };
+    const auto openWith = [&](const Schema& used) {
+        container = ModelContainer::create(used, {storePath()});
+    };
+    const auto copy = std::filesystem::path(storePath().string() + ".before-1.0.0");
+
+    older();
+    EXPECT_EQ(failureOf([&] { openWith(librarySchema()); }), StoreError::Case::olderVersion);
+    Schema broken = schema;
+    broken.migrations[0].statements = {"ALTER TABLE Book RENAME COLUMN nobody TO title"};
+    EXPECT_EQ(failureOf([&] { openWith(broken); }), StoreError::Case::failed);
+    Schema incomplete = schema;
+    incomplete.migrations[0].statements.clear();
+    EXPECT_EQ(failureOf([&] { openWith(incomplete); }), StoreError::Case::damaged);
+    EXPECT_EQ(sql("PRAGMA user_version"), "8000");
+    EXPECT_EQ(sql("SELECT count(name) FROM Book"), "2") << "nothing of a step that failed stays";
+
+    folder.write("library.store.before-1.0.0.new", "of a process that was killed");
+    openWith(schema);
+    const auto books = context().fetch<Book>();
+    ASSERT_EQ(books.size(), 2U);
+    EXPECT_EQ(books[0]->title, "one");
+    EXPECT_EQ(books[1]->pages, 12);
+    EXPECT_EQ(books[1]->tags, std::vector<std::string>{"tag"});
+    container.reset();
+    EXPECT_EQ(sql("PRAGMA user_version"), "1000000");
+    std::filesystem::copy_file(copy, storePath(), std::filesystem::copy_options::overwrite_existing);
+    EXPECT_EQ(sql("PRAGMA user_version"), "8000");
+    EXPECT_EQ(sql("SELECT group_concat(name) FROM Book"), "one,two") << "the copy is the store as it was";
+    openWith(schema);
+}
+
+TEST_F(ModelStoreFile, EverySettingHoldsOnEveryConnection) {
+    makeStore();
+    sql("PRAGMA journal_mode = DELETE");
+    open();
+    EXPECT_EQ(sql("PRAGMA journal_mode"), "wal");
 }
 
 TEST_F(ModelStoreFile, OnlyOneHasTheStoreOpen) {

@@ -42,7 +42,11 @@ bool ToManyBase::contains(const Object& member) const {
 
 const Object* ToManyBase::at(std::size_t index) const {
     if (index != 0 && holes_ > 0) close();
-    return items_[index + first_];
+    if (index == 0 || holes_ == 0) return items_[index + first_];
+    std::size_t position = settle(0); // an iteration is under way
+    while (index-- > 0)
+        position = settle(position + 1);
+    return items_[position];
 }
 
 std::size_t ToManyBase::settle(std::size_t position) const {
@@ -61,7 +65,7 @@ void ToManyBase::add(ToOneBase& member) {
 void ToManyBase::drop(ToOneBase& member) {
     items_[member.slot_] = nullptr;
     ++holes_;
-    while (!items_.empty() && items_.back() == nullptr) {
+    while (held_ == 0 && !items_.empty() && items_.back() == nullptr) {
         items_.pop_back();
         --holes_;
     }
@@ -70,8 +74,9 @@ void ToManyBase::drop(ToOneBase& member) {
     first_ = std::min(first_, items_.size());
 }
 
-/// Moves the members together, in their order.
+/// Moves the members together, in their order, unless an iteration is under way.
 void ToManyBase::close() const {
+    if (held_ > 0) return;
     std::size_t free = 0;
     for (Object* member : items_) {
         if (member == nullptr) continue;

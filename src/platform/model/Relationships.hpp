@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <iterator>
 #include <limits>
+#include <utility>
 #include <vector>
 
 namespace velto::model {
@@ -57,6 +58,34 @@ class ToManyBase {
 
     static constexpr std::size_t endPosition = std::numeric_limits<std::size_t>::max();
 
+    /// While one lives no member of its list changes its position.
+    class Hold {
+      public:
+        Hold() = default;
+
+        explicit Hold(const ToManyBase& list)
+            : list_(&list) {
+            ++list_->held_;
+        }
+
+        Hold(const Hold& other)
+            : list_(other.list_) {
+            if (list_ != nullptr) ++list_->held_;
+        }
+
+        Hold& operator=(Hold other) noexcept {
+            std::swap(list_, other.list_);
+            return *this;
+        }
+
+        ~Hold() {
+            if (list_ != nullptr) --list_->held_;
+        }
+
+      private:
+        const ToManyBase* list_ = nullptr;
+    };
+
   private:
     friend class ToOneBase;
     friend struct ObjectAccess;
@@ -70,6 +99,7 @@ class ToManyBase {
     mutable std::vector<Object*> items_; ///< removed members leave null behind until the list grows again
     mutable std::size_t holes_ = 0;
     mutable std::size_t first_ = 0; ///< nothing but holes before it
+    mutable std::size_t held_ = 0;  ///< how many iterations are under way
 };
 
 /// The single-valued side: reads like a handle, and assigning moves the owner from the old target's list to
@@ -116,8 +146,9 @@ class ToOne : public ToOneBase {
 };
 
 /// The list side, in the order in which members were related (after a restart: in the order in which they
-/// were inserted). Iterating gives handles by value. Members may be added and removed while iterating;
-/// removal is constant time.
+/// were inserted). Iterating gives handles by value. Members may be added and removed while iterating: each
+/// member that is there when the iteration comes to it is visited once, added ones too. Removal is constant
+/// time. No iterator outlives its list.
 template <typename T>
 class ToMany : public ToManyBase {
   public:
@@ -155,12 +186,15 @@ class ToMany : public ToManyBase {
 
         Iterator(const ToMany& list, std::size_t position)
             : list_(&list)
-            , position_(position) {}
+            , position_(position) {
+            if (position != endPosition) hold_ = Hold(list);
+        }
 
         [[nodiscard]] const T* get() const { return static_cast<const T*>(list_->slot(position_)); }
 
         const ToMany* list_ = nullptr;
         std::size_t position_ = endPosition;
+        Hold hold_;
     };
 
     [[nodiscard]] Iterator begin() const { return Iterator(*this, settle(0)); }

@@ -14,6 +14,9 @@ Database::Database(const std::string& location, std::filesystem::path store, int
     const int code = sqlite3_open_v2(location.c_str(), &handle_, flags | SQLITE_OPEN_NOMUTEX, nullptr);
     if (code == SQLITE_OK) {
         sqlite3_extended_result_codes(handle_, 1);
+        // Otherwise a quoted name that no column has is a text, and a store without that column reads well.
+        sqlite3_db_config(handle_, SQLITE_DBCONFIG_DQS_DML, 0, nullptr);
+        sqlite3_db_config(handle_, SQLITE_DBCONFIG_DQS_DDL, 0, nullptr);
         return;
     }
     const StoreError error = translate(code);

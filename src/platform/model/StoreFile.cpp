@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -39,12 +40,27 @@ std::uint32_t bigEndian32(const unsigned char* bytes) {
            (std::uint32_t{bytes[2]} << 8U) | bytes[3];
 }
 
+/// The steps that lead from that version to the schema's; none if there is no such way.
+std::vector<const Migration*> stepsFrom(std::int64_t version, const Schema& schema) {
+    std::vector<const Migration*> steps;
+    while (version != schema.version.encoded()) {
+        const auto next =
+            std::find_if(schema.migrations.begin(), schema.migrations.end(), [&](const Migration& migration) {
+                return migration.from.encoded() == version && migration.to.encoded() > version;
+            });
+        if (next == schema.migrations.end()) return {};
+        steps.push_back(&*next);
+        version = next->to.encoded();
+    }
+    return steps;
+}
+
 void checkIdentity(const fs::path& store, std::int64_t identity, std::int64_t version, const Schema& schema) {
     if (identity != applicationId) throw StoreError(Case::notAStore, store, "another program's database");
     const std::int64_t own = schema.version.encoded();
-    if (version == own) return;
-    const auto text = fmt::format("{}.{}.{}", version / 1'000'000, version / 1'000 % 1'000, version % 1'000);
-    throw StoreError(version > own ? Case::newerVersion : Case::olderVersion, store, "version " + text);
+    if (version == own || !stepsFrom(version, schema).empty()) return;
+    throw StoreError(version > own ? Case::newerVersion : Case::olderVersion, store,
+                     "version " + SchemaVersion::decoded(version).text());
 }
 
 /// Refuses by the file's first bytes what is no store of ours, before SQLite gets to touch it. False where
@@ -70,6 +86,15 @@ bool isStoreThere(const fs::path& store, const Schema& schema) {
     checkIdentity(store, bigEndian32(header.data() + 68), bigEndian32(header.data() + 60), schema);
     ::fchmod(file.get(), 0600); // holds the user's playlists; what SQLite puts beside it takes the same mode
     return true;
+}
+
+void configure(Database& database) {
+    sqlite3_busy_timeout(database.handle(), busyMilliseconds);
+    database.execute("PRAGMA journal_mode = WAL"); // kept in the file; a store in memory has a log of its own
+    database.execute("PRAGMA foreign_keys = ON");
+    database.execute("PRAGMA synchronous = FULL");
+    database.execute("PRAGMA trusted_schema = OFF");
+    database.execute("PRAGMA journal_size_limit = 67108864"); // a large scan's log does not stay on the disk
 }
 
 void createTables(Database& database, const Schema& schema) {
@@ -110,21 +135,13 @@ void createStore(const fs::path& store, const Schema& schema) {
     }
     {
         Database database(draft.string(), store, SQLITE_OPEN_READWRITE);
+        configure(database);
         createTables(database, schema);
-        database.execute("PRAGMA journal_mode = WAL");
     }
     if (::rename(draft.c_str(), store.c_str()) != 0) fail(store, errno);
     const auto folder =
         openFile(store.parent_path().empty() ? "." : store.parent_path(), O_RDONLY | O_DIRECTORY);
     if (folder) ::fsync(folder.get());
-}
-
-void configure(Database& database) {
-    sqlite3_busy_timeout(database.handle(), busyMilliseconds);
-    database.execute("PRAGMA foreign_keys = ON");
-    database.execute("PRAGMA synchronous = FULL");
-    database.execute("PRAGMA trusted_schema = OFF");
-    database.execute("PRAGMA journal_size_limit = 67108864"); // a large scan's log does not stay on the disk
 }
 
 void checkTables(Database& database, const Schema& schema) {
@@ -138,7 +155,48 @@ void checkTables(Database& database, const Schema& schema) {
     }
 }
 
+/// A copy of the store as it is, its log included, which has been read back before it counts.
+void keepCopy(Database& database, const fs::path& store, const Schema& schema, std::int64_t version) {
+    const fs::path kept = store.string() + ".before-" + schema.version.text();
+    const fs::path draft = kept.string() + ".new";
+    ::unlink(draft.c_str());
+    Statement copy(database, "VACUUM INTO ?1");
+    copy.bindCopied(1, draft.string());
+    copy.run();
+    {
+        Database read(draft.string(), store, SQLITE_OPEN_READONLY);
+        Statement check(read, "PRAGMA integrity_check");
+        const bool isWhole = check.step() && check.text(0) == "ok";
+        if (!isWhole || read.integer("PRAGMA user_version") != version)
+            throw StoreError(Case::failed, store,
+                             "its copy before the change to a newer version is not whole");
+    }
+    const auto file = openFile(draft, O_RDONLY);
+    if (!file || ::fchmod(file.get(), 0600) != 0 || ::fsync(file.get()) != 0 ||
+        ::rename(draft.c_str(), kept.c_str()) != 0)
+        fail(store, errno);
+}
+
+/// Whoever is killed meanwhile finds the store at its old version, and the next start tries again.
+void migrate(Database& database, const fs::path& store, const Schema& schema) {
+    const std::int64_t version = database.integer("PRAGMA user_version");
+    const auto steps = stepsFrom(version, schema);
+    if (steps.empty()) return;
+    keepCopy(database, store, schema, version);
+    Transaction transaction(database);
+    for (const Migration* step : steps)
+        for (const std::string& statement : step->statements)
+            database.execute(statement);
+    database.execute(fmt::format("PRAGMA user_version = {}", schema.version.encoded()));
+    checkTables(database, schema);
+    transaction.commit();
+}
+
 } // namespace
+
+std::string SchemaVersion::text() const {
+    return fmt::format("{}.{}.{}", major, minor, patch);
+}
 
 StoreLock::StoreLock(const fs::path& store) {
     const fs::path path = store.string() + ".lock";
@@ -165,10 +223,11 @@ std::unique_ptr<Database> openStore(const Schema& schema, const ModelConfigurati
     sqlite3_busy_timeout(database->handle(), busyMilliseconds);
     checkIdentity(store, database->integer("PRAGMA application_id"), database->integer("PRAGMA user_version"),
                   schema);
-    checkTables(*database, schema);
+    if (database->integer("PRAGMA user_version") == schema.version.encoded()) checkTables(*database, schema);
     if (sqlite3_db_readonly(database->handle(), "main") == 1)
         throw StoreError(Case::readOnly, store, "its file or its folder is read-only");
     configure(*database);
+    migrate(*database, store, schema);
     sqlite3_db_config(database->handle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr);
     return database;
 }
