@@ -48,7 +48,7 @@ Home homeAt(const std::optional<path>& folder) {
     return {
         .data = data,
         .store = data / "velto.store",
-        .defaults = config / "defaults.json",
+        .settings = config / "defaults.json",
         .log = state / "velto.log",
         .crashReports = state / "crash-reports.log",
         .rewrites = data / "rewrites.journal",
@@ -58,7 +58,7 @@ Home homeAt(const std::optional<path>& folder) {
 
 Home prepareHome(const std::optional<path>& folder) {
     Home home = homeAt(folder);
-    for (const path& file : {home.store, home.defaults, home.log})
+    for (const path& file : {home.store, home.settings, home.log})
         makePrivateFolder(file.parent_path());
     return home;
 }

@@ -9,7 +9,7 @@ namespace velto {
 struct Home {
     std::filesystem::path data;         ///< the folder of the store; small journals lie beside it
     std::filesystem::path store;        ///< the libraries, tracks and playlists
-    std::filesystem::path defaults;     ///< user defaults: folder grants
+    std::filesystem::path settings;     ///< the folder grants
     std::filesystem::path log;          ///< what the program said
     std::filesystem::path crashReports; ///< error records; they never leave the machine
     std::filesystem::path rewrites;     ///< audio files that are being rewritten right now

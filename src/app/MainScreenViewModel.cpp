@@ -51,7 +51,7 @@ MainScreenViewModel::MainScreenViewModel(const MainScreenServices& services)
         std::make_unique<ConcurrentScanner>(dependencies, context, services_.genreTextParser,
                                             services_.executors, services_.clock, services_.crashReporter);
     folderAccess_ =
-        std::make_unique<FolderAccess>(services_.folderGrants, services_.userDefaults, services_.executors);
+        std::make_unique<FolderAccess>(services_.folderGrants, services_.settings, services_.executors);
     loading_ = std::make_unique<LoadingFlow>(context_, *libraryRepository_, *folderAccess_);
     sync_ = std::make_unique<SyncFlow>(context_);
     scanning_ = std::make_unique<ScanningFlow>(context_, *scanner_, *loading_, *folderAccess_, *sync_);

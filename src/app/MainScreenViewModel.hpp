@@ -29,7 +29,7 @@ class SyncFlow;
 class TaggingFlow;
 class TaggingJournal;
 class TaggingService;
-class UserDefaults;
+class ValueFile;
 
 /// What the state object stands on. Everything referred to outlives it.
 struct MainScreenServices {
@@ -37,7 +37,7 @@ struct MainScreenServices {
     Clock& clock;
     CrashReporter& crashReporter;
     model::ModelContext& modelContext;
-    UserDefaults& userDefaults;
+    ValueFile& settings;
     FolderGrants& folderGrants;
     RewriteJournal& rewriteJournal;
     TaggingJournal& taggingJournal;

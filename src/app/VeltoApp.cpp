@@ -32,7 +32,7 @@ VeltoApp::VeltoApp(VeltoAppConfiguration configuration)
     // The store first: its lock says that no other process works on this home.
     , sharedModelContainer_(openStore(configuration_.home))
     , rewriteJournal_(configuration_.home.rewrites)
-    , userDefaults_(configuration_.home.defaults, configuration_.executors)
+    , settings_(configuration_.home.settings, configuration_.executors)
     , taggingJournal_(configuration_.home.data, configuration_.executors) {
     sharedModelContainer_->mainContext().deliverChangesThrough(
         [main = configuration_.executors.main](std::function<void()> work) {
@@ -110,7 +110,7 @@ std::shared_ptr<MainScreenViewModel> VeltoApp::viewModel() {
                                               .clock = configuration_.clock,
                                               .crashReporter = crashReporter_,
                                               .modelContext = sharedModelContainer_->mainContext(),
-                                              .userDefaults = userDefaults_,
+                                              .settings = settings_,
                                               .folderGrants = folderGrants_,
                                               .rewriteJournal = rewriteJournal_,
                                               .taggingJournal = taggingJournal_,

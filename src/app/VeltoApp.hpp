@@ -11,7 +11,7 @@
 #include "backend/UserPreferencesStore.hpp"
 #include "flows/TaggingJournal.hpp"
 #include "platform/files/FolderGrants.hpp"
-#include "platform/files/UserDefaults.hpp"
+#include "platform/files/ValueFile.hpp"
 #include "platform/http/HttpClient.hpp"
 #include "platform/keyring/KeyringService.hpp"
 #include "platform/log/CrashReporter.hpp"
@@ -92,7 +92,7 @@ class VeltoApp {
     FileCrashReporter crashReporter_;
     std::unique_ptr<model::ModelContainer> sharedModelContainer_;
     RewriteJournal rewriteJournal_;
-    UserDefaults userDefaults_;
+    ValueFile settings_;
     FolderGrants folderGrants_;
     TaggingJournal taggingJournal_;
     http::HttpClient transport_;

@@ -1,6 +1,6 @@
 #include "flows/FolderAccess.hpp"
 
-#include "platform/files/UserDefaults.hpp"
+#include "platform/files/ValueFile.hpp"
 #include "platform/log/Log.hpp"
 
 namespace velto {
@@ -14,9 +14,9 @@ std::string grantKey(const std::string& libraryName) {
 
 } // namespace
 
-FolderAccess::FolderAccess(FolderGrants& grants, UserDefaults& userDefaults, Executors executors)
+FolderAccess::FolderAccess(FolderGrants& grants, ValueFile& settings, Executors executors)
     : grants_(grants)
-    , userDefaults_(userDefaults)
+    , settings_(settings)
     , executors_(std::move(executors)) {}
 
 FolderAccess::~FolderAccess() {
@@ -31,7 +31,7 @@ Task<std::optional<std::string>> FolderAccess::restore(LibraryRef library) {
     const std::string name = library->name;
     const std::string rootPath = library->rootPath;
     log::line("🔐 [ACCESS] Attempting to restore access for library '{}'", name);
-    const auto grant = userDefaults_.data(grantKey(name));
+    const auto grant = settings_.data(grantKey(name));
     if (!grant) {
         log::line("⚠️ [ACCESS] No security bookmark found for library '{}'", name);
         log::line("⚠️ [ACCESS] Library path: {}", rootPath);
@@ -74,15 +74,15 @@ void FolderAccess::stop(const std::string& libraryName) {
 }
 
 bool FolderAccess::hasGrant(const std::string& libraryName) const {
-    return userDefaults_.data(grantKey(libraryName)).has_value();
+    return settings_.data(grantKey(libraryName)).has_value();
 }
 
 Task<void> FolderAccess::keep(std::string libraryName, FolderGrants::Grant grant) {
-    co_await userDefaults_.setData(grantKey(libraryName), std::move(grant));
+    co_await settings_.setData(grantKey(libraryName), std::move(grant));
 }
 
 Task<void> FolderAccess::forget(std::string libraryName) {
-    co_await userDefaults_.remove(grantKey(libraryName));
+    co_await settings_.remove(grantKey(libraryName));
 }
 
 } // namespace velto

@@ -11,14 +11,14 @@
 
 namespace velto {
 
-class UserDefaults;
+class ValueFile;
 
 /// The folders of libraries: the stored grant of each, by the library's name, and the uses that have begun.
 /// At most one use a library; all of them end with this object. Main actor.
 class FolderAccess {
   public:
     /// Both outlive this.
-    FolderAccess(FolderGrants& grants, UserDefaults& userDefaults, Executors executors);
+    FolderAccess(FolderGrants& grants, ValueFile& settings, Executors executors);
     ~FolderAccess();
     FolderAccess(const FolderAccess&) = delete;
     FolderAccess& operator=(const FolderAccess&) = delete;
@@ -38,7 +38,7 @@ class FolderAccess {
 
   private:
     FolderGrants& grants_;
-    UserDefaults& userDefaults_;
+    ValueFile& settings_;
     Executors executors_;
     std::map<std::string, std::filesystem::path> held_; ///< by library name
 };

@@ -15,13 +15,13 @@ namespace {
 constexpr auto unfinishedKey = "canonicalSigs";
 
 /// Texts, each with a zero after it, which none of them holds.
-void append(UserDefaults::Bytes& bytes, const std::string& text) {
+void append(ValueFile::Bytes& bytes, const std::string& text) {
     for (const char c : text)
         if (c != '\0') bytes.push_back(static_cast<std::uint8_t>(c));
     bytes.push_back(0);
 }
 
-std::vector<std::string> texts(const UserDefaults::Bytes& bytes) {
+std::vector<std::string> texts(const ValueFile::Bytes& bytes) {
     std::vector<std::string> found(1);
     for (const std::uint8_t byte : bytes) {
         if (byte == 0)
@@ -48,7 +48,7 @@ TaggingJournal::TaggingJournal(const std::filesystem::path& folder, const Execut
 
 Task<TaggingJournal::BatchNumber> TaggingJournal::begin(std::vector<Entry> batch) {
     const BatchNumber number = ++last_;
-    UserDefaults::Bytes bytes;
+    ValueFile::Bytes bytes;
     for (const Entry& entry : batch) {
         append(bytes, entry.canonicalSig);
         append(bytes, entry.name);
@@ -66,7 +66,7 @@ Task<void> TaggingJournal::reportLeftOvers() {
     if (left.empty()) co_return;
     auto signatures = unfinished();
     for (const std::string& batch : left) {
-        const auto parts = texts(inFlight_.data(batch).value_or(UserDefaults::Bytes()));
+        const auto parts = texts(inFlight_.data(batch).value_or(ValueFile::Bytes()));
         std::vector<std::string> names;
         for (std::size_t i = 0; i + 1 < parts.size(); i += 2) {
             signatures.insert(parts[i]);
@@ -84,12 +84,12 @@ Task<void> TaggingJournal::reportLeftOvers() {
 }
 
 std::set<std::string> TaggingJournal::unfinished() const {
-    const auto signatures = texts(unfinished_.data(unfinishedKey).value_or(UserDefaults::Bytes()));
+    const auto signatures = texts(unfinished_.data(unfinishedKey).value_or(ValueFile::Bytes()));
     return {signatures.begin(), signatures.end()};
 }
 
 Task<void> TaggingJournal::setUnfinished(const std::vector<std::string>& canonicalSigs) {
-    UserDefaults::Bytes bytes;
+    ValueFile::Bytes bytes;
     for (const std::string& signature : canonicalSigs)
         append(bytes, signature);
     if (bytes.empty() && unfinished_.keys().empty()) co_return;

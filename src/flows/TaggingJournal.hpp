@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/concurrency/Executors.hpp"
-#include "platform/files/UserDefaults.hpp"
+#include "platform/files/ValueFile.hpp"
 
 #include <cstdint>
 #include <filesystem>
@@ -42,8 +42,8 @@ class TaggingJournal {
     Task<void> setUnfinished(const std::vector<std::string>& canonicalSigs);
 
   private:
-    UserDefaults inFlight_;
-    UserDefaults unfinished_;
+    ValueFile inFlight_;
+    ValueFile unfinished_;
     std::vector<std::string> leftOver_; ///< keys of batches that an earlier process left
     BatchNumber last_ = 0;
 };

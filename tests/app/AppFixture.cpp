@@ -17,7 +17,7 @@ TaggingResult ScriptedTaggingService::tagAll(const std::vector<TrackTaggingInput
 AppFixture::AppFixture()
     : crashReporter(folder / "crash")
     , container(model::ModelContainer::create(storeSchema(), {folder / "store"}))
-    , defaults(folder / "defaults", runtime.executors()) {
+    , settings(folder / "defaults", runtime.executors()) {
     restart();
 }
 
@@ -35,7 +35,7 @@ void AppFixture::restart(bool checksAtLoad) {
                                              .clock = clock,
                                              .crashReporter = crashReporter,
                                              .modelContext = container->mainContext(),
-                                             .userDefaults = defaults,
+                                             .settings = settings,
                                              .folderGrants = grants,
                                              .rewriteJournal = journal,
                                              .taggingJournal = *taggingJournal,

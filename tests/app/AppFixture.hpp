@@ -7,7 +7,7 @@
 #include "flows/TaggingJournal.hpp"
 #include "platform/files/FolderGrants.hpp"
 #include "platform/files/ServiceError.hpp"
-#include "platform/files/UserDefaults.hpp"
+#include "platform/files/ValueFile.hpp"
 #include "platform/log/CrashReporter.hpp"
 #include "platform/log/Log.hpp"
 #include "platform/model/ModelContainer.hpp"
@@ -120,7 +120,7 @@ class ScriptedLibrarySync final : public LibrarySyncService {
     std::function<void()> afterDeletion;
 };
 
-/// A state object over a real store, defaults and folders, with a clock of the test's own.
+/// A state object over a real store, settings and folders, with a clock of the test's own.
 class AppFixture : public ::testing::Test {
   protected:
     AppFixture();
@@ -156,7 +156,7 @@ class AppFixture : public ::testing::Test {
     log::Capture log;
     FileCrashReporter crashReporter;
     std::unique_ptr<model::ModelContainer> container;
-    UserDefaults defaults;
+    ValueFile settings;
     FolderGrants grants;
     RewriteJournal journal;
     std::optional<TaggingJournal> taggingJournal;

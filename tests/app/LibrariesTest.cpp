@@ -94,7 +94,7 @@ TEST_F(Libraries, AddsAtOnceEachKeepTheirGrantWhateverElseGoesWrong) {
     runtime.runUntil([&] { return ended == 3; });
     EXPECT_EQ(refused, 1U) << "the second A";
     for (const char* name : {"A", "B"}) {
-        EXPECT_TRUE(defaults.data(std::string("LibraryBookmark_") + name)) << name;
+        EXPECT_TRUE(settings.data(std::string("LibraryBookmark_") + name)) << name;
         EXPECT_EQ(grants.activeCount(folder / name), 1) << name;
     }
     EXPECT_THAT(names(), ElementsAre("A", "B"));
@@ -151,12 +151,12 @@ TEST_F(Libraries, WhatIsDeletedIsNeitherSelectedNorSelectable) {
 TEST_F(Libraries, ALostGrantIsGivenAgainByAddingTheSameFolder) {
     signIn();
     const LibraryRef library = add("A");
-    runtime.run(defaults.remove("LibraryBookmark_A"));
+    runtime.run(settings.remove("LibraryBookmark_A"));
     runtime.run(viewModel->restoreAccess(library));
     EXPECT_EQ(error(), "No access permission found for 'A'. Please re-add the library.");
     EXPECT_EQ(add("A"), library);
     EXPECT_EQ(error(), "");
-    EXPECT_TRUE(defaults.data("LibraryBookmark_A"));
+    EXPECT_TRUE(settings.data("LibraryBookmark_A"));
 }
 
 TEST_F(Libraries, AccessIsHeldOnceAndGivenBack) {
@@ -200,7 +200,7 @@ TEST_F(Libraries, DeletingTheSelectedOneSelectsTheFirstThatRemains) {
     runtime.run(viewModel->deleteLibrary(viewModel->selectedLibrary)); // B
     EXPECT_EQ(viewModel->selectedLibrary.get()->name, "A");
     EXPECT_THAT(names(), ElementsAre("A", "C"));
-    EXPECT_FALSE(defaults.data("LibraryBookmark_B"));
+    EXPECT_FALSE(settings.data("LibraryBookmark_B"));
     for (int i = 0; i < 2; ++i)
         runtime.run(viewModel->deleteLibrary(viewModel->selectedLibrary));
     EXPECT_FALSE(viewModel->selectedLibrary.get());
@@ -237,7 +237,7 @@ TEST_F(Libraries, SignOutClearsTheStoreAndKeepsTheGrants) {
     EXPECT_EQ(context.count<Playlist>() + context.count<PlaylistFolder>(), 0U);
     EXPECT_EQ(viewModel->playlists->size() + viewModel->playlistFolders->size(), 0U);
     EXPECT_FALSE(viewModel->selectedLibrary.get());
-    EXPECT_TRUE(defaults.data("LibraryBookmark_A"));
+    EXPECT_TRUE(settings.data("LibraryBookmark_A"));
     EXPECT_TRUE(log.contains("✅ [AUTH] Successfully cleared all local data"));
 }
 

@@ -99,7 +99,7 @@ class Stress : public AppFixture {
         EXPECT_THAT(viewModel->libraries.get(), ::testing::UnorderedElementsAreArray(inMemory));
         EXPECT_LE(grants.activeCount(), 4);
         for (const LibraryRef& library : inMemory) {
-            EXPECT_TRUE(defaults.data("LibraryBookmark_" + library->name)) << library->name;
+            EXPECT_TRUE(settings.data("LibraryBookmark_" + library->name)) << library->name;
             EXPECT_LE(grants.activeCount(library->rootPath), 1) << library->name;
         }
         const LibraryRef selected = viewModel->selectedLibrary;

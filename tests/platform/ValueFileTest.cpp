@@ -1,4 +1,4 @@
-#include "platform/files/UserDefaults.hpp"
+#include "platform/files/ValueFile.hpp"
 #include "platform/core/Error.hpp"
 #include "platform/log/Log.hpp"
 #include "support/TemporaryFolder.hpp"
@@ -18,23 +18,23 @@ namespace {
 namespace fs = std::filesystem;
 using test::TemporaryFolder;
 using test::TestRuntime;
-using Bytes = UserDefaults::Bytes;
+using Bytes = ValueFile::Bytes;
 
-TEST(UserDefaults, ValuesSurviveWhateverBytesTheyHave) {
+TEST(ValueFile, ValuesSurviveWhateverBytesTheyHave) {
     TestRuntime runtime;
     const TemporaryFolder folder;
     const fs::path file = folder / "defaults.json";
     const std::string oddKey = "LibraryBookmark_\xFFMusik \"\n";
     {
-        UserDefaults defaults(file, runtime.executors());
-        runtime.run(defaults.setData(oddKey, Bytes{0, 255, 34}));
-        runtime.run(defaults.setData("none", Bytes{}));
-        runtime.run(defaults.setData("four", Bytes{'a', 0, 128, 'd'}));
-        runtime.run(defaults.setString("text", "Grüße"));
-        runtime.run(defaults.setString("gone", "x"));
-        runtime.run(defaults.remove("gone"));
+        ValueFile values(file, runtime.executors());
+        runtime.run(values.setData(oddKey, Bytes{0, 255, 34}));
+        runtime.run(values.setData("none", Bytes{}));
+        runtime.run(values.setData("four", Bytes{'a', 0, 128, 'd'}));
+        runtime.run(values.setString("text", "Grüße"));
+        runtime.run(values.setString("gone", "x"));
+        runtime.run(values.remove("gone"));
     }
-    const UserDefaults again(file, runtime.executors());
+    const ValueFile again(file, runtime.executors());
     EXPECT_EQ(again.data(oddKey), (Bytes{0, 255, 34}));
     EXPECT_EQ(again.data("none"), Bytes{});
     EXPECT_EQ(again.data("four"), (Bytes{'a', 0, 128, 'd'}));
@@ -46,7 +46,7 @@ TEST(UserDefaults, ValuesSurviveWhateverBytesTheyHave) {
     EXPECT_EQ(info.st_mode & 0777U, 0600U);
 }
 
-TEST(UserDefaults, ADamagedFileIsSetAsideAndTold) {
+TEST(ValueFile, ADamagedFileIsSetAsideAndTold) {
     TestRuntime runtime;
     const std::array<std::string, 8> damaged = {
         "",
@@ -61,43 +61,43 @@ TEST(UserDefaults, ADamagedFileIsSetAsideAndTold) {
         const TemporaryFolder folder;
         const fs::path file = folder.write("defaults.json", content);
         const log::Capture log;
-        UserDefaults defaults(file, runtime.executors());
-        EXPECT_TRUE(defaults.keys().empty());
+        ValueFile values(file, runtime.executors());
+        EXPECT_TRUE(values.keys().empty());
         EXPECT_TRUE(log.contains("defaults.json.damaged-"));
         EXPECT_FALSE(fs::exists(file));
         const fs::path aside = fs::directory_iterator(folder.path())->path();
         EXPECT_EQ(test::readFile(aside), content);
-        runtime.run(defaults.setString("a", "b"));
-        EXPECT_EQ(UserDefaults(file, runtime.executors()).string("a"), "b");
+        runtime.run(values.setString("a", "b"));
+        EXPECT_EQ(ValueFile(file, runtime.executors()).string("a"), "b");
     }
 }
 
-TEST(UserDefaults, AFailedWriteIsAnErrorAndALaterOneSavesAll) {
+TEST(ValueFile, AFailedWriteIsAnErrorAndALaterOneSavesAll) {
     TestRuntime runtime;
     const TemporaryFolder folder;
     const fs::path file = folder / "missing" / "defaults.json";
-    UserDefaults defaults(file, runtime.executors());
-    EXPECT_THROW(runtime.run(defaults.setString("a", "1")), SystemError);
-    EXPECT_EQ(defaults.string("a"), "1");
+    ValueFile values(file, runtime.executors());
+    EXPECT_THROW(runtime.run(values.setString("a", "1")), SystemError);
+    EXPECT_EQ(values.string("a"), "1");
     fs::create_directory(folder / "missing");
-    runtime.run(defaults.setString("b", "2"));
-    EXPECT_EQ(UserDefaults(file, runtime.executors()).string("a"), "1");
+    runtime.run(values.setString("b", "2"));
+    EXPECT_EQ(ValueFile(file, runtime.executors()).string("a"), "1");
 }
 
-Task<void> setAndCount(UserDefaults& defaults, int number, int& done) {
-    co_await defaults.setString("last", std::to_string(number));
+Task<void> setAndCount(ValueFile& values, int number, int& done) {
+    co_await values.setString("last", std::to_string(number));
     ++done;
 }
 
-TEST(UserDefaults, OfOverlappingWritesTheLastOneStays) {
+TEST(ValueFile, OfOverlappingWritesTheLastOneStays) {
     TestRuntime runtime;
     const TemporaryFolder folder;
-    UserDefaults defaults(folder / "defaults.json", runtime.executors());
+    ValueFile values(folder / "defaults.json", runtime.executors());
     int done = 0;
     for (int i = 1; i <= 40; ++i)
-        spawn(runtime.main(), setAndCount(defaults, i, done));
+        spawn(runtime.main(), setAndCount(values, i, done));
     runtime.runUntil([&] { return done == 40; });
-    EXPECT_EQ(UserDefaults(folder / "defaults.json", runtime.executors()).string("last"), "40");
+    EXPECT_EQ(ValueFile(folder / "defaults.json", runtime.executors()).string("last"), "40");
 }
 
 } // namespace

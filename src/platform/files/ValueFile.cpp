@@ -1,4 +1,4 @@
-#include "platform/files/UserDefaults.hpp"
+#include "platform/files/ValueFile.hpp"
 
 #include "platform/core/Error.hpp"
 #include "platform/files/AtomicReplace.hpp"
@@ -28,7 +28,7 @@ using nlohmann::json;
 constexpr int formatVersion = 1;
 constexpr std::size_t fileLimitBytes = std::size_t{64} << 20;
 
-UserDefaults::Bytes bytesOf(std::string_view text) {
+ValueFile::Bytes bytesOf(std::string_view text) {
     return {text.begin(), text.end()};
 }
 
@@ -40,7 +40,7 @@ json encodedKey(const std::string& key) {
 
 std::string decodedKey(const json& encoded) {
     if (encoded.is_string()) return encoded.get<std::string>();
-    const UserDefaults::Bytes bytes = files::fromBase64(encoded.at("base64").get<std::string>());
+    const ValueFile::Bytes bytes = files::fromBase64(encoded.at("base64").get<std::string>());
     return {bytes.begin(), bytes.end()};
 }
 
@@ -65,7 +65,7 @@ std::string encoded(const Values& values) {
     json entries = json::array();
     for (const auto& [key, value] : values) {
         json entry = {{"key", encodedKey(key)}};
-        if (const auto* bytes = std::get_if<UserDefaults::Bytes>(&value))
+        if (const auto* bytes = std::get_if<ValueFile::Bytes>(&value))
             entry["data"] = files::base64(*bytes);
         else
             entry["text"] = std::get<std::string>(value);
@@ -101,7 +101,7 @@ void setAside(const std::filesystem::path& file, const std::exception& reason) {
 } // namespace
 
 /// Brings states of the values to the disk in the order in which they were made, from any thread of the pool.
-struct UserDefaults::Writer {
+struct ValueFile::Writer {
     std::filesystem::path file;
     std::string refusal; ///< why nothing is written; empty where all is well. Set once.
     std::mutex mutex;
@@ -117,7 +117,7 @@ struct UserDefaults::Writer {
     }
 };
 
-UserDefaults::UserDefaults(std::filesystem::path file, Executors executors)
+ValueFile::ValueFile(std::filesystem::path file, Executors executors)
     : executors_(std::move(executors))
     , writer_(std::make_shared<Writer>()) {
     writer_->file = std::move(file);
@@ -130,9 +130,9 @@ UserDefaults::UserDefaults(std::filesystem::path file, Executors executors)
     }
 }
 
-UserDefaults::~UserDefaults() = default;
+ValueFile::~ValueFile() = default;
 
-void UserDefaults::take(const std::string& content) {
+void ValueFile::take(const std::string& content) {
     try {
         values_ = decoded<decltype(values_)>(content);
     } catch (const std::exception& reason) {
@@ -140,41 +140,41 @@ void UserDefaults::take(const std::string& content) {
     }
 }
 
-std::optional<UserDefaults::Bytes> UserDefaults::data(const std::string& key) const {
+std::optional<ValueFile::Bytes> ValueFile::data(const std::string& key) const {
     const auto found = values_.find(key);
     const Bytes* bytes = found == values_.end() ? nullptr : std::get_if<Bytes>(&found->second);
     return bytes == nullptr ? std::nullopt : std::optional(*bytes);
 }
 
-std::optional<std::string> UserDefaults::string(const std::string& key) const {
+std::optional<std::string> ValueFile::string(const std::string& key) const {
     const auto found = values_.find(key);
     const std::string* text = found == values_.end() ? nullptr : std::get_if<std::string>(&found->second);
     return text == nullptr ? std::nullopt : std::optional(*text);
 }
 
-std::vector<std::string> UserDefaults::keys() const {
+std::vector<std::string> ValueFile::keys() const {
     std::vector<std::string> all;
     for (const auto& [key, value] : values_)
         all.push_back(key);
     return all;
 }
 
-Task<void> UserDefaults::setData(std::string key, Bytes value) {
+Task<void> ValueFile::setData(std::string key, Bytes value) {
     values_[std::move(key)] = std::move(value);
     co_await write();
 }
 
-Task<void> UserDefaults::setString(std::string key, std::string value) {
+Task<void> ValueFile::setString(std::string key, std::string value) {
     values_[std::move(key)] = std::move(value);
     co_await write();
 }
 
-Task<void> UserDefaults::remove(std::string key) {
+Task<void> ValueFile::remove(std::string key) {
     if (values_.erase(key) == 0) co_return;
     co_await write();
 }
 
-Task<void> UserDefaults::write() {
+Task<void> ValueFile::write() {
     const auto writing = [writer = writer_, number = ++writer_->made, content = encoded(values_)] {
         writer->write(number, content);
     };

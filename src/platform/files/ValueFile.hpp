@@ -16,17 +16,17 @@ namespace velto {
 /// Small values that outlive the program (folder grants), by key, in one file that is replaced as a whole:
 /// after a crash it holds either the old values or the new. Confined to the main actor; only the writing of
 /// the file runs on the pool. The file has mode 0600. One process at a time.
-class UserDefaults {
+class ValueFile {
   public:
     using Bytes = std::vector<std::uint8_t>;
 
     /// Reads `file` (absent: no values). A file that makes no sense is renamed to "<file>.damaged-<seconds
-    /// since 1970>", with a log line, and the defaults start empty. They also do where an existing file
+    /// since 1970>", with a log line, and the values start empty. They also do where an existing file
     /// cannot be read at all; every write then fails, so that nothing in it is lost.
-    UserDefaults(std::filesystem::path file, Executors executors);
-    ~UserDefaults();
-    UserDefaults(const UserDefaults&) = delete;
-    UserDefaults& operator=(const UserDefaults&) = delete;
+    ValueFile(std::filesystem::path file, Executors executors);
+    ~ValueFile();
+    ValueFile(const ValueFile&) = delete;
+    ValueFile& operator=(const ValueFile&) = delete;
 
     /// Absent where the key has no value or one of the other kind.
     [[nodiscard]] std::optional<Bytes> data(const std::string& key) const;
