@@ -2,7 +2,6 @@
 #include "platform/concurrency/Published.hpp"
 #include "platform/concurrency/TaskHandle.hpp"
 #include "platform/core/Date.hpp"
-#include "platform/log/Log.hpp"
 #include "support/TestRuntime.hpp"
 
 #include <gtest/gtest.h>
@@ -60,12 +59,6 @@ TEST(Published, TellsObserversUntilTheyLeave) {
     field = 3;
     EXPECT_EQ(seen, (std::vector<int>{2, 20}));
     EXPECT_EQ(field.get(), 3);
-}
-
-TEST(Log, KeepsALineALine) {
-    const log::Capture capture;
-    log::line("name {}", "a\nb\x1b[2Jc\xff\xc2\x9b\xe2\x82 é 🎉");
-    EXPECT_EQ(capture.lines(), (std::vector<std::string>{"name a\\nb\\x1b[2Jc\\xff\\x9b\\xe2\\x82 é 🎉"}));
 }
 
 TEST(Dates, ReadBackWhatWasWritten) {

@@ -2,6 +2,7 @@
 #include "platform/RawServer.hpp"
 #include "platform/http/Transfer.hpp"
 #include "platform/http/URLError.hpp"
+#include "support/TemporaryFolder.hpp"
 #include "support/TestRuntime.hpp"
 
 #include <gtest/gtest.h>
@@ -14,8 +15,10 @@
 namespace velto::http {
 namespace {
 
+namespace fs = std::filesystem;
 using Code = URLError::Code;
 using test::RawServer;
+using test::TemporaryFolder;
 using test::TestRuntime;
 
 Request post(std::string url, std::string body = "{}") {
@@ -70,6 +73,91 @@ TEST(HttpClient, TellsFailuresOfTheWireApart) {
         request.timeout = Seconds(row.expected == Code::timedOut ? 0.05 : 20);
         EXPECT_EQ(failureOf(runtime, client, request), row.expected) << row.reply.substr(0, 60) << row.scheme;
         EXPECT_EQ(server.requests(), 1) << "sent again: " << row.reply.substr(0, 60);
+    }
+}
+
+TEST(HttpClient, SendsARequestOnceThoughItsConnectionWasKept) {
+    for (const char* method : {"GET", "POST"}) {
+        const RawServer server("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n",
+                               RawServer::Afterwards::answersOnce);
+        TestRuntime runtime;
+        HttpClient client;
+        Request request = post(server.address());
+        request.method = method;
+        EXPECT_EQ(failureOf(runtime, client, request), std::nullopt);
+        EXPECT_EQ(failureOf(runtime, client, request), Code::networkConnectionLost);
+        EXPECT_EQ(server.requests(), 2) << method;
+    }
+}
+
+/// Takes the place of whoever waits for a transfer.
+class Outcome final : public Completion {
+  public:
+    explicit Outcome(std::optional<Code>& failure)
+        : failure_(failure) {}
+
+    void finish(std::exception_ptr failure, Response /*response*/) override {
+        try {
+            if (failure) std::rethrow_exception(failure);
+        } catch (const URLError& error) {
+            failure_ = error.code();
+        }
+    }
+
+  private:
+    std::optional<Code>& failure_;
+};
+
+/// A certificate with its key for an address, signed by `issuer` or by itself; the PEM file that holds both.
+fs::path certificate(const TemporaryFolder& folder, const std::string& name, const std::string& address,
+                     const fs::path& issuer = {}) {
+    const fs::path file = folder / name, key = folder / (name + ".key");
+    std::vector<std::string> command = {"/usr/bin/openssl",
+                                        "req",
+                                        "-x509",
+                                        "-newkey",
+                                        "ec",
+                                        "-pkeyopt",
+                                        "ec_paramgen_curve:P-256",
+                                        "-nodes",
+                                        "-subj",
+                                        "/CN=" + name,
+                                        "-addext",
+                                        "subjectAltName=IP:" + address,
+                                        "-keyout",
+                                        key,
+                                        "-out",
+                                        file};
+    if (!issuer.empty()) command.insert(command.end(), {"-CA", issuer, "-CAkey", issuer});
+    test::runProgram(command);
+    return folder.write(name, test::readFile(file) + test::readFile(key));
+}
+
+TEST(HttpClient, TrustsACertificateOfAKnownAuthorityForThisHostOnly) {
+    const TemporaryFolder folder;
+    const fs::path authority = certificate(folder, "authority", "192.0.2.1");
+    const fs::path selfSigned = certificate(folder, "self-signed", "127.0.0.1");
+    const fs::path ours = certificate(folder, "ours", "127.0.0.1", authority);
+    const fs::path anothers = certificate(folder, "anothers", "192.0.2.2", authority);
+    const std::string reply = "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n";
+    constexpr auto untrusted = Code::serverCertificateUntrusted;
+
+    struct Row {
+        fs::path served;
+        std::optional<fs::path> trusted; ///< else what the machine trusts
+        std::optional<Code> failure;
+    };
+
+    for (const Row& row : {Row{ours, authority, std::nullopt}, Row{anothers, authority, untrusted},
+                           Row{selfSigned, authority, untrusted}, Row{selfSigned, std::nullopt, untrusted},
+                           Row{ours, std::nullopt, untrusted}}) {
+        const RawServer server(reply, RawServer::Afterwards::closes, row.served);
+        std::optional<Code> failure;
+        Transfer transfer(post(server.address("https"), "paid"), std::make_unique<Outcome>(failure));
+        if (row.trusted) curl_easy_setopt(transfer.handle(), CURLOPT_CAINFO, row.trusted->c_str());
+        transfer.finish(curl_easy_perform(transfer.handle()));
+        EXPECT_EQ(failure, row.failure) << row.served;
+        EXPECT_EQ(server.requests(), row.failure ? 0 : 1) << row.served;
     }
 }
 

@@ -1,42 +1,52 @@
 #pragma once
 
+#include <asio/awaitable.hpp>
 #include <asio/io_context.hpp>
 #include <asio/ip/tcp.hpp>
+#include <asio/ssl/context.hpp>
 
 #include <atomic>
+#include <filesystem>
+#include <optional>
 #include <string>
 #include <thread>
-#include <vector>
 
 namespace velto::test {
 
-/// A server on loopback that answers every connection with the same bytes, HTTP or not, once a request's head
-/// has come (or at once where it speaks first).
+/// A server on loopback that answers each request with the same bytes, HTTP or not, once the request's head
+/// has come. It serves any number of connections at once, on a thread of its own.
 class RawServer {
   public:
-    enum class Afterwards { closes, staysSilent };
+    enum class Afterwards {
+        closes,
+        staysSilent,
+        answersOnce, ///< keeps the connection; closes the one on which any later request comes, unanswered
+    };
 
-    explicit RawServer(std::string reply, Afterwards afterwards = Afterwards::closes);
+    /// Over TLS if there is a `certificate`: a PEM file that holds its key too.
+    explicit RawServer(std::string reply, Afterwards afterwards = Afterwards::closes,
+                       const std::filesystem::path& certificate = {});
     ~RawServer();
     RawServer(const RawServer&) = delete;
     RawServer& operator=(const RawServer&) = delete;
 
     [[nodiscard]] std::string address(const std::string& scheme = "http") const;
 
-    /// Connections whose request has come.
+    /// Requests whose head has come, or a TLS greeting where none is spoken.
     [[nodiscard]] int requests() const { return requests_; }
 
   private:
-    void serve();
-    void answer(asio::ip::tcp::socket& socket);
+    asio::awaitable<void> serve();
+    asio::awaitable<void> serveConnection(asio::ip::tcp::socket socket);
+    template <typename Stream>
+    asio::awaitable<void> answer(Stream& stream);
 
     std::string reply_;
     Afterwards afterwards_;
     asio::io_context context_;
     asio::ip::tcp::acceptor acceptor_;
-    std::vector<asio::ip::tcp::socket> held_;
+    std::optional<asio::ssl::context> security_;
     std::atomic<int> requests_ = 0;
-    std::atomic<bool> stopping_ = false;
     std::thread thread_;
 };
 

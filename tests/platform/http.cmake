@@ -1,4 +1,4 @@
 velto_test(http_test
   SOURCES HttpClientTest.cpp RawServer.cpp
-  USES platform_http platform_concurrency CURL::libcurl
+  USES platform_http platform_concurrency CURL::libcurl OpenSSL::SSL
   LABELS concurrency)

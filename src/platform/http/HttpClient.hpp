@@ -28,7 +28,7 @@ struct Request {
 };
 
 struct Response {
-    /// The HTTP status; absent where what came is no HTTP response.
+    /// The HTTP status; absent if what came is not an HTTP response.
     std::optional<int> status;
     std::string body;
 };
@@ -45,9 +45,9 @@ class Transport {
 
 /// HTTP and HTTPS over libcurl on one thread of its own: waiting requests hold no thread of the task pool.
 /// Certificates are verified; a redirect is a status like any other and is not followed. Proxies come from
-/// the environment, never for loopback. A request goes out once: nothing is sent again behind the caller's
-/// back. Destruction fails every request under way with `cancelled`; the executors of its callers must live
-/// longer than the client.
+/// the environment, never for loopback. A request goes out once, on a connection of its own: nothing is sent
+/// again without the caller's knowledge. Destruction fails every request under way with `cancelled`; the
+/// executors of its callers must outlive the client.
 class HttpClient final : public Transport {
   public:
     HttpClient();

@@ -107,13 +107,13 @@ void Transfer::setUp() {
     curl_easy_setopt(easy_, CURLOPT_WRITEDATA, this);
     curl_easy_setopt(easy_, CURLOPT_PRIVATE, this);
     if (isLoopback(hostOf(request_.url).value_or(""))) curl_easy_setopt(easy_, CURLOPT_PROXY, "");
+    // On a connection that was used before, curl sends again what got no reply; a request may cost credits.
+    curl_easy_setopt(easy_, CURLOPT_FRESH_CONNECT, 1L);
+    curl_easy_setopt(easy_, CURLOPT_FORBID_REUSE, 1L);
     if (request_.method == "GET") return;
     curl_easy_setopt(easy_, CURLOPT_POSTFIELDS, request_.body.data());
     curl_easy_setopt(easy_, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request_.body.size()));
     curl_easy_setopt(easy_, CURLOPT_CUSTOMREQUEST, request_.method.c_str());
-    // On a connection that was used before, curl sends again what got no reply; a request may cost credits.
-    curl_easy_setopt(easy_, CURLOPT_FRESH_CONNECT, 1L);
-    curl_easy_setopt(easy_, CURLOPT_FORBID_REUSE, 1L);
 }
 
 std::size_t Transfer::receive(char* data, std::size_t size, std::size_t count, void* self) {

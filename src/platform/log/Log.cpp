@@ -1,17 +1,11 @@
 #include "platform/log/Log.hpp"
 
-#include "platform/core/Date.hpp"
-#include "platform/core/Error.hpp"
 #include "platform/text/Printable.hpp"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <condition_variable>
 #include <cstdint>
+#include <initializer_list>
 #include <mutex>
 #include <thread>
 
@@ -19,17 +13,12 @@ namespace velto::log {
 
 namespace {
 
-constexpr off_t rotateAtBytes = off_t{8} << 20;
-/// A caller that logs faster than the sinks write waits here, so that the log cannot eat the memory.
+/// Beyond this a line is dropped, so that a sink that hangs costs neither the memory nor anybody's time.
 constexpr std::size_t bufferLimitBytes = std::size_t{16} << 20;
 
-void writeAll(int descriptor, std::string_view block) {
-    while (!block.empty()) {
-        const ssize_t written = ::write(descriptor, block.data(), block.size());
-        if (written < 0 && errno == EINTR) continue;
-        if (written <= 0) return; // a log that cannot be written must not stop the program
-        block.remove_prefix(static_cast<std::size_t>(written));
-    }
+bool startsWithOneOf(std::string_view line, std::initializer_list<std::string_view> starts) {
+    return std::any_of(starts.begin(), starts.end(),
+                       [line](std::string_view start) { return line.starts_with(start); });
 }
 
 class Writer {
@@ -42,7 +31,10 @@ class Writer {
     void append(std::string_view text) {
         std::unique_lock lock(mutex_);
         if (sinks_.empty()) return;
-        drained_.wait(lock, [this] { return pending_.size() < bufferLimitBytes || stopping_; });
+        if (pending_.size() >= bufferLimitBytes) {
+            ++dropped_;
+            return;
+        }
         const bool wasEmpty = pending_.empty();
         text::appendPrintable(pending_, text);
         pending_ += '\n';
@@ -84,7 +76,12 @@ class Writer {
         while (true) {
             wake_.wait(lock, [this] { return !pending_.empty() || stopping_; });
             if (pending_.empty() && stopping_) return;
-            const std::string block = std::exchange(pending_, {});
+            std::string block = std::exchange(pending_, {});
+            if (const auto count = std::exchange(dropped_, 0); count > 0)
+                block +=
+                    fmt::format("⚠️ [LOG] {} lines are missing here: they came faster than the log could "
+                                "be written\n",
+                                count);
             const std::uint64_t upTo = appended_;
             const auto sinks = sinks_;
             lock.unlock();
@@ -104,11 +101,18 @@ class Writer {
     int lastIdentifier_ = 0;
     std::uint64_t appended_ = 0;
     std::uint64_t written_ = 0;
+    std::uint64_t dropped_ = 0;
     bool stopping_ = false;
     std::thread thread_;
 };
 
 } // namespace
+
+Level levelOf(std::string_view line) {
+    if (startsWithOneOf(line, {"❌", "💥", "🔴", "Failed ", "Import failed", "🕐 [LOAD PERF] ERROR"}))
+        return Level::error;
+    return line.starts_with("⚠️") ? Level::warning : Level::info;
+}
 
 void line(std::string_view text) {
     Writer::shared().append(text);
@@ -125,36 +129,6 @@ SinkHandle& SinkHandle::operator=(SinkHandle&& other) noexcept {
 
 SinkHandle::~SinkHandle() {
     if (identifier_ != 0) Writer::shared().remove(identifier_);
-}
-
-SinkHandle addStandardErrorSink() {
-    return addSink([](std::string_view block) { writeAll(STDERR_FILENO, block); });
-}
-
-SinkHandle addFileSink(const std::filesystem::path& path) {
-    struct ::stat info {};
-
-    if (::stat(path.c_str(), &info) == 0 && info.st_size > rotateAtBytes)
-        (void)::rename(path.c_str(), (path.string() + ".1").c_str());
-    const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-    if (descriptor < 0) throw SystemError(errno, "Cannot open the log file", path.string());
-    const std::shared_ptr<const int> owned(new int(descriptor), [](const int* fd) {
-        ::close(*fd);
-        delete fd;
-    });
-    return addSink([owned](std::string_view block) {
-        const auto now =
-            std::chrono::time_point_cast<std::chrono::microseconds>(std::chrono::system_clock::now());
-        const std::string stamp = iso8601(now) + " ";
-        std::string out;
-        out.reserve(block.size() * 2);
-        while (!block.empty()) {
-            const auto end = block.find('\n') + 1;
-            out.append(stamp).append(block.substr(0, end));
-            block.remove_prefix(end);
-        }
-        writeAll(*owned, out);
-    });
 }
 
 void flush() {
