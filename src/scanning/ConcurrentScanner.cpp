@@ -13,7 +13,6 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <thread>
 #include <utility>
 
 namespace velto {
@@ -218,7 +217,7 @@ Task<void> ConcurrentScanner::processFiles(std::shared_ptr<Scan> scan) {
     const auto total = static_cast<std::int64_t>(count);
     scan->stats.totalSeen = total;
     log::line("🚀 [DEFERRED] Processing ALL {} files concurrently, saving at END", count);
-    log::line("⚡ [DEFERRED] Using {} concurrent workers", std::min(std::thread::hardware_concurrency(), 8U));
+    log::line("⚡ [DEFERRED] Using 1 worker: a file is read after the one before it");
     const Date start = clock_.now();
     co_await runOn(executors_.main,
                    setProgress(scan, ImportPhase::processing, total, "Starting processing...", start));

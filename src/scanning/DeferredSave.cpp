@@ -208,7 +208,7 @@ Task<void> DeferredSave::upsertTracks() {
     const Date start = clock_.now();
     const std::size_t count = attachments_.size();
     const std::size_t batches = (count + trackBatchSize - 1) / trackBatchSize;
-    log::line("🚀 [CONCURRENT] Processing {} tracks with {} concurrent threads...", count, trackBatchSize);
+    log::line("🚀 [CONCURRENT] Processing {} tracks in batches of {}...", count, trackBatchSize);
     for (std::size_t batch = 0; batch < batches; ++batch) {
         const std::size_t first = batch * trackBatchSize;
         const std::size_t end = std::min(first + trackBatchSize, count);

@@ -87,7 +87,7 @@ TEST_F(ScannerTest, AnUnchangedRescanWritesNothingButLastSeen) {
     EXPECT_EQ(file->lastSeen, clock.now());
     EXPECT_EQ(file->lastScannedAt, scannedAt);
     EXPECT_FALSE(context().hasChanges());
-    EXPECT_TRUE(log.contains("🚀 [CONCURRENT] Processing 0 tracks with 6 concurrent threads..."));
+    EXPECT_TRUE(log.contains("🚀 [CONCURRENT] Processing 0 tracks in batches of 6..."));
 }
 
 TEST_F(ScannerTest, ChangedMissingAndReappearingFiles) {
