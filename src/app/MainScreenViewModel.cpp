@@ -175,9 +175,11 @@ Task<TaggingSummary> MainScreenViewModel::tagTracks(std::vector<TrackRef> select
     co_return co_await tagging_->tag(std::move(selection));
 }
 
-TaggingSelection MainScreenViewModel::tracksToTag(const std::vector<TrackRef>& chosen,
-                                                  const TaggingWish& wish) const {
-    return selectForTagging(chosen, wish, services_.taggingJournal.unfinished());
+Task<TaggingSelection> MainScreenViewModel::tracksToTag(std::vector<TrackRef> chosen, TaggingWish wish) {
+    const auto self = shared_from_this();
+    LastRun lastRun;
+    if (wish.failedOnly) lastRun = co_await services_.taggingJournal.lastRun();
+    co_return co_await selectForTagging(std::move(chosen), wish, std::move(lastRun));
 }
 
 Task<void> MainScreenViewModel::markTracksAsTagged(std::vector<TrackRef> selection) {
@@ -185,7 +187,7 @@ Task<void> MainScreenViewModel::markTracksAsTagged(std::vector<TrackRef> selecti
     co_await tagging_->markAsTagged(std::move(selection));
 }
 
-Task<std::int64_t> MainScreenViewModel::clearTags(std::vector<TrackRef> selection) {
+Task<ClearingSummary> MainScreenViewModel::clearTags(std::vector<TrackRef> selection) {
     const auto self = shared_from_this();
     co_return co_await tagging_->clear(std::move(selection));
 }

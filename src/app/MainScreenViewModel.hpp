@@ -103,10 +103,9 @@ class MainScreenViewModel final : public MainScreenState,
     // Tagging: see TaggingFlow.
     Task<TaggingSummary> tagTracks(std::vector<TrackRef> selection);
     /// What of the tracks that wish comes to, for a question before the run.
-    [[nodiscard]] TaggingSelection tracksToTag(const std::vector<TrackRef>& tracks,
-                                               const TaggingWish& wish) const;
+    Task<TaggingSelection> tracksToTag(std::vector<TrackRef> tracks, TaggingWish wish);
     Task<void> markTracksAsTagged(std::vector<TrackRef> selection);
-    Task<std::int64_t> clearTags(std::vector<TrackRef> selection);
+    Task<ClearingSummary> clearTags(std::vector<TrackRef> selection);
     void stopTagging();
     /// For a program that must end at once: saves the tags that have come; the number of tracks whose tags
     /// may have been paid for and are lost.

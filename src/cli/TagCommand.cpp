@@ -108,7 +108,7 @@ Task<Output> tag(Context& context) {
     const auto all = distinctTracksOf(viewModel->selectedLibrary);
     if (all.empty()) throw CommandFailed("there are no tracks in this library yet: veltoctl scan");
     const TaggingWish wish{context.options.again, context.options.failedOnly, context.options.limit};
-    const TaggingSelection selection = viewModel->tracksToTag(all, wish);
+    const TaggingSelection selection = co_await viewModel->tracksToTag(all, wish);
     if (selection.tracks.empty()) co_return nothingToTag(selection);
     requireSession(context);
     const std::string asked = question(selection, viewModel->userSession->creditBalance);
@@ -130,7 +130,10 @@ Task<Output> tag(Context& context) {
             fmt::format("Tagged {} using {}.\n", plural(static_cast<std::size_t>(summary.tagged), "track"),
                         plural(static_cast<std::size_t>(summary.credits), "credit"));
     if (summary.saveFailure)
-        output.failure = summary.saveFailure;
+        output.failure =
+            fmt::format("{}; the tags of {} that may have been paid for are lost; which ones is in {}",
+                        *summary.saveFailure, plural(static_cast<std::size_t>(summary.unsaved), "track"),
+                        context.home.log.string());
     else if (summary.untagged() > 0)
         output.failure = fmt::format("{} of {} not tagged: {}", summary.untagged(),
                                      plural(static_cast<std::size_t>(summary.requested), "track"),

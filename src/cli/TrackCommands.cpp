@@ -44,16 +44,12 @@ Task<Output> clearTags(Context& context) {
     co_await confirm(context, question);
     viewModel->errorMessage = std::nullopt;
     const auto progress = showProgress(context, *viewModel);
-    std::size_t cleared = 0;
-    const Subscription counting =
-        viewModel->clearingProgress.subscribe([&](const std::optional<TaggingProgress>& shown) {
-            if (shown) cleared = static_cast<std::size_t>(shown->completedTracks);
-        });
-    const std::int64_t unwritten = co_await viewModel->clearTags(tracks);
-    complainOfUnwritten(context, "the genre could not be cleared from ", unwritten);
+    const ClearingSummary summary = co_await viewModel->clearTags(tracks);
+    complainOfUnwritten(context, "the genre could not be cleared from ", summary.unwrittenFiles);
     failOnError(*viewModel);
+    const auto cleared = static_cast<std::size_t>(summary.cleared);
     Output output{"Cleared the tags of " + plural(cleared, "track") + ".\n", {{"cleared", cleared}}, {}};
-    if (cleared < tracks.size()) {
+    if (summary.wasStopped) {
         output.wasStopped = true;
         output.failure = "stopped; the tags of " + plural(tracks.size() - cleared, "track") + " stay";
     }

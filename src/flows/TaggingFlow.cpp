@@ -8,12 +8,22 @@
 #include "platform/model/InBackground.hpp"
 #include "tagwriting/MetadataWriter.hpp"
 
+#include <fmt/ranges.h>
+
 #include <utility>
 
 namespace velto {
 
 namespace {
-constexpr std::size_t tracksPerTurn = 2'000; // a millisecond or two of the main actor
+
+/// How many there are.
+std::int64_t nameInLog(const std::vector<std::string>& atRisk) {
+    if (!atRisk.empty())
+        log::line("⚠️ [VM] {} tracks may have been paid for and their tags are not stored: {}",
+                  atRisk.size(), fmt::join(atRisk, "; "));
+    return static_cast<std::int64_t>(atRisk.size());
+}
+
 } // namespace
 
 TaggingFlow::TaggingFlow(const FlowContext& context, AudioMetadataWriter& metadataWriter,
@@ -63,54 +73,40 @@ Task<void> TaggingFlow::drive(std::shared_ptr<void> owner, TaggingFlow* flow, st
 }
 
 Task<void> TaggingFlow::conclude(std::shared_ptr<TaggingRun> run, LibraryRef library) {
-    const TaggingState& sums = run->state();
+    TaggingSummary& summary = run->summary();
     state_.tracksBeingTagged = std::set<model::PersistentIdentifier>{};
-    if (sums.globalRetryAfter && !sums.allErrors.empty())
+    if (const auto delay = run->state().globalRetryAfter; delay && !summary.errors.empty())
         log::line("⏱️ [VM] Rate limiting detected. Server requests {:.1f}s delay before retry",
-                  static_cast<double>(*sums.globalRetryAfter) / 1000.0);
-    co_await remember(run);
-    std::optional<std::string> failure;
-    try {
-        co_await model::saveInBackground(context_.modelContext, context_.executors);
-    } catch (const std::exception& error) {
-        log::line("❌ [VM] Failed to save tagged tracks: {}", describe(error));
-        context_.crashReporter.recordError(error);
-        failure = "Failed to save tagged tracks: " + describe(error);
-    }
-    if (failure) {
-        run->summary().saveFailure = failure;
-        state_.errorMessage = failure;
+                  static_cast<double>(*delay) / 1000.0);
+    summary.saveFailure = co_await run->store();
+    if (summary.saveFailure) {
+        summary.unsaved = nameInLog(run->atRisk());
+        state_.errorMessage = summary.saveFailure;
         state_.taggingProgress = std::nullopt;
         co_return;
     }
-    co_await run->everythingIsStored();
+    co_await run->writeDownWhatIsLeft();
     if (library) sync_.startAfterTagging(library);
     session_.startRefreshingCredits();
     state_.taggingProgress = std::nullopt;
-    if (sums.totalTagged < 1) co_return;
-    if (sums.allErrors.empty())
+    if (summary.tagged < 1) co_return;
+    if (summary.errors.empty())
         state_.errorMessage = std::nullopt;
     else
         state_.errorMessage = fmt::format("Tagged {} tracks using {} credits, but some failed:\n{}",
-                                          sums.totalTagged, sums.totalCredits, textOfErrors(sums.allErrors));
-}
-
-/// What could not be tagged, for a later run.
-Task<void> TaggingFlow::remember(std::shared_ptr<TaggingRun> run) {
-    const std::vector<std::string> unfinished = run->unfinished();
-    try {
-        co_await journal_.setUnfinished(unfinished);
-    } catch (const std::exception& error) {
-        context_.crashReporter.recordError(error);
-    }
+                                          summary.tagged, summary.credits, textOfErrors(summary.errors));
 }
 
 Task<void> TaggingFlow::markAsTagged(std::vector<TrackRef> selection) {
     if (selection.empty()) co_return;
     const Date now = context_.clock.now();
-    for (std::size_t i = 0; i < selection.size(); ++i) {
-        if (i > 0 && i % tracksPerTurn == 0) co_await yieldNow();
-        if (!selection[i]->isDeleted()) selection[i]->edit().lastTagged = now;
+    Turn turn;
+    for (const TrackRef& track : selection) {
+        if (turn.isOver()) {
+            co_await yieldNow();
+            turn = {};
+        }
+        if (!track->isDeleted()) track->edit().lastTagged = now;
     }
     try {
         co_await model::saveInBackground(context_.modelContext, context_.executors);
@@ -122,54 +118,65 @@ Task<void> TaggingFlow::markAsTagged(std::vector<TrackRef> selection) {
     co_await reload_();
 }
 
-Task<std::int64_t> TaggingFlow::clear(std::vector<TrackRef> selection) {
-    std::int64_t unwrittenFiles = 0;
-    if (selection.empty()) co_return unwrittenFiles;
+Task<ClearingSummary> TaggingFlow::clear(std::vector<TrackRef> selection) {
+    ClearingSummary summary;
+    if (selection.empty()) co_return summary;
     log::line("🗑️ Clearing tags from {} track(s)", selection.size());
     const auto stops = stops_;
     const auto ended = std::make_shared<Event>(context_.executors.main);
     clearings_.push_back(ended);
     TaggingProgress progress{static_cast<std::int64_t>(selection.size()), 0, context_.clock.now()};
     state_.clearingProgress = progress;
+    Turn turn; // tracks without files end none
     for (const TrackRef& track : selection) {
-        if (stops != stops_) break;
-        if (!track->isDeleted()) {
-            TrackFields& fields = track->edit();
-            fields.genres = std::nullopt;
-            fields.regions = std::nullopt;
-            fields.era = std::nullopt;
-            fields.lastTagged = std::nullopt;
-            for (const FileItemRef& file : track->files.all()) {
-                if (file->isDeleted()) continue;
-                const std::string path = file->absPath;
-                const std::string filename = file->filename;
-                try {
-                    co_await metadataWriter_.clearGenreTags(path);
-                } catch (const std::exception& error) {
-                    ++unwrittenFiles;
-                    log::line("❌ Failed to clear genre from {}: {}", filename, describe(error));
-                }
-            }
+        if (turn.isOver()) {
+            co_await yieldNow();
+            turn = {};
         }
-        ++progress.completedTracks;
+        summary.wasStopped = stops != stops_;
+        if (summary.wasStopped) break;
+        summary.unwrittenFiles += co_await clear(track);
+        progress.completedTracks = ++summary.cleared;
         state_.clearingProgress = progress;
     }
-    std::optional<std::string> failure;
     try {
         co_await model::saveInBackground(context_.modelContext, context_.executors);
     } catch (const std::exception& error) {
-        failure = "Failed to clear tags: " + describe(error);
+        summary.saveFailure = "Failed to clear tags: " + describe(error);
     }
     state_.clearingProgress = std::nullopt;
     std::erase(clearings_, ended);
     ended->set();
-    if (failure) {
-        state_.errorMessage = failure;
-        co_return unwrittenFiles;
+    if (summary.saveFailure) {
+        state_.errorMessage = summary.saveFailure;
+        co_return summary;
     }
     co_await reload_();
-    log::line("✅ Successfully cleared tags from {} track(s)", progress.completedTracks);
-    co_return unwrittenFiles;
+    log::line("✅ Successfully cleared tags from {} track(s)", summary.cleared);
+    co_return summary;
+}
+
+/// How many of its files could not be written.
+Task<std::int64_t> TaggingFlow::clear(TrackRef track) {
+    std::int64_t unwritten = 0;
+    if (track->isDeleted()) co_return unwritten;
+    TrackFields& fields = track->edit();
+    fields.genres = std::nullopt;
+    fields.regions = std::nullopt;
+    fields.era = std::nullopt;
+    fields.lastTagged = std::nullopt;
+    for (const FileItemRef& file : track->files.all()) {
+        if (file->isDeleted()) continue;
+        const std::string path = file->absPath;
+        const std::string filename = file->filename;
+        try {
+            co_await metadataWriter_.clearGenreTags(path);
+        } catch (const std::exception& error) {
+            ++unwritten;
+            log::line("❌ Failed to clear genre from {}: {}", filename, describe(error));
+        }
+    }
+    co_return unwritten;
 }
 
 void TaggingFlow::stop() {
@@ -179,16 +186,22 @@ void TaggingFlow::stop() {
 }
 
 Task<std::int64_t> TaggingFlow::storeWhatIsThere() {
-    std::int64_t lost = 0;
-    try {
+    try { // of what a clearing has done too
         co_await model::saveInBackground(context_.modelContext, context_.executors);
     } catch (const std::exception& error) {
-        log::line("❌ [VM] Failed to save tagged tracks: {}", describe(error));
-        context_.crashReporter.recordError(error);
+        context_.crashReporter.recordError(error); // the runs say what is lost by it
     }
-    for (const auto& run : runs_)
-        lost += run->tracksInFlight();
-    co_return lost;
+    std::vector<std::string> lost;
+    const auto runs = runs_; // some may end meanwhile
+    for (const auto& run : runs) {
+        co_await run->store();
+        const auto names = run->atRisk();
+        lost.insert(lost.end(), names.begin(), names.end());
+    }
+    const std::int64_t count = nameInLog(lost);
+    const auto writing = [] { log::flush(); };
+    co_await offload(context_.executors, writing);
+    co_return count;
 }
 
 Task<void> TaggingFlow::finished() {

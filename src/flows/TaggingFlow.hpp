@@ -33,15 +33,15 @@ class TaggingFlow {
     /// Sets the date of tagging on every track; no file is touched.
     Task<void> markAsTagged(std::vector<TrackRef> selection);
 
-    /// How many files could not be written; the log says which.
-    Task<std::int64_t> clear(std::vector<TrackRef> selection);
+    /// Takes the tags off tracks and the genre out of their files.
+    Task<ClearingSummary> clear(std::vector<TrackRef> selection);
 
     /// Asks all runs and clearings to stop: a run requests no further batch and takes in what is under way; a
     /// clearing ends with the track that it is at.
     void stop();
 
-    /// For whoever cannot wait for the runs: saves all tags that have come. How many tracks are asked for and
-    /// paid for whose tags have not come, or could not be saved; they are named in the log, and by the next
+    /// For whoever cannot wait for the runs: saves all tags that have come. How many tracks may have been
+    /// paid for whose tags have not come, or could not be saved; the log names them, and so does the next
     /// start.
     Task<std::int64_t> storeWhatIsThere();
 
@@ -52,7 +52,7 @@ class TaggingFlow {
     static Task<void> drive(std::shared_ptr<void> owner, TaggingFlow* flow, std::shared_ptr<TaggingRun> run,
                             LibraryRef library);
     Task<void> conclude(std::shared_ptr<TaggingRun> run, LibraryRef library);
-    Task<void> remember(std::shared_ptr<TaggingRun> run);
+    Task<std::int64_t> clear(TrackRef track);
 
     FlowContext context_;
     MainScreenState& state_;

@@ -1,18 +1,21 @@
 #include "flows/TaggingRun.hpp"
 
 #include "backend/TaggingService.hpp"
-#include "flows/TaggingSelection.hpp"
+#include "flows/TaggingJournal.hpp"
 #include "platform/core/GenreSeparator.hpp"
 #include "platform/log/CrashReporter.hpp"
 #include "platform/log/Log.hpp"
 #include "platform/model/InBackground.hpp"
+#include "platform/text/Text.hpp"
 #include "tagwriting/MetadataWriter.hpp"
 
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <map>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 
 namespace velto {
 
@@ -21,15 +24,20 @@ namespace {
 constexpr std::size_t tracksPerBatch = 10;
 constexpr std::size_t batchesInFlight = 3;
 constexpr Seconds gapBetweenLaunches{0.1};
-constexpr std::size_t tracksPerTurn = 2'000; // a millisecond or two of the main actor
-/// More lines than this say nothing to a user that a count does not.
-constexpr std::size_t errorLines = 20;
+constexpr std::size_t batchesPerTurn = 500; // to leave out: a millisecond or two of the main actor
 
-constexpr auto noTagsText = "The tagging service found no tags for a track";
-constexpr auto notAnsweredText = "The tagging service did not answer for a track";
+// Why a track was not tagged, for the user.
+constexpr std::string_view stoppedText = "The run was stopped";
+constexpr std::string_view deletedText = "The track was deleted meanwhile";
+constexpr std::string_view noTagsText = "The tagging service found no tags";
+constexpr std::string_view notAnsweredText = "The tagging service gave no answer for a track";
 
 std::string nameOf(const Track& track) {
     return track.artist.value_or("Unknown Artist") + " – " + track.title.value_or("Unknown Title");
+}
+
+bool isBlank(const std::string& text) {
+    return text::trimmedView(text).empty();
 }
 
 } // namespace
@@ -40,31 +48,12 @@ std::string genreText(const TrackTags& tags) {
     return fmt::format("{}", fmt::join(pieces, genreSeparator));
 }
 
-std::string textOfErrors(const std::vector<std::string>& errors) {
-    if (errors.size() <= errorLines) return fmt::format("{}", fmt::join(errors, "\n"));
-    std::vector<std::pair<std::string_view, std::size_t>> counted; // in the order of their first
-    std::unordered_map<std::string_view, std::size_t> places;
-    for (const std::string& error : errors) {
-        const auto [place, isNew] = places.try_emplace(error, counted.size());
-        if (isNew) counted.emplace_back(error, 0);
-        ++counted[place->second].second;
-    }
-    std::vector<std::string> lines;
-    std::size_t shown = 0;
-    for (std::size_t i = 0; i < std::min(counted.size(), errorLines); ++i) {
-        const auto& [text, count] = counted[i];
-        lines.push_back(count == 1 ? std::string(text) : fmt::format("{} ({} times)", text, count));
-        shown += count;
-    }
-    if (shown < errors.size()) lines.push_back(fmt::format("and {} more", errors.size() - shown));
-    return fmt::format("{}", fmt::join(lines, "\n"));
-}
-
 /// Some tracks with what is asked for them, in the same order.
 struct TaggingRun::Batch {
     std::vector<TrackRef> tracks;
     std::vector<TrackTaggingInput> inputs;
-    std::optional<TaggingJournal::BatchNumber> journalled; ///< while it is in flight
+    /// From before the batch is asked for until its tags are stored, or it is refused.
+    std::optional<TaggingJournal::BatchNumber> journalled;
 };
 
 TaggingRun::TaggingRun(Services services)
@@ -76,10 +65,15 @@ TaggingRun::TaggingRun(Services services)
 TaggingRun::~TaggingRun() = default;
 
 Task<void> TaggingRun::prepare(std::vector<TrackRef> selection) {
+    startTime_ = context_.clock.now();
     std::unordered_set<TrackRef> seen;
-    for (std::size_t i = 0; i < selection.size(); ++i) {
-        if (i > 0 && i % tracksPerTurn == 0) co_await yieldNow();
-        const TrackRef& track = selection[i];
+    std::vector<std::string> signatures;
+    Turn turn;
+    for (const TrackRef& track : selection) {
+        if (turn.isOver()) {
+            co_await yieldNow();
+            turn = {};
+        }
         if (track->isDeleted()) continue;
         if (!seen.insert(track).second) {
             ++summary_.repeats;
@@ -95,9 +89,15 @@ Task<void> TaggingRun::prepare(std::vector<TrackRef> selection) {
         batches_.back().tracks.push_back(track);
         batches_.back().inputs.push_back(
             {std::to_string(track->persistentId().hash()), *track->artist, *track->title, track->album});
+        signatures.push_back(track->canonicalSig);
         ++summary_.requested;
     }
-    startTime_ = context_.clock.now();
+    if (batches_.empty()) co_return;
+    try {
+        co_await services_.journal.setLastRun(startTime_, std::move(signatures));
+    } catch (const std::exception& error) { // it only spares the user a search
+        context_.crashReporter.recordError(error);
+    }
 }
 
 Task<void> TaggingRun::run() {
@@ -111,10 +111,11 @@ Task<void> TaggingRun::run() {
             const auto end = waitForAnEnd();
             co_await end->wait();
         }
-        if (index > 0 && !isStopping_) co_await context_.clock.sleep(gapBetweenLaunches);
-        if (isStopping_) {
-            summary_.wasStopped = true;
-            refuse(batches_[index], "The run was stopped");
+        if (index > 0 && mayRequest()) co_await context_.clock.sleep(gapBetweenLaunches);
+        if (!mayRequest()) {
+            leaveOut(batches_[index], index + 1);
+            batches_[index] = {};
+            if (index % batchesPerTurn == 0) co_await yieldNow();
             continue;
         }
         ++running_;
@@ -126,7 +127,7 @@ Task<void> TaggingRun::run() {
     }
     summary_.tagged = state_.totalTagged;
     summary_.credits = state_.totalCredits;
-    summary_.errors = state_.allErrors;
+    summary_.errors = std::move(state_.allErrors);
 }
 
 Task<void> TaggingRun::runBatch(std::shared_ptr<void> owner, TaggingRun* run, std::size_t index) {
@@ -141,7 +142,7 @@ Task<void> TaggingRun::runBatch(std::shared_ptr<void> owner, TaggingRun* run, st
     });
     co_await run->requestBatch(batch, number);
     run->release(batch);
-    batch = {}; // all at once at the end of a large run would take a while
+    if (!batch.journalled) batch = {}; // all at once at the end of a large run would take a while
     --run->running_;
     run->batchEnded_->set();
 }
@@ -156,18 +157,24 @@ void TaggingRun::dropDeleted(Batch& batch) {
     }
 }
 
-Task<void> TaggingRun::requestBatch(Batch& batch, std::size_t number) {
-    dropDeleted(batch);
-    if (batch.tracks.empty()) co_return;
-    const auto size = static_cast<std::int64_t>(batch.tracks.size());
-    std::vector<TaggingJournal::Entry> entries;
+/// Puts the batch into the journal. False if it is not to be asked for any more.
+Task<bool> TaggingRun::announce(Batch& batch, std::size_t number) {
+    std::vector<std::string> names;
     for (const TrackRef& track : batch.tracks)
-        entries.push_back({track->canonicalSig, nameOf(*track)});
+        names.push_back(nameOf(*track));
+    batch.journalled = co_await services_.journal.begin(std::move(names));
+    dropDeleted(batch);
+    if (batch.tracks.empty()) co_return false;
+    if (!mayRequest()) leaveOut(batch, number);
+    co_return mayRequest();
+}
+
+Task<void> TaggingRun::requestBatch(Batch& batch, std::size_t number) {
     std::optional<TaggingResult> result;
     try {
-        batch.journalled = co_await services_.journal.begin(std::move(entries));
-        tracksInFlight_ += size;
-        result = co_await runOn(context_.executors.pool, services_.tagging->tagTracks(batch.inputs));
+        const bool isAskedFor = co_await announce(batch, number);
+        if (isAskedFor)
+            result = co_await runOn(context_.executors.pool, services_.tagging->tagTracks(batch.inputs));
     } catch (const TaggingServiceError& error) {
         switch (error.kind()) {
         case TaggingServiceError::Case::insufficientCredits: {
@@ -187,54 +194,51 @@ Task<void> TaggingRun::requestBatch(Batch& batch, std::size_t number) {
         case TaggingServiceError::Case::rateLimitExceeded: {
             if (error.retryAfter()) state_.foldRetryAfter(*error.retryAfter());
             const std::string text = fmt::format("Rate limit exceeded on batch {}", number);
-            state_.allErrors.push_back(text);
+            state_.allErrors.push_back({text, "Rate limit exceeded on a batch"});
             log::line("🚦 [VM] {}", text);
-            refuse(batch, text);
+            refuse(batch, describe(error));
             break;
         }
         default:
-            failed(batch, number, error);
+            context_.crashReporter.recordError(error);
+            failed(batch, number, describe(error));
         }
     } catch (const std::exception& error) {
-        failed(batch, number, error);
+        context_.crashReporter.recordError(error);
+        failed(batch, number, describe(error));
     }
-    if (result) {
+    if (result)
         co_await takeIn(batch, number, *std::move(result));
-    } else if (batch.journalled) {
-        tracksInFlight_ -= size;
-        try {
-            co_await services_.journal.end(*batch.journalled);
-        } catch (const std::exception& error) { // named once more at the next start
-            context_.crashReporter.recordError(error);
-        }
-    }
+    else
+        co_await strikeOff(batch);
 }
 
 Task<void> TaggingRun::takeIn(Batch& batch, std::size_t number, TaggingResult result) {
     log::line("🏷️ [VM] Batch {} complete: {} tagged, {} credits used", number, result.tracksTagged,
               result.creditsConsumed);
-    std::unordered_map<std::string, TrackRef> trackOf;
+    std::unordered_map<std::string, TrackRef> unanswered;
     for (std::size_t i = 0; i < batch.tracks.size(); ++i)
-        trackOf.emplace(batch.inputs[i].id, batch.tracks[i]);
+        unanswered.emplace(batch.inputs[i].id, batch.tracks[i]);
     std::vector<TrackRef> tagged;
-    std::int64_t empty = 0;
+    std::map<std::string, std::int64_t, std::less<>> missing; // tracks by the reason
     for (const TrackTags& tags : result.tags) {
-        const auto found = trackOf.find(tags.id);
-        if (found == trackOf.end()) {
+        const auto found = unanswered.find(tags.id);
+        if (found == unanswered.end()) {
             log::line("⚠️ [VM] Warning: Received tags for unknown track ID: {}", tags.id);
             continue;
         }
         const TrackRef track = found->second;
-        trackOf.erase(found);
-        if (apply(track, tags)) {
+        unanswered.erase(found);
+        const std::string_view refusal = apply(track, tags);
+        if (refusal.empty()) {
             tagged.push_back(track);
-        } else {
-            ++empty;
-            untagged_.push_back(track);
-            state_.allErrors.emplace_back(noTagsText);
+            continue;
         }
+        ++missing[std::string(refusal)];
+        untagged_.push_back(track->canonicalSig);
     }
-    co_await store(batch);
+    unsaved_.push_back(&batch);
+    co_await store(); // what was paid for, before anything else happens to it
     for (const TrackRef& track : tagged) {
         co_await writeFiles(track);
         ++state_.totalTagged;
@@ -242,30 +246,44 @@ Task<void> TaggingRun::takeIn(Batch& batch, std::size_t number, TaggingResult re
         context_.state.taggingProgress = state_.taggingProgress;
     }
     state_.addCredits(result.creditsConsumed);
-    for (const TaggingError& error : result.errors)
-        state_.allErrors.push_back(fmt::format("[{}] {}", label(error.type), error.message));
+    for (const TaggingError& error : result.errors) {
+        const std::string text = fmt::format("[{}] {}", label(error.type), error.message);
+        state_.allErrors.push_back({text, text});
+    }
     if (result.shouldRetry.value_or(false) && result.retryAfter) {
         state_.foldRetryAfter(*result.retryAfter);
         log::line("⏱️ [VM] Server suggests retry after {}ms", *result.retryAfter);
     }
-    if (empty > 0) summary_.refused.push_back({empty, noTagsText});
-    if (trackOf.empty()) co_return;
-    // The server's own words for these, if it had any, stand in the errors.
-    std::string reason = result.errors.empty() ? std::string(notAnsweredText) : result.errors.front().message;
-    for (const auto& [id, track] : trackOf) {
-        untagged_.push_back(track);
-        if (result.errors.empty()) state_.allErrors.emplace_back(notAnsweredText);
+    // The server's own words for a track without an answer, if it had any.
+    std::string reason(notAnsweredText);
+    if (!result.errors.empty())
+        reason = result.errors.front().message;
+    else if (!result.success)
+        reason = result.message;
+    for (const TrackTaggingInput& input : batch.inputs) {
+        const auto found = unanswered.find(input.id);
+        if (found == unanswered.end()) continue;
+        const TrackRef track = found->second;
+        ++missing[reason];
+        untagged_.push_back(track->canonicalSig);
+        if (result.errors.empty())
+            state_.allErrors.push_back({fmt::format("{}: {}", nameOf(*track), reason), reason});
     }
-    summary_.refused.push_back({static_cast<std::int64_t>(trackOf.size()), std::move(reason)});
+    for (const auto& [why, tracks] : missing)
+        summary_.refused.push_back({tracks, why});
 }
 
-/// False if there is nothing to apply: a genre that somebody gave the song is worth more than none.
-bool TaggingRun::apply(const TrackRef& track, const TrackTags& tags) {
-    if (tags.genres.empty() && !tags.era) return false;
+/// Empty, or why the tags are not applied: a genre that somebody gave the song is worth more than none.
+std::string_view TaggingRun::apply(const TrackRef& track, const TrackTags& tags) {
     if (track->isDeleted()) {
         log::line("⚠️ [VM] The tags of a track that was deleted meanwhile are dropped: {}",
                   nameOf(*track));
-        return false;
+        return deletedText;
+    }
+    if (std::all_of(tags.genres.begin(), tags.genres.end(), isBlank) && isBlank(tags.era.value_or(""))) {
+        state_.allErrors.push_back(
+            {fmt::format("{}: {}", nameOf(*track), noTagsText), std::string(noTagsText)});
+        return noTagsText;
     }
     TrackFields& fields = track->edit();
     fields.genre = genreText(tags);
@@ -273,38 +291,40 @@ bool TaggingRun::apply(const TrackRef& track, const TrackTags& tags) {
     fields.regions = tags.regions;
     fields.era = tags.era;
     fields.lastTagged = context_.clock.now();
-    return true;
+    return {};
 }
 
-/// What was paid for, before anything else happens to it. If that fails the tags are still in memory, and the
-/// save at the run's end tries again.
-Task<void> TaggingRun::store(Batch& batch) {
+Task<std::optional<std::string>> TaggingRun::store() {
+    const std::vector<Batch*> taken = unsaved_; // what comes meanwhile may not be in this save
     try {
         co_await model::saveInBackground(context_.modelContext, context_.executors);
-        tracksInFlight_ -= static_cast<std::int64_t>(batch.tracks.size());
-        co_await services_.journal.end(batch.journalled.value());
+        saveFailure_ = std::nullopt;
     } catch (const std::exception& error) {
-        log::line("❌ [VM] Failed to save the tags of a batch: {}", describe(error));
+        log::line("❌ [VM] Failed to save tagged tracks: {}", describe(error));
         context_.crashReporter.recordError(error);
-        unstored_.push_back(batch.journalled.value());
+        saveFailure_ = "Failed to save tagged tracks: " + describe(error);
+        co_return saveFailure_;
     }
+    for (Batch* const batch : taken) {
+        std::erase(unsaved_, batch);
+        co_await strikeOff(*batch);
+    }
+    co_return std::nullopt;
 }
 
-Task<void> TaggingRun::everythingIsStored() {
-    for (const TaggingJournal::BatchNumber batch : unstored_) {
-        try {
-            co_await services_.journal.end(batch);
-        } catch (const std::exception& error) { // named once more at the next start
-            context_.crashReporter.recordError(error);
-        }
+Task<void> TaggingRun::strikeOff(Batch& batch) {
+    const auto number = std::exchange(batch.journalled, std::nullopt);
+    if (!number) co_return;
+    try {
+        co_await services_.journal.end(*number);
+    } catch (const std::exception& error) { // the next start names it
+        context_.crashReporter.recordError(error);
     }
-    unstored_.clear();
-    tracksInFlight_ = 0;
 }
 
 Task<void> TaggingRun::writeFiles(TrackRef track) {
-    if (track->isDeleted()) co_return;
-    const std::vector<std::string> genres(1, track->genre.value_or("")); // the finished text is one piece
+    if (track->isDeleted() || !track->genre) co_return;
+    const std::vector<std::string> genres(1, *track->genre); // the finished text is one piece
     for (const FileItemRef& file : track->files.all()) {
         if (file->isDeleted()) continue;
         const std::string path = file->absPath;
@@ -321,15 +341,26 @@ Task<void> TaggingRun::writeFiles(TrackRef track) {
     context_.state.tracksBeingTagged.mutate([&](auto& busy) { busy.erase(track->persistentId()); });
 }
 
-void TaggingRun::failed(Batch& batch, std::size_t number, const std::exception& error) {
-    context_.crashReporter.recordError(error);
-    state_.allErrors.push_back(fmt::format("Batch {} failed: {}", number, describe(error)));
-    log::line("❌ [VM] Batch {} failed: {}", number, describe(error));
-    refuse(batch, describe(error));
+/// Nothing was asked for: the run is to stop, or what has come already cannot be stored.
+void TaggingRun::leaveOut(const Batch& batch, std::size_t number) {
+    if (isStopping_) {
+        summary_.wasStopped = true;
+        refuse(batch, std::string(stoppedText));
+    } else {
+        failed(batch, number, *saveFailure_);
+    }
 }
 
-void TaggingRun::refuse(Batch& batch, std::string reason) {
-    untagged_.insert(untagged_.end(), batch.tracks.begin(), batch.tracks.end());
+void TaggingRun::failed(const Batch& batch, std::size_t number, const std::string& reason) {
+    state_.allErrors.push_back(
+        {fmt::format("Batch {} failed: {}", number, reason), "A batch failed: " + reason});
+    log::line("❌ [VM] Batch {} failed: {}", number, reason);
+    refuse(batch, reason);
+}
+
+void TaggingRun::refuse(const Batch& batch, std::string reason) {
+    for (const TrackRef& track : batch.tracks)
+        untagged_.push_back(track->canonicalSig);
     summary_.refused.push_back({static_cast<std::int64_t>(batch.tracks.size()), std::move(reason)});
 }
 
@@ -340,11 +371,22 @@ void TaggingRun::release(const Batch& batch) {
     });
 }
 
-std::vector<std::string> TaggingRun::unfinished() const {
-    std::vector<std::string> signatures;
-    for (const TrackRef& track : untagged_)
-        if (!track->isDeleted()) signatures.push_back(track->canonicalSig);
-    return signatures;
+Task<void> TaggingRun::writeDownWhatIsLeft() {
+    try {
+        co_await services_.journal.setLastRun(startTime_, std::move(untagged_));
+    } catch (const std::exception& error) { // what stands there means the same, but for tags cleared since
+        context_.crashReporter.recordError(error);
+    }
+}
+
+std::vector<std::string> TaggingRun::atRisk() const {
+    std::vector<std::string> names;
+    for (const Batch& batch : batches_) {
+        if (!batch.journalled) continue;
+        for (const TrackRef& track : batch.tracks)
+            names.push_back(nameOf(*track));
+    }
+    return names;
 }
 
 } // namespace velto

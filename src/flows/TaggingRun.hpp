@@ -1,25 +1,26 @@
 #pragma once
 
 #include "flows/FlowContext.hpp"
-#include "flows/TaggingJournal.hpp"
 
 #include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace velto {
 
 class AudioMetadataWriter;
+class TaggingJournal;
 class TaggingService;
 struct TaggingResult;
-struct TrackTaggingInput;
 struct TrackTags;
 
 /// One run: some tracks, cut into batches of 10, at most three of them in flight. Tags that a batch brings
 /// are stored before their files are written. It can be asked to stop at any time; it then requests no
-/// further batch, and takes in those that are under way. Main actor.
+/// further batch, and takes in those that are under way. It also requests none while tags that have come
+/// cannot be stored. Main actor.
 class TaggingRun {
   public:
     struct Services {
@@ -32,7 +33,8 @@ class TaggingRun {
     explicit TaggingRun(Services services);
     ~TaggingRun();
 
-    /// Takes the tracks that can be tagged, each once, and cuts the batches. Once, before `run`.
+    /// Takes the tracks that can be tagged, each once, cuts the batches, and writes down what the run is for.
+    /// Once, before `run`.
     Task<void> prepare(std::vector<TrackRef> selection);
 
     /// Runs the batches to their end. A batch's failure never stops the others; it lands in the summary.
@@ -40,18 +42,19 @@ class TaggingRun {
 
     void stop() { isStopping_ = true; }
 
-    /// Tracks that are asked for and whose tags are not in the store yet.
-    [[nodiscard]] std::int64_t tracksInFlight() const { return tracksInFlight_; }
+    /// Saves the tags that have come, and strikes their batches off the journal. The user's text if that
+    /// fails: the tags are then still in memory, for a later save.
+    Task<std::optional<std::string>> store();
+
+    /// After the last save: writes down what could not be tagged, for a later run.
+    Task<void> writeDownWhatIsLeft();
+
+    /// The names of the tracks that may have been paid for and whose tags are not in the store.
+    [[nodiscard]] std::vector<std::string> atRisk() const;
 
     [[nodiscard]] const TaggingState& state() const { return state_; }
 
     [[nodiscard]] TaggingSummary& summary() { return summary_; }
-
-    /// After the save at the run's end: what an earlier save failed to store is in the store now.
-    Task<void> everythingIsStored();
-
-    /// The canonicalSigs of the tracks that the run was for and that have no tags by it, at its end.
-    [[nodiscard]] std::vector<std::string> unfinished() const;
 
     /// Set by whoever drives the run, once nothing of it is under way.
     Event ended;
@@ -61,12 +64,17 @@ class TaggingRun {
 
     static Task<void> runBatch(std::shared_ptr<void> owner, TaggingRun* run, std::size_t index);
     Task<void> requestBatch(Batch& batch, std::size_t number);
+    Task<bool> announce(Batch& batch, std::size_t number);
     Task<void> takeIn(Batch& batch, std::size_t number, TaggingResult result);
-    [[nodiscard]] bool apply(const TrackRef& track, const TrackTags& tags);
-    Task<void> store(Batch& batch);
+    [[nodiscard]] std::string_view apply(const TrackRef& track, const TrackTags& tags);
+    Task<void> strikeOff(Batch& batch);
     Task<void> writeFiles(TrackRef track);
-    void refuse(Batch& batch, std::string reason);
-    void failed(Batch& batch, std::size_t number, const std::exception& error);
+
+    [[nodiscard]] bool mayRequest() const { return !isStopping_ && !saveFailure_; }
+
+    void leaveOut(const Batch& batch, std::size_t number);
+    void refuse(const Batch& batch, std::string reason);
+    void failed(const Batch& batch, std::size_t number, const std::string& reason);
     void release(const Batch& batch);
     void dropDeleted(Batch& batch);
 
@@ -76,9 +84,9 @@ class TaggingRun {
     TaggingState state_;
     TaggingSummary summary_;
     Date startTime_;
-    std::vector<TrackRef> untagged_;
-    std::vector<TaggingJournal::BatchNumber> unstored_;
-    std::int64_t tracksInFlight_ = 0;
+    std::vector<std::string> untagged_;      ///< canonicalSigs
+    std::vector<Batch*> unsaved_;            ///< their tags are applied and not known to be stored
+    std::optional<std::string> saveFailure_; ///< of the latest save
     std::size_t running_ = 0;
     std::shared_ptr<Event> batchEnded_; ///< set when a batch ends; replaced by whoever waited for it
     bool isStopping_ = false;
@@ -86,8 +94,5 @@ class TaggingRun {
 
 /// The genres, and after them the era, as the files hold them.
 [[nodiscard]] std::string genreText(const TrackTags& tags);
-
-/// For the user: a line each, and if there are many of them, equal ones as one line with their count.
-[[nodiscard]] std::string textOfErrors(const std::vector<std::string>& errors);
 
 } // namespace velto

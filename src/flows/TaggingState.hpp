@@ -20,11 +20,17 @@ struct TaggingProgress {
     bool operator==(const TaggingProgress&) const = default;
 };
 
+/// A line of a run's final message.
+struct TaggingErrorLine {
+    std::string text;
+    std::string common; ///< the same for every batch or track that failed in this way
+};
+
 /// The sums of one tagging run, shared by its batches. Confined to the main actor.
 struct TaggingState {
     std::int64_t totalTagged = 0;
     std::int64_t totalCredits = 0;
-    std::vector<std::string> allErrors;
+    std::vector<TaggingErrorLine> allErrors;
     std::optional<TaggingProgress> taggingProgress;
     std::optional<std::int64_t> globalRetryAfter; ///< milliseconds: the largest that the server asked for
 
@@ -38,6 +44,10 @@ struct TaggingState {
         globalRetryAfter = std::max(globalRetryAfter.value_or(milliseconds), milliseconds);
     }
 };
+
+/// For the user: each line, and if there are many of them, those that have failed in the same way as one line
+/// with their count.
+[[nodiscard]] std::string textOfErrors(const std::vector<TaggingErrorLine>& errors);
 
 /// Tracks that a run asked for, or meant to, and did not get tags for.
 struct RefusedTracks {
@@ -54,12 +64,21 @@ struct TaggingSummary {
     std::int64_t withoutArtistOrTitle = 0; ///< left out
     std::int64_t repeats = 0;              ///< further files of a song: left out
     std::vector<RefusedTracks> refused;    ///< batch by batch
-    std::vector<std::string> errors;
+    std::vector<TaggingErrorLine> errors;
     std::int64_t unwrittenFiles = 0; ///< files whose genre could not be written; their tracks count as tagged
     bool wasStopped = false;
-    std::optional<std::string> saveFailure; ///< the user's text: tags were paid for that the store lacks
+    std::optional<std::string> saveFailure; ///< the user's text
+    std::int64_t unsaved = 0;               ///< tagged and paid for, but not in the store; the log names them
 
     [[nodiscard]] std::int64_t untagged() const { return requested - tagged; }
+};
+
+/// How a clearing ended.
+struct ClearingSummary {
+    std::int64_t cleared = 0;
+    std::int64_t unwrittenFiles = 0; ///< files whose genre could not be cleared; the log says which
+    bool wasStopped = false;
+    std::optional<std::string> saveFailure; ///< the user's text
 };
 
 } // namespace velto

@@ -71,6 +71,7 @@ class NotingMetadataWriter final : public AudioMetadataWriter {
     }
 
     Task<void> clearGenreTags(std::filesystem::path file) override {
+        if (beforeClear) beforeClear();
         if (file.filename() == failingName)
             throw ServiceError(ServiceError::Case::metadataWriteFailed, file.string());
         written.erase(file.filename().string());
@@ -78,6 +79,7 @@ class NotingMetadataWriter final : public AudioMetadataWriter {
     }
 
     std::function<void()> beforeWrite;
+    std::function<void()> beforeClear;
     std::map<std::string, std::string> written;
     std::string failingName;
 };

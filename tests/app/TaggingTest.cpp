@@ -1,5 +1,4 @@
 #include "app/AppFixture.hpp"
-#include "flows/TaggingRun.hpp"
 #include "platform/http/URLError.hpp"
 
 #include <algorithm>
@@ -12,6 +11,25 @@ namespace {
 
 using ::testing::ElementsAre;
 
+/// A disk that is full: no file can be written beyond so many bytes.
+class FileSizeLimit {
+  public:
+    explicit FileSizeLimit(rlim_t bytes) {
+        std::signal(SIGXFSZ, SIG_IGN);
+        getrlimit(RLIMIT_FSIZE, &before_);
+        const rlimit limited{bytes, before_.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limited);
+    }
+
+    ~FileSizeLimit() { setrlimit(RLIMIT_FSIZE, &before_); }
+
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+  private:
+    rlimit before_{};
+};
+
 class Tagging : public AppFixture {
   protected:
     TaggingSummary tag(std::size_t count) {
@@ -20,7 +38,30 @@ class Tagging : public AppFixture {
         return runThroughTime(viewModel->tagTracks(allTracks(library)));
     }
 
+    /// Starts a run over the library whose first batches wait for their answer, until so many are asked for.
+    void tagUpTo(std::size_t requests) {
+        tagging->gate = std::make_shared<Event>(runtime.main());
+        asio::co_spawn(runtime.main(), viewModel->tagTracks(allTracks(library)),
+                       [&](const std::exception_ptr&, TaggingSummary ended) { outcome = std::move(ended); });
+        runtime.runUntil([&] {
+            if (tagging->requests.size() < requests) clock.advanceToNextSleeper();
+            return tagging->requests.size() == requests;
+        });
+    }
+
+    void answerAll() {
+        tagging->gate->set();
+        tagging->gate = nullptr;
+        runtime.runUntil([&] {
+            if (!outcome) clock.advanceToNextSleeper();
+            return outcome.has_value();
+        });
+    }
+
+    std::unordered_set<std::string> untagged() { return runtime.run(taggingJournal->lastRun()).untagged; }
+
     LibraryRef library;
+    std::optional<TaggingSummary> outcome; ///< once a run that tagUpTo started has ended
 };
 
 TEST_F(Tagging, StoresTagsAndHandsTheGenreTextToTheFile) {
@@ -51,14 +92,7 @@ TEST_F(Tagging, CutsBatchesOfTenAndLeavesAGapBetweenLaunches) {
 
 TEST_F(Tagging, AtMostThreeBatchesAreInFlight) {
     library = libraryWithTracks("L", 45);
-    tagging->gate = std::make_shared<Event>(runtime.main());
-    bool ended = false;
-    asio::co_spawn(runtime.main(), viewModel->tagTracks(allTracks(library)),
-                   [&](const std::exception_ptr&, const TaggingSummary&) { ended = true; });
-    for (std::size_t launched = 1; launched <= 3; ++launched) {
-        runtime.runUntil([&] { return tagging->requests.size() == launched; });
-        if (launched < 3) runtime.runUntil([&] { return clock.advanceToNextSleeper(); });
-    }
+    tagUpTo(3);
     // The fourth waits for an end, not for the clock.
     clock.advance(Seconds(60));
     runtime.poll();
@@ -67,13 +101,9 @@ TEST_F(Tagging, AtMostThreeBatchesAreInFlight) {
     EXPECT_EQ(viewModel->tracksBeingTagged->size(), 30U);
 
     tagging->gate->set();
-    tagging->gate = nullptr;
     runtime.runUntil([&] { return clock.sleepers() == 1; });
     EXPECT_EQ(tagging->requests.size(), 3U) << "an end opens the gap, not yet the next batch";
-    runtime.runUntil([&] {
-        clock.advanceToNextSleeper();
-        return ended;
-    });
+    answerAll();
     EXPECT_EQ(tagging->requests.size(), 5U);
 }
 
@@ -121,55 +151,91 @@ TEST_F(Tagging, TagsAreInTheStoreBeforeAFileIsWritten) {
 
 TEST_F(Tagging, AStoppedRunTakesInWhatIsUnderWayAndAsksForNoMore) {
     library = libraryWithTracks("L", 45);
-    tagging->gate = std::make_shared<Event>(runtime.main());
-    std::optional<TaggingSummary> summary;
-    asio::co_spawn(runtime.main(), viewModel->tagTracks(allTracks(library)),
-                   [&](const std::exception_ptr&, TaggingSummary ended) { summary = std::move(ended); });
-    runtime.runUntil([&] {
-        if (tagging->requests.size() < 3) clock.advanceToNextSleeper();
-        return tagging->requests.size() == 3;
-    });
+    tagUpTo(3);
     EXPECT_EQ(runtime.run(viewModel->storeTagsNow()), 30) << "what an immediate end would lose";
+    EXPECT_TRUE(log.contains("30 tracks may have been paid for and their tags are not stored: "));
     bool allEnded = false;
     asio::co_spawn(runtime.main(), viewModel->stopEverything(),
                    [&](const std::exception_ptr&) { allEnded = true; });
     runtime.poll();
     EXPECT_FALSE(allEnded) << "the run counts as work under way";
-    tagging->gate->set();
-    runtime.runUntil([&] { return summary && allEnded; });
+    answerAll();
+    runtime.runUntil([&] { return allEnded; });
     EXPECT_EQ(tagging->requests.size(), 3U);
-    EXPECT_TRUE(summary->wasStopped);
-    EXPECT_EQ(summary->requested, 45);
-    EXPECT_EQ(summary->tagged, 30);
+    EXPECT_TRUE(outcome->wasStopped);
+    EXPECT_EQ(outcome->requested, 45);
+    EXPECT_EQ(outcome->tagged, 30);
     std::int64_t refused = 0;
-    for (const RefusedTracks& each : summary->refused)
+    for (const RefusedTracks& each : outcome->refused)
         refused += each.tracks;
-    EXPECT_EQ(refused, summary->untagged());
+    EXPECT_EQ(refused, outcome->untagged());
     EXPECT_EQ(stored("SELECT count(lastTagged) FROM Track"), 30);
-    EXPECT_EQ(taggingJournal->unfinished().size(), 15U);
+    EXPECT_EQ(untagged().size(), 15U);
+}
+
+TEST_F(Tagging, ABatchThatIsStoppedOrDeletedOnItsWayIsNotPaidFor) {
+    for (const bool isStopped : {true, false}) {
+        restart();
+        library = libraryWithTracks(isStopped ? "Stopped" : "Deleted", 2);
+        const auto tracks = allTracks(library);
+        outcome.reset();
+        asio::co_spawn(runtime.main(), viewModel->tagTracks(tracks),
+                       [&](const std::exception_ptr&, TaggingSummary ended) { outcome = std::move(ended); });
+        // Its rows are busy: it is on its way into the journal.
+        runtime.runUntil([&] { return !viewModel->tracksBeingTagged->empty(); });
+        if (isStopped)
+            viewModel->stopTagging();
+        else
+            for (const TrackRef& track : tracks)
+                container->mainContext().remove(track);
+        runtime.runUntil([&] { return outcome.has_value(); });
+        EXPECT_TRUE(tagging->requests.empty());
+        EXPECT_EQ(outcome->wasStopped, isStopped);
+        EXPECT_EQ(outcome->untagged(), isStopped ? 2 : 0);
+        TaggingJournal nextStart(folder.path(), runtime.executors());
+        runtime.run(nextStart.reportLeftOvers());
+        EXPECT_FALSE(log.contains("under way"));
+    }
 }
 
 TEST_F(Tagging, WhatAKillLeavesInFlightIsNamedAtTheNextStart) {
-    library = libraryWithTracks("L", 2);
-    tagging->gate = std::make_shared<Event>(runtime.main());
-    bool ended = false;
-    asio::co_spawn(runtime.main(), viewModel->tagTracks(allTracks(library)),
-                   [&](const std::exception_ptr&, const TaggingSummary&) { ended = true; });
-    runtime.runUntil([&] { return !tagging->requests.empty(); });
-    {
-        makeFolder("killed");
-        std::filesystem::copy(folder / "tagging-in-flight.json", folder / "killed");
-        TaggingJournal nextStart(folder / "killed", runtime.executors());
+    library = libraryWithTracks("L", 12);
+    tagUpTo(2);
+    const auto killed = makeFolder("killed");
+    std::error_code ignored;
+    for (const auto* file : {"tagging-in-flight.json", "tagging-last-run"})
+        std::filesystem::copy(folder / file, killed, ignored);
+    TaggingJournal nextStart(killed, runtime.executors());
+    for (int starts = 0; starts < 2; ++starts)
         runtime.run(nextStart.reportLeftOvers());
-        EXPECT_TRUE(log.contains("a batch of 2 tracks was under way"));
-        EXPECT_TRUE(log.contains("Artist 0 – Title 0; Artist 1 – Title 1"));
-        EXPECT_THAT(nextStart.unfinished(), ElementsAre("L0", "L1"));
-    }
-    tagging->gate->set();
-    runtime.runUntil([&] { return ended; });
+    const auto lines = log.lines();
+    EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
+                            [](const auto& line) {
+                                return line.ends_with("tags: Artist 10 – Title 10; Artist 11 – Title 11");
+                            }),
+              1);
+    EXPECT_TRUE(log.contains("a batch of 10 tracks was under way"));
+    EXPECT_EQ(runtime.run(nextStart.lastRun()).untagged.size(), 12U);
+    answerAll();
     TaggingJournal afterTheEnd(folder.path(), runtime.executors());
+    const auto before = log.lines().size();
     runtime.run(afterTheEnd.reportLeftOvers());
-    EXPECT_TRUE(afterTheEnd.unfinished().empty()) << "nothing was left";
+    EXPECT_EQ(log.lines().size(), before) << "nothing was left";
+    EXPECT_TRUE(untagged().empty());
+}
+
+TEST_F(Tagging, ABatchThatCannotBeWrittenDownIsNotAskedForAndNotNamed) {
+    library = libraryWithTracks("L", 1);
+    {
+        const FileSizeLimit none(0);
+        EXPECT_EQ(runThroughTime(viewModel->tagTracks(allTracks(library))).untagged(), 1);
+    }
+    EXPECT_TRUE(tagging->requests.empty());
+    runtime.run(taggingJournal->begin({"another"}));
+    TaggingJournal nextStart(folder.path(), runtime.executors());
+    runtime.run(nextStart.reportLeftOvers());
+    EXPECT_TRUE(log.contains("its tags: another"));
+    EXPECT_FALSE(log.contains("its tags: Artist 0"));
 }
 
 TEST_F(Tagging, AnswersThatBringNothingLeaveTheGenreAndAreErrors) {
@@ -179,46 +245,55 @@ TEST_F(Tagging, AnswersThatBringNothingLeaveTheGenreAndAreErrors) {
         track->edit().genre = "Mine";
     tagging->answer = [&](const std::vector<TrackTaggingInput>& inputs) {
         auto result = ScriptedTaggingService::tagAll(inputs);
-        result.tags[0].genres.clear();
+        result.tags[0].genres = {" "};
         result.tags[0].era = std::nullopt;
         container->mainContext().remove(tracks[1]);
         result.tags.erase(result.tags.begin() + 2);
         return result;
     };
-    const auto summary = runThroughTime(viewModel->tagTracks(tracks));
-    EXPECT_EQ(summary.requested, 4);
-    EXPECT_EQ(summary.tagged, 1);
-    EXPECT_EQ(summary.refused.size(), 2U);
+    const auto ended = runThroughTime(viewModel->tagTracks(tracks));
+    EXPECT_EQ(ended.requested, 4);
+    EXPECT_EQ(ended.tagged, 1);
+    std::vector<std::string> reasons;
+    for (const auto& [count, reason] : ended.refused)
+        reasons.push_back(std::to_string(count) + " " + reason);
+    EXPECT_THAT(reasons, ElementsAre("1 The tagging service found no tags",
+                                     "1 The tagging service gave no answer for a track",
+                                     "1 The track was deleted meanwhile"));
     EXPECT_EQ(tracks[0]->genre, "Mine");
     EXPECT_FALSE(tracks[0]->lastTagged);
-    EXPECT_EQ(tracks[2]->genre, "Mine");
     EXPECT_EQ(writer->written.size(), 1U);
-    EXPECT_THAT(taggingJournal->unfinished(), ElementsAre("L0", "L2"));
-    EXPECT_EQ(error().rfind("Tagged 1 tracks using 4 credits, but some failed:\n", 0), 0U) << error();
+    EXPECT_THAT(untagged(), ::testing::IsSupersetOf({"L0", "L2"}));
+    EXPECT_EQ(error(), "Tagged 1 tracks using 4 credits, but some failed:\n"
+                       "Artist 0 – Title 0: The tagging service found no tags\n"
+                       "Artist 2 – Title 2: The tagging service gave no answer for a track");
 }
 
 TEST_F(Tagging, AWishSaysWhatIsLeftOutAndWhy) {
     library = libraryWithTracks("L", 6);
     auto tracks = allTracks(library);
+    const Date lastRun = clock.now();
     tracks[0]->edit().artist = std::nullopt;
-    tracks[1]->edit().lastTagged = clock.now();
+    tracks[1]->edit().lastTagged = lastRun - std::chrono::seconds(1);
+    tracks[5]->edit().lastTagged = lastRun + std::chrono::seconds(1);
     tracks.push_back(tracks[2]);
-    const std::set<std::string> failed{"L1", "L3"};
+    runtime.run(taggingJournal->setLastRun(lastRun, {"L1", "L3", "L5"}));
 
     const struct {
         TaggingWish wish;
         std::vector<TrackRef> chosen;
         std::size_t taggedAlready, notFailed, overLimit;
     } cases[] = {
-        {{}, {tracks[2], tracks[3], tracks[4], tracks[5]}, 1, 0, 0},
+        {{}, {tracks[2], tracks[3], tracks[4]}, 2, 0, 0},
         {{.again = true}, {tracks[1], tracks[2], tracks[3], tracks[4], tracks[5]}, 0, 0, 0},
-        {{.limit = 1}, {tracks[2]}, 1, 0, 3},
-        {{.limit = 0}, {}, 1, 0, 4},
-        {{.failedOnly = true}, {tracks[1], tracks[3]}, 0, 3, 0},
+        {{.limit = 1}, {tracks[2]}, 2, 0, 2},
+        {{.limit = 0}, {}, 2, 0, 3},
+        {{.failedOnly = true}, {tracks[1], tracks[3]}, 1, 2, 0},
+        {{.again = true, .failedOnly = true, .limit = 2}, {tracks[1], tracks[3]}, 0, 2, 1},
     };
 
     for (const auto& each : cases) {
-        const TaggingSelection selection = selectForTagging(tracks, each.wish, failed);
+        const TaggingSelection selection = runtime.run(viewModel->tracksToTag(tracks, each.wish));
         EXPECT_EQ(selection.tracks, each.chosen);
         EXPECT_EQ(selection.taggedAlready, each.taggedAlready);
         EXPECT_EQ(selection.notFailed, each.notFailed);
@@ -229,12 +304,16 @@ TEST_F(Tagging, AWishSaysWhatIsLeftOutAndWhy) {
 }
 
 TEST(TaggingErrors, ManyAreCountedAndFewAreListed) {
-    EXPECT_EQ(textOfErrors({"a", "a", "b"}), "a\na\nb");
-    std::vector<std::string> many(5'000, "slow down");
-    many.emplace_back("other");
-    EXPECT_EQ(textOfErrors(many), "slow down (5000 times)\nother");
+    EXPECT_EQ(textOfErrors(
+                  {{"Batch 1 failed: a", "A batch failed: a"}, {"Batch 2 failed: a", "A batch failed: a"}}),
+              "Batch 1 failed: a\nBatch 2 failed: a");
+    std::vector<TaggingErrorLine> many;
+    for (int i = 0; i < 5'000; ++i)
+        many.push_back({"Batch " + std::to_string(i) + " failed: a", "A batch failed: a"});
+    many.push_back({"Batch 5000 failed: b", "A batch failed: b"});
+    EXPECT_EQ(textOfErrors(many), "A batch failed: a (5000 times)\nBatch 5000 failed: b");
     for (int i = 0; i < 30; ++i)
-        many.push_back(std::to_string(i));
+        many.push_back({std::to_string(i), std::to_string(i)});
     const std::string text = textOfErrors(many);
     EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 20);
     EXPECT_EQ(text.substr(text.rfind('\n')), "\nand 12 more");
@@ -274,7 +353,7 @@ TEST_F(Tagging, AFailedBatchLeavesTheOthersAndIsTold) {
         EXPECT_TRUE(viewModel->tracksBeingTagged->empty());
         ASSERT_EQ(summary.refused.size(), 1U);
         EXPECT_EQ(summary.refused.front().tracks, 10);
-        EXPECT_EQ(taggingJournal->unfinished().size(), 10U);
+        EXPECT_EQ(untagged().size(), 10U);
         EXPECT_EQ(log.contains("Server requests 3.0s delay"),
                   failure.name == std::string("rate limit") || failure.name == std::string("network"));
         EXPECT_EQ(readFile(folder / "crash").find("TaggingServiceError") != std::string::npos,
@@ -322,32 +401,41 @@ TEST_F(Tagging, AFileThatCannotBeWrittenDoesNotUndoTheTags) {
     EXPECT_TRUE(log.contains("⚠️ [VM] Error type: ServiceError"));
 }
 
-TEST_F(Tagging, AFailedSaveKeepsTheTagsForALaterOne) {
-    std::signal(SIGXFSZ, SIG_IGN);
-    rlimit before{};
-    getrlimit(RLIMIT_FSIZE, &before);
+TEST_F(Tagging, AFailedSaveKeepsTheTagsForALaterOneAndPaysForNoMore) {
+    std::optional<FileSizeLimit> full;
     tagging->answer = [&](const std::vector<TrackTaggingInput>& inputs) {
-        const rlimit none{0, before.rlim_max};
-        setrlimit(RLIMIT_FSIZE, &none);
+        if (!full) full.emplace(4096); // enough for the journal, not for the store
         return ScriptedTaggingService::tagAll(inputs);
     };
-    tag(1);
-    setrlimit(RLIMIT_FSIZE, &before);
+    const auto ended = tag(45);
+    full.reset();
     EXPECT_EQ(error().rfind("Failed to save tagged tracks: ", 0), 0U) << error();
+    EXPECT_EQ(ended.saveFailure, error());
+    EXPECT_LE(tagging->requests.size(), 3U);
+    ASSERT_FALSE(ended.refused.empty());
+    EXPECT_EQ(ended.refused.back().reason, error());
+    EXPECT_EQ(untagged().size(), 45U) << "a restart would find no tag";
+    EXPECT_EQ(ended.unsaved, ended.tagged);
+    EXPECT_TRUE(
+        log.contains(std::to_string(ended.tagged) + " tracks may have been paid for and their tags are"));
     EXPECT_FALSE(viewModel->taggingProgress->has_value());
+
+    TaggingJournal nextStart(folder.path(), runtime.executors());
+    runtime.run(nextStart.reportLeftOvers());
+    EXPECT_TRUE(log.contains("a batch of 10 tracks was under way"));
     container->mainContext().save();
-    viewModel.reset();
-    library = nullptr;
-    container.reset();
-    container = model::ModelContainer::create(storeSchema(), {folder / "store"});
-    EXPECT_TRUE(container->mainContext().fetch<Track>().front()->lastTagged);
+    EXPECT_EQ(stored("SELECT count(lastTagged) FROM Track"), ended.tagged);
+    const auto left = runtime.run(viewModel->tracksToTag(allTracks(library), {.failedOnly = true}));
+    EXPECT_EQ(left.tracks.size(), 45 - static_cast<std::size_t>(ended.tagged));
 }
 
 TEST_F(Tagging, ClearAndMark) {
     tag(2);
     writer->failingName = "1.mp3";
     const auto tracks = allTracks(library);
-    runtime.run(viewModel->clearTags(tracks));
+    const auto cleared = runtime.run(viewModel->clearTags(tracks));
+    EXPECT_EQ(cleared.cleared, 2);
+    EXPECT_EQ(cleared.unwrittenFiles, 1);
     for (const TrackRef& track : tracks) {
         EXPECT_FALSE(track->genres || track->regions || track->era || track->lastTagged);
     }
@@ -358,6 +446,16 @@ TEST_F(Tagging, ClearAndMark) {
     EXPECT_EQ(tracks[1]->lastTagged, clock.now());
     EXPECT_FALSE(container->mainContext().hasChanges());
     EXPECT_EQ(viewModel->tracks->size(), 2U);
+}
+
+TEST_F(Tagging, AClearingThatIsStoppedStoresWhatItHasDone) {
+    tag(3);
+    writer->beforeClear = [&] { viewModel->stopTagging(); };
+    const auto cleared = runtime.run(viewModel->clearTags(allTracks(library)));
+    EXPECT_TRUE(cleared.wasStopped);
+    EXPECT_EQ(cleared.cleared, 1);
+    EXPECT_EQ(stored("SELECT count(lastTagged) FROM Track"), 2);
+    EXPECT_EQ(writer->written.size(), 2U);
 }
 
 TEST_F(Tagging, ProgressMovesByTrackAndTheSyncFollowsTheSave) {
