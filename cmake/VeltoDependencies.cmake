@@ -12,6 +12,7 @@ find_package(SQLite3 REQUIRED)
 find_package(ZLIB REQUIRED)
 pkg_check_modules(TAGLIB REQUIRED IMPORTED_TARGET taglib)
 pkg_check_modules(LIBSECRET REQUIRED IMPORTED_TARGET libsecret-1)
+pkg_check_modules(HTTPLIB REQUIRED IMPORTED_TARGET cpp-httplib)
 
 add_library(velto_asio INTERFACE)
 # Without the last one, whether asio allocates with std::aligned_alloc depends on what a file includes before it, and

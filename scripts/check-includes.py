@@ -23,6 +23,7 @@ HOMES = {
     r"^asio[./]": ["platform/concurrency", "platform/http", "cli", "desktop"],
     r"^Q[A-Z]": ["views", "desktop"],
     r"^CLI/": ["cli"],
+    r"^httplib\.h": ["backend"],
 }
 
 # TagLib's headers have plain names ("tag.h"): they are known by the folder that they lie in.

@@ -4,14 +4,8 @@
 
 namespace velto {
 
-namespace {
-constexpr int checkIntervalSeconds = 86400;
-}
-
 LoggingUpdateManager::LoggingUpdateManager() {
-    log::line("✅ [UPDATE] Sparkle updater initialized");
-    log::line("✅ [UPDATE] Automatic checks enabled: {}", true);
-    log::line("✅ [UPDATE] Check interval: {} hours", checkIntervalSeconds / 3600);
+    log::line("✅ [UPDATE] No update service: new versions come as packages");
 }
 
 void LoggingUpdateManager::checkForUpdates() {

@@ -4,8 +4,8 @@
 
 namespace velto {
 
-/// Looks for newer versions of the program. No update service exists: the production implementation logs and
-/// does nothing else, so that nothing leaves the machine. Main actor.
+/// Looks for newer versions of the program. There is no update service: the production implementation says so
+/// in the log and does nothing else, and nothing leaves the machine. Main actor.
 class UpdateManager {
   public:
     virtual ~UpdateManager() = default;

@@ -2,6 +2,7 @@
 
 #include "app/Home.hpp"
 #include "app/LocalBackend.hpp"
+#include "app/LocalBackendTransport.hpp"
 #include "app/MainScreenViewModel.hpp"
 #include "app/UpdateManager.hpp"
 #include "backend/Browser.hpp"
@@ -18,6 +19,7 @@
 #include "platform/model/ModelContainer.hpp"
 #include "tagwriting/RewriteJournal.hpp"
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -34,6 +36,7 @@ struct VeltoAppConfiguration {
     Executors executors;
     Clock& clock;
     Browser& browser;
+    /// One place for every backend's token, such as a token file.
     std::shared_ptr<KeyringService> keyring;   ///< null: the desktop's keyring
     std::optional<std::string> backendAddress; ///< none: the product's, else the local one
     /// Without, no backend is started and every request fails at once: for work on the store alone.
@@ -41,15 +44,26 @@ struct VeltoAppConfiguration {
     bool checksAtLoad = true;
 };
 
+/// How a sign-in ended that VeltoApp led through.
+enum class SignInEnd {
+    finished,  ///< the authentication state says how
+    cancelled, ///< nothing was pasted
+    notALink,  ///< what was pasted is not the link that the sign-in page ends with
+};
+
+/// Asks the user for the link that the sign-in page ends with; nothing if the user gives up. Ends, with
+/// nothing, soon after the token is cancelled: the link is no longer needed. Started on the main actor.
+using AskForLink = std::function<Task<std::optional<std::string>>(CancellationToken notNeeded)>;
+
 /// The composition root's one object: it owns the store, the authentication manager, the update manager and
 /// all that they stand on, for the life of the process. Nothing that was started may be under way any more
 /// when it goes. Main actor.
 class VeltoApp {
   public:
-    /// Opens the store, recovers interrupted rewrites, starts the local backend where there is no other, and
-    /// composes the services. Throws Error with the text that the user is shown where the store cannot be
-    /// opened: without it the program does not run. Anything else that fails is logged, and missed where it
-    /// is used: without a backend the requests fail.
+    /// Opens the store, recovers interrupted rewrites, starts the local backend if there is no other, and
+    /// composes the services. Throws Error with the text that the user is shown if the store cannot be
+    /// opened: without it the program does not run. Anything else that fails is logged, and missed when it is
+    /// used: without a backend the requests fail.
     static Task<std::unique_ptr<VeltoApp>> launch(VeltoAppConfiguration configuration);
     ~VeltoApp();
     VeltoApp(const VeltoApp&) = delete;
@@ -62,11 +76,11 @@ class VeltoApp {
 
     UpdateManager& updateManager();
 
-    /// Why the local backend could not be started: the user's text. None where it runs or is not needed.
+    /// Why the local backend could not be started: the user's text. None if it runs or is not needed.
     [[nodiscard]] const std::optional<std::string>& backendFailure() const { return backendFailure_; }
 
     /// Whether the backend is the one that came with the program: it ends with it.
-    [[nodiscard]] bool hasLocalBackend() const { return localBackend_.has_value(); }
+    [[nodiscard]] bool hasLocalBackend() const { return localBackend_ != nullptr; }
 
     model::ModelContainer& sharedModelContainer() { return *sharedModelContainer_; }
 
@@ -77,16 +91,28 @@ class VeltoApp {
     /// Nothing starts another rewrite meanwhile, since the main actor waits here.
     void finishRewrites(Seconds longest) const { rewriteJournal_.waitForTurnsToEnd(longest); }
 
-    /// What a `velto://` URL leads to, by whichever way it came. Ends when the sign-in has ended; false where
+    /// Opens the sign-in page, and ends when the token has come and has been tried. At a backend on this
+    /// computer the page itself brings the token back; at every backend the user can paste the link instead,
+    /// for which `askForLink` is called at once.
+    Task<SignInEnd> signIn(AskForLink askForLink);
+
+    /// What a `velto://` URL leads to, by whichever way it came. Ends when the sign-in has ended; false if
     /// the URL is not the sign-in's.
     Task<bool> handleURLCallback(std::string url);
 
   private:
     explicit VeltoApp(VeltoAppConfiguration configuration);
     Task<void> prepare();
+    Task<void> startLocalBackend();
     void compose();
+    [[nodiscard]] bool isDefaultBackend() const;
+    [[nodiscard]] std::string environment() const;
+    [[nodiscard]] std::shared_ptr<KeyringService> tokenOf(const std::string& backend) const;
+    [[nodiscard]] std::shared_ptr<KeyringService> makeKeyring() const;
     std::shared_ptr<GraphQLClient> makeClient();
     void finishLaunching();
+    struct PendingSignIn;
+    Task<SignInEnd> finishSignIn(std::shared_ptr<PendingSignIn> pending);
 
     VeltoAppConfiguration configuration_;
     FileCrashReporter crashReporter_;
@@ -96,7 +122,8 @@ class VeltoApp {
     FolderGrants folderGrants_;
     TaggingJournal taggingJournal_;
     http::HttpClient transport_;
-    std::optional<LocalBackend> localBackend_;
+    std::unique_ptr<LocalBackend> localBackend_;
+    std::unique_ptr<LocalBackendTransport> localTransport_;
     std::string backendAddress_;
     std::optional<std::string> backendFailure_;
     std::shared_ptr<KeyringService> keyring_;

@@ -9,7 +9,7 @@
 namespace velto {
 
 /// Sign-in by the browser and a callback URL. Everything here is on the main actor. Only fetchUserProfile
-/// throws; the others tell their failures through the state.
+/// throws; the failures of the others show in the state.
 class AuthenticationManager {
   public:
     virtual ~AuthenticationManager() = default;

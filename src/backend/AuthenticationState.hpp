@@ -38,7 +38,7 @@ class AuthenticationState {
     /// The payload of `authenticated`; null in every other state.
     [[nodiscard]] const Session* session() const { return std::get_if<Session>(&value_); }
 
-    /// The text on show; null where the state is not `error`.
+    /// The text on show; null if the state is not `error`.
     [[nodiscard]] const std::string* errorMessage() const {
         const auto* failure = std::get_if<Failure>(&value_);
         return failure ? &failure->message : nullptr;

@@ -10,7 +10,7 @@ class Browser {
     virtual ~Browser() = default;
     /// Opens a web page in the user's default browser.
     virtual void openURL(const std::string& url) = 0;
-    /// Brings the application's window to the front, where there is one.
+    /// Brings the application's window to the front, if there is one.
     virtual void activateApplication() = 0;
 };
 

@@ -1,5 +1,6 @@
 #include "backend/DefaultAuthenticationManager.hpp"
 
+#include "backend/BackendAddress.hpp"
 #include "backend/GraphQLError.hpp"
 #include "backend/URLCallback.hpp"
 #include "platform/http/URLError.hpp"
@@ -27,6 +28,23 @@ bool isUnauthorized(const std::exception& error) {
     return clientError != nullptr && clientError->kind() == GraphQLClientError::Case::unauthorized;
 }
 
+constexpr const char* signInPath = "/auth/desktop-login";
+constexpr const char* invalidSignIn = "Invalid authentication URL";
+
+/// As the value of an item of a query.
+std::string percentEncoded(std::string_view text) {
+    std::string encoded;
+    for (const char c : text) {
+        const bool isPlain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+                             c == '-' || c == '.' || c == '_' || c == '~';
+        if (isPlain)
+            encoded += c;
+        else
+            encoded += fmt::format("%{:02X}", static_cast<unsigned char>(c));
+    }
+    return encoded;
+}
+
 /// What the user reads when the token is stored but the profile did not come.
 std::string messageAfterAuth(const std::exception& error) {
     const auto* urlError = dynamic_cast<const http::URLError*>(&error);
@@ -48,7 +66,13 @@ DefaultAuthenticationManager::DefaultAuthenticationManager(AuthenticationService
 
 Task<void> DefaultAuthenticationManager::signIn() {
     services_.crashReporter.log("User initiated sign in");
-    openPage("/auth/desktop-login", "Invalid authentication URL");
+    openPage(signInPath, invalidSignIn);
+    co_return;
+}
+
+Task<void> DefaultAuthenticationManager::signInReturningTo(std::string returnAddress) {
+    services_.crashReporter.log("User initiated sign in");
+    openPage(signInPath + ("?redirect=" + percentEncoded(returnAddress)), invalidSignIn);
     co_return;
 }
 
@@ -60,12 +84,16 @@ Task<void> DefaultAuthenticationManager::signUp() {
 
 void DefaultAuthenticationManager::openPage(const std::string& path, const std::string& invalidText) {
     assertMainActor();
-    log::line("🌐 API Environment: Production (RELEASE build)");
+    log::line("🌐 API Environment: {}", services_.environment);
     const std::string address = services_.webAddress + path;
-    if (const auto url = http::Url::parse(address); url && url->isWeb())
-        services_.browser.openURL(address);
-    else
+    const auto url = http::Url::parse(address);
+    if (!url || !url->isWeb())
         authenticationState_ = AuthenticationState::error(invalidText);
+    else if (isOpenToOthers(address)) // the page would send the token that the client then may not send
+        authenticationState_ =
+            AuthenticationState::error(describe(GraphQLClientError(GraphQLClientError::Case::openToOthers)));
+    else
+        services_.browser.openURL(address);
 }
 
 Task<void> DefaultAuthenticationManager::signOut() {
@@ -89,10 +117,12 @@ Task<void> DefaultAuthenticationManager::signOut() {
 
 Task<void> DefaultAuthenticationManager::restoreSession() {
     assertMainActor();
+    restoreFailure_ = nullptr;
     std::optional<std::string> token;
     try {
         token = co_await storedToken();
     } catch (const std::exception& error) {
+        restoreFailure_ = std::current_exception();
         log::line("Failed to retrieve token: {}", describe(error));
         authenticationState_ = AuthenticationState::unauthenticated();
         co_return;
@@ -102,6 +132,7 @@ Task<void> DefaultAuthenticationManager::restoreSession() {
     try {
         co_await fetchUserProfile();
     } catch (const std::exception& error) {
+        restoreFailure_ = std::current_exception();
         log::line("Failed to restore session: {}", describe(error));
         authenticationState_ = AuthenticationState::unauthenticated();
     }

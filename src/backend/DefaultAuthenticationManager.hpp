@@ -10,6 +10,8 @@
 #include "platform/keyring/KeyringService.hpp"
 #include "platform/log/CrashReporter.hpp"
 
+#include <cstdint>
+#include <exception>
 #include <memory>
 #include <optional>
 #include <string>
@@ -27,6 +29,8 @@ struct AuthenticationServices {
     Executors executors;
     /// Where the sign-in pages are: "https://host", without a slash at its end.
     std::string webAddress;
+    /// What the log says of that backend.
+    std::string environment = "Production (RELEASE build)";
 };
 
 class DefaultAuthenticationManager final : public AuthenticationManager {
@@ -42,6 +46,15 @@ class DefaultAuthenticationManager final : public AuthenticationManager {
     Task<void> handleAuthCallback(std::string token) override;
     Task<void> fetchUserProfile() override;
 
+    /// As signIn. The page leads back to `returnAddress` on this computer, with the token as the item "token"
+    /// of its query; it can be pasted as well.
+    Task<void> signInReturningTo(std::string returnAddress);
+
+    /// Why the latest restoreSession led to no session; null if it did, or if there was no token to try. What
+    /// the keyring, the transport or the client failed with; an expired session is GraphQLClientError's
+    /// `unauthorized`.
+    [[nodiscard]] const std::exception_ptr& restoreFailure() const { return restoreFailure_; }
+
   private:
     void openPage(const std::string& path, const std::string& invalidText);
     void showError(std::string message);
@@ -55,12 +68,13 @@ class DefaultAuthenticationManager final : public AuthenticationManager {
     AuthenticationServices services_;
     Published<AuthenticationState> authenticationState_;
     std::optional<Date> lastErrorShown_;
+    std::exception_ptr restoreFailure_;
     /// How often the stored token was given or taken away: a reply that was asked for with another one says
     /// nothing of this session.
     std::uint64_t tokenChanges_ = 0;
     /// One token is saved or deleted at a time: a keyring that asks its user takes long.
     Gate keyring_;
-    /// Tells the delayed clearing of an error whether the manager is still there.
+    /// Says to the delayed clearing of an error whether the manager is still there.
     std::shared_ptr<DefaultAuthenticationManager*> self_;
 };
 

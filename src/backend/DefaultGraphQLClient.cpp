@@ -1,5 +1,6 @@
 #include "backend/DefaultGraphQLClient.hpp"
 
+#include "backend/BackendAddress.hpp"
 #include "backend/GraphQLError.hpp"
 #include "backend/Json.hpp"
 #include "platform/http/Url.hpp"
@@ -13,7 +14,7 @@ namespace {
 
 using Case = GraphQLClientError::Case;
 
-/// No operation has a reply near this; what is larger is no reply of the backend's.
+/// No operation has a reply near this; what is larger is not a reply of the backend's.
 constexpr std::size_t maximumReply = std::size_t{8} << 20;
 
 std::string requestBody(std::string document, const GraphQLVariables& variables) {
@@ -21,8 +22,8 @@ std::string requestBody(std::string document, const GraphQLVariables& variables)
     if (variables) body["variables"] = *variables;
     try {
         return body.dump();
-    } catch (const nlohmann::json::exception& error) {
-        throw json::CodingError(error.what());
+    } catch (const nlohmann::json::exception&) {
+        throw json::CodingError("The request holds text that is not UTF-8");
     }
 }
 
@@ -37,7 +38,7 @@ std::string messages(const std::vector<GraphQLError>& errors) {
     return "[" + text + "]";
 }
 
-/// The reply's envelope: its errors, and its data through the caller's decoder. False where there is no data.
+/// The reply's envelope: its errors, and its data through the caller's decoder. False if there is no data.
 bool decodeEnvelope(const std::string& body, const GraphQLClient::ResponseType& type,
                     std::vector<GraphQLError>& errors) {
     const nlohmann::json reply = json::parse(body);
@@ -77,6 +78,7 @@ Task<void> DefaultGraphQLClient::perform(std::string document, GraphQLVariables 
 
 Task<std::string> DefaultGraphQLClient::reply(std::string document, GraphQLVariables variables) {
     if (!http::Url::parse(endpoint_)) throw GraphQLClientError(Case::invalidURL);
+    if (isOpenToOthers(endpoint_)) throw GraphQLClientError(Case::openToOthers);
     const std::optional<std::string> token = co_await getToken_();
     if (!token) throw GraphQLClientError(Case::noToken);
     log::line("📡 [GraphQL] Executing request to: {}", endpoint_);

@@ -12,7 +12,7 @@
 
 namespace velto {
 
-/// Gives the current token; absent where there is none or it cannot be read. Any thread; never throws.
+/// Gives the current token; absent if there is none or it cannot be read. Any thread; never throws.
 using TokenSource = std::function<Task<std::optional<std::string>>()>;
 
 /// Reads the token from the store on the task pool; every failure of the store is an absent token. The store

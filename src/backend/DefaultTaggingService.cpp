@@ -35,13 +35,13 @@ TaggingResult resultOf(const TagTracksData& data) {
     return result;
 }
 
-/// Throws what a reply without success means; returns where it means no failure of its own.
+/// Throws what a reply without success means; returns if it means no failure of its own.
 void throwFailureOf(const TagTracksData& data, std::int64_t inputs) {
     const bool limited = std::any_of(data.errors.begin(), data.errors.end(), [](const TaggingError& error) {
         return error.type == TaggingErrorType::rateLimit;
     });
     if (limited) throw TaggingServiceError::rateLimitExceeded(data.retryAfter);
-    // The reply does not tell the balance.
+    // The reply does not say what the balance is.
     if (data.message && data.message->find("Insufficient credits") != std::string::npos)
         throw TaggingServiceError::insufficientCredits(inputs, 0);
     if (data.tracksTagged > 0 && data.tracksTagged < inputs)

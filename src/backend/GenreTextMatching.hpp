@@ -22,10 +22,10 @@ struct TagVocabulary {
 };
 
 /// Finds the vocabulary's names in genre texts. A text that tagging wrote ("Hip-Hop - House - 1990s") gives
-/// back its genres in their order and its era, also where a name holds a separator itself: a whole name wins
+/// back its genres in their order and its era, also if a name holds a separator itself: a whole name wins
 /// over its pieces. Any other text is cut at , - / ; | and names are looked for from the left, the longest
 /// first, each taken once; what is in no list is left out. Compared without regard to case; a name comes as
-/// it is spelt in the text where some list spells it so, else as in its list, the user's own lists before the
+/// it is spelt in the text if some list spells it so, else as in its list, the user's own lists before the
 /// backend's.
 class GenreTextMatcher {
   public:

@@ -17,7 +17,7 @@ namespace json {
 class Decoder;
 }
 
-/// The variables of an operation: a JSON object, or null where the operation has none.
+/// The variables of an operation: a JSON object, or null if the operation has none.
 using GraphQLVariables = std::shared_ptr<const nlohmann::json>;
 
 /// Sends a GraphQL document and decodes the reply's data. Any thread may call, any number of times at once;
@@ -27,7 +27,7 @@ class GraphQLClient {
     virtual ~GraphQLClient() = default;
 
     /// T is a response type: it has `typeName` and `static T decode(const json::Decoder&)`. Throws
-    /// GraphQLClientError, and http::URLError as it is where the transport failed.
+    /// GraphQLClientError, and http::URLError as it is if the transport failed.
     template <typename T>
     Task<T> execute(std::string document, GraphQLVariables variables = nullptr) {
         std::optional<T> data;

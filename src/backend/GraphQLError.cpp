@@ -26,6 +26,9 @@ std::string fullText(Case kind, const std::exception_ptr& underlying) {
         return "Unauthorized - please sign in again";
     case Case::noToken:
         return "No authentication token found";
+    case Case::openToOthers:
+        return "The backend's address begins with http://, so others could read the sign-in on its way. Use "
+               "its https:// address; http:// is for a backend on this computer.";
     }
     return "";
 }

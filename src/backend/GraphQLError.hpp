@@ -29,7 +29,8 @@ class GraphQLClientError : public Error {
         invalidURL,
         invalidResponse,
         unauthorized,
-        noToken
+        noToken,
+        openToOthers ///< a token would leave this computer unprotected
     };
 
     /// For the cases without a payload.

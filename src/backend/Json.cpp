@@ -12,7 +12,7 @@ constexpr int maximumDepth = 512;
 /// Above what a vocabulary of every genre there is takes. It bounds what a reply of small values grows to in
 /// memory, and how long the main actor copies its names.
 constexpr std::size_t maximumValues = 20'000;
-/// The parser's messages quote what it read last, which may be the whole reply.
+/// A description names keys of the reply, which may be of any length.
 constexpr std::size_t maximumDescription = 300;
 
 /// A whole number in any spelling ("2", "2.0", "2e0") that fits.
@@ -61,8 +61,10 @@ nlohmann::json parse(std::string_view text) {
     };
     try {
         return nlohmann::json::parse(text, limit);
-    } catch (const nlohmann::json::exception& error) {
-        throw CodingError(fmt::format("The data is not valid JSON: {}", error.what()));
+    } catch (const nlohmann::json::parse_error& error) {
+        throw CodingError(fmt::format("The data is not valid JSON from byte {} on", error.byte));
+    } catch (const nlohmann::json::exception&) {
+        throw CodingError("The data is not valid JSON");
     }
 }
 

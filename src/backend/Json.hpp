@@ -18,7 +18,7 @@ namespace velto::json {
 /// What a server says to the user, in bytes: its texts are shown, logged and recorded.
 constexpr std::size_t maximumMessage = 2000;
 
-/// The text's beginning with "…" where it is longer than that many bytes.
+/// The text's beginning with "…" if it is longer than that many bytes.
 [[nodiscard]] std::string shortened(std::string text, std::size_t limit = maximumMessage);
 
 /// A reply that is not what it should be, or a value that JSON cannot hold. The text is short whatever the
@@ -33,7 +33,7 @@ class CodingError : public Error {
 [[nodiscard]] nlohmann::json parse(std::string_view text);
 
 /// A JSON value and where it stands. Strict: no type passes for another, a required key must be there, null
-/// is the same as absent where a value is optional. Every failure is a CodingError that names the place.
+/// is the same as absent if a value is optional. Every failure is a CodingError that names the place.
 class Decoder {
   public:
     explicit Decoder(const nlohmann::json& value, std::string place = "the reply")

@@ -1,6 +1,7 @@
 #include "backend/TaggingRecords.hpp"
 
 #include "backend/Json.hpp"
+#include "platform/text/Text.hpp"
 
 #include <array>
 
@@ -20,6 +21,44 @@ constexpr std::array<TypeNames, 4> typeNames{{
     {TaggingErrorType::network, "network", "Network"},
     {TaggingErrorType::unknown, "unknown", "Unknown"},
 }};
+
+constexpr std::size_t longestName = 200; ///< in characters
+constexpr std::size_t mostNames = 50;    ///< a list
+
+/// The size in bytes of the control character that the text begins with; 0 if it begins with another.
+std::size_t controlSize(std::string_view text) {
+    const auto byte = [text](std::size_t i) {
+        return i < text.size() ? static_cast<unsigned char>(text[i]) : 0;
+    };
+    if (byte(0) < 0x20 || byte(0) == 0x7F) return 1;
+    const bool isUpperControl = byte(0) == 0xC2 && byte(1) >= 0x80 && byte(1) < 0xA0;
+    const bool isLineSeparator = byte(0) == 0xE2 && byte(1) == 0x80 && (byte(2) == 0xA8 || byte(2) == 0xA9);
+    return isUpperControl ? 2 : isLineSeparator ? 3 : 0;
+}
+
+/// Nothing if no name is left.
+std::optional<std::string> bounded(std::string_view name) {
+    std::string clean;
+    std::size_t characters = 0;
+    for (std::string_view rest = text::trimmedView(name); !rest.empty();) {
+        const std::size_t control = controlSize(rest);
+        const bool startsCharacter = (static_cast<unsigned char>(rest.front()) & 0xC0U) != 0x80U;
+        if (control == 0 && startsCharacter && ++characters > longestName) break;
+        if (control == 0) clean += rest.front();
+        rest.remove_prefix(control == 0 ? 1 : control);
+    }
+    clean = text::trimmed(clean);
+    return clean.empty() ? std::nullopt : std::optional(clean);
+}
+
+std::vector<std::string> bounded(const std::vector<std::string>& names) {
+    std::vector<std::string> kept;
+    for (const std::string& name : names) {
+        if (kept.size() == mostNames) break;
+        if (auto clean = bounded(name)) kept.push_back(*std::move(clean));
+    }
+    return kept;
+}
 
 TaggingErrorType decodeType(const json::Decoder& from) {
     const std::string name = from.text();
@@ -48,8 +87,13 @@ TaggingError TaggingError::decode(const json::Decoder& from) {
 }
 
 TrackTagsData TrackTagsData::decode(const json::Decoder& from) {
-    return {from.at("id").text(),      from.at("artist").text(),   from.at("title").text(),
-            from.at("genres").texts(), from.at("regions").texts(), from.optionalText("era")};
+    const auto era = from.optionalText("era");
+    return {from.at("id").text(),
+            from.at("artist").text(),
+            from.at("title").text(),
+            bounded(from.at("genres").texts()),
+            bounded(from.at("regions").texts()),
+            era ? bounded(*era) : std::nullopt};
 }
 
 TagTracksData TagTracksData::decode(const json::Decoder& from) {

@@ -47,6 +47,10 @@ struct TaggingError {
     static TaggingError decode(const json::Decoder& from);
 };
 
+/// One track of a reply. A name of a genre, region or era is at most 200 characters long, has no control
+/// characters and no white space at its ends, and is not empty; a list has at most 50 of them. What goes
+/// beyond is cut off rather than refused: the track has been paid for, and a refusal would leave it without
+/// its tags.
 struct TrackTagsData {
     std::string id;
     std::string artist;

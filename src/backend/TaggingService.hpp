@@ -39,7 +39,7 @@ class TaggingServiceError : public Error {
     static TaggingServiceError partialFailure(std::int64_t tagged, std::int64_t failed,
                                               std::vector<TaggingError> errors);
     static TaggingServiceError networkError(const std::exception_ptr& underlying);
-    /// Milliseconds, where the server told.
+    /// Milliseconds, if the server said how long.
     static TaggingServiceError rateLimitExceeded(std::optional<std::int64_t> retryAfter);
     static TaggingServiceError authenticationRequired();
 

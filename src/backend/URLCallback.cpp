@@ -52,18 +52,20 @@ std::string tokenPreview(std::string_view token) {
 }
 
 std::string loggableCallback(std::string_view url) {
-    std::string text;
-    while (!url.empty()) {
-        const std::size_t end = std::min(url.find_first_of(":/?&#;="), url.size());
-        text += shortened(url.substr(0, end));
-        if (end < url.size()) text += url[end];
-        url.remove_prefix(std::min(end + 1, url.size()));
-    }
+    constexpr std::string_view start = "velto://auth";
+    constexpr std::string_view name = "token=";
+    const bool isCallback = url.starts_with(start) && url.find_first_of("/?#", start.size()) == start.size();
+    if (!isCallback) return shortened(url);
+    const std::string_view rest = url.substr(start.size());
+    std::string text(start);
+    const std::size_t at = rest.find(name);
+    text += shortened(rest.substr(0, at));
+    if (at != std::string_view::npos) text += std::string(name) + shortened(rest.substr(at + name.size()));
     return text;
 }
 
 std::optional<std::string> tokenFromCallback(std::string_view url) {
-    // Whoever pastes something else than the link may paste a bare token: no part is logged whole.
+    // Whoever pastes something else than the link may paste a bare token.
     const std::string scheme = shortened(http::schemeOf(url).value_or("nil"));
     const std::string host = shortened(http::hostOf(url).value_or("nil"));
     log::line("🔗 [URL CALLBACK] handleURLCallback called");

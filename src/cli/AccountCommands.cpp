@@ -1,5 +1,6 @@
 #include "cli/Commands.hpp"
 
+#include "backend/GraphQLError.hpp"
 #include "platform/text/Printable.hpp"
 #include "platform/text/Text.hpp"
 
@@ -34,6 +35,31 @@ std::string notSignedIn(const Context& context) {
                                 : "sign in first: veltoctl sign-in";
 }
 
+/// Why a stored token led to no session, and what helps.
+std::string reasonOf(const std::exception_ptr& failure) {
+    try {
+        std::rethrow_exception(failure);
+    } catch (const KeychainError& error) {
+        return describe(error) + ": unlock the keyring, or keep the token in a file with --token-file";
+    } catch (const GraphQLClientError& error) {
+        return error.kind() == GraphQLClientError::Case::unauthorized
+                   ? "the session has ended, sign in again: veltoctl sign-in"
+                   : describe(error);
+    } catch (const std::exception& error) {
+        return describe(error);
+    }
+}
+
+/// The question for the link that the sign-in page ends with; nothing but the answer if it is piped in.
+Task<std::optional<std::string>> askForLink(Context& context, std::string question,
+                                            CancellationToken notNeeded) {
+    const auto asking = [&context, question, notNeeded] {
+        return ask(context.terminal, question, notNeeded);
+    };
+    const auto link = co_await offload(context.executors, asking);
+    co_return link ? std::optional(text::trimmed(*link)) : std::nullopt;
+}
+
 } // namespace
 
 void requireSession(const Context& context) {
@@ -42,28 +68,31 @@ void requireSession(const Context& context) {
 
 Task<void> restoreSession(Context& context) {
     auto& manager = context.app.authManager();
-    const ShownError shown(manager);
     co_await manager.restoreSession();
-    if (!manager.authenticationState()->session()) context.sessionError = shown.text;
+    if (manager.restoreFailure()) context.sessionError = reasonOf(manager.restoreFailure());
 }
 
 Task<Output> signIn(Context& context) {
     const auto viewModel = context.app.viewModel();
-    auto& manager = context.app.authManager();
-    ShownError shown(manager);
+    const ShownError shown(context.app.authManager());
     std::optional<std::string> url = context.options.callbackUrl;
-    if (!url) {
-        co_await manager.signIn();
-        if (shown.text) throw CommandFailed(*shown.text);
-    }
-    if (!url || *url == "-") {
-        const std::string question =
-            url ? "" : "Paste the link that the page ends with (velto://auth?token=...):";
-        const auto asking = [&terminal = context.terminal, question] { return ask(terminal, question); };
-        url = co_await offload(context.executors, asking);
+    if (url == "-") {
+        url = co_await askForLink(context, "", {});
         if (!url) throw CommandCancelled();
     }
-    if (!co_await context.app.handleURLCallback(text::trimmed(*url)))
+    SignInEnd end = SignInEnd::finished;
+    if (url) {
+        if (!co_await context.app.handleURLCallback(text::trimmed(*url))) end = SignInEnd::notALink;
+    } else {
+        const std::string question = "Sign in there, or paste the link that the page ends with "
+                                     "(velto://auth?token=...):";
+        const auto asking = [&context, question](CancellationToken notNeeded) {
+            return askForLink(context, question, std::move(notNeeded));
+        };
+        end = co_await context.app.signIn(asking);
+    }
+    if (end == SignInEnd::cancelled) throw CommandCancelled();
+    if (end == SignInEnd::notALink)
         throw CommandFailed("this is not the link that the sign-in page ends with (velto://auth?token=...): "
                             "veltoctl sign-in");
     if (!viewModel->userSession->isSignedIn) throw CommandFailed(shown.text.value_or("the sign-in failed"));

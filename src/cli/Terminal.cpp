@@ -2,6 +2,7 @@
 
 #include "platform/text/Printable.hpp"
 
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -19,6 +20,7 @@ namespace {
 constexpr Seconds redrawPause{0.1};
 constexpr Seconds plainLinePause{2};
 constexpr Seconds longestFarewell{1};
+constexpr int inputPauseMilliseconds = 100; ///< between two looks whether an answer is still needed
 /// At most this much waits for a slow reader; lines beyond it are left out.
 constexpr std::size_t pendingLimit = std::size_t{4} << 20;
 
@@ -50,6 +52,16 @@ std::string fitted(std::string text) {
         if ((byte & 0xC0U) != 0x80U && ++columns > width) return text.substr(0, i);
     }
     return text;
+}
+
+/// Waits until there is input, or its end, to read. False if nobody needs it any more.
+bool isInputReady(const CancellationToken& notNeeded) {
+    while (!notNeeded.isCancelled()) {
+        pollfd input{STDIN_FILENO, POLLIN, 0};
+        const int ready = std::cin.rdbuf()->in_avail() > 0 ? 1 : ::poll(&input, 1, inputPauseMilliseconds);
+        if (ready > 0 || (ready < 0 && errno != EINTR)) return true;
+    }
+    return false;
 }
 
 } // namespace
@@ -183,11 +195,12 @@ void Terminal::flush() {
     state_->flush(longestFarewell);
 }
 
-std::optional<std::string> ask(Terminal& terminal, const std::string& question) {
+std::optional<std::string> ask(Terminal& terminal, const std::string& question,
+                               const CancellationToken& notNeeded) {
     terminal.flush();
     if (!question.empty()) writeAll(question + " ");
     std::string answer;
-    const bool hasAnswer = static_cast<bool>(std::getline(std::cin, answer));
+    const bool hasAnswer = isInputReady(notNeeded) && std::getline(std::cin, answer);
     // A person who types ends the line.
     if (!question.empty() && (!hasAnswer || ::isatty(STDIN_FILENO) == 0)) writeAll("\n");
     return hasAnswer ? std::optional(answer) : std::nullopt;

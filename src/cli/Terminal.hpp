@@ -2,6 +2,7 @@
 
 #include "cli/Options.hpp"
 #include "platform/concurrency/Clock.hpp"
+#include "platform/concurrency/TaskHandle.hpp"
 #include "platform/log/Log.hpp"
 #include "scanning/ScanProgress.hpp"
 
@@ -51,8 +52,9 @@ class Terminal {
     log::SinkHandle sink_;
 };
 
-/// Asks on standard error and reads a line from standard input; nothing at its end. No progress may be on
-/// show. Blocks.
-std::optional<std::string> ask(Terminal& terminal, const std::string& question);
+/// Asks on standard error and reads a line from standard input; nothing at its end, or soon after the answer
+/// is no longer needed. No progress may be on show. Blocks.
+std::optional<std::string> ask(Terminal& terminal, const std::string& question,
+                               const CancellationToken& notNeeded = {});
 
 } // namespace velto::cli

@@ -1,6 +1,7 @@
 #include "backend/DefaultAuthenticationManager.hpp"
 #include "backend/Doubles.hpp"
 #include "backend/GraphQLError.hpp"
+#include "backend/Selection.hpp"
 #include "platform/log/Log.hpp"
 #include "support/ManualClock.hpp"
 #include "support/TestRuntime.hpp"
@@ -16,8 +17,8 @@ using http::URLError;
 using Trace = std::vector<std::string>;
 
 constexpr const char* profileReply =
-    R"({"data":{"me":{"id":"u1","email":"a@b.c","name":null,"genres":["House"],"regions":null},
-        "creditBalance":42,"preferencesDefaults":{"genres":["House","Hip-Hop"],"regions":["UK"],"eras":["1990s"]}}})";
+    R"({"data":{"me":{"id":"u1","email":"a@b.c","name":"Ann","genres":["House"],"regions":["UK"]},
+        "creditBalance":42,"preferencesDefaults":{"genres":["House","Hip-Hop"],"regions":["UK","US"],"eras":["1990s"]}}})";
 
 std::string shown(const AuthenticationState& state) {
     if (const auto* session = state.session())
@@ -51,6 +52,7 @@ class AuthenticationManagerTest : public testing::Test {
 };
 
 TEST_F(AuthenticationManagerTest, ACallbackSignsInAndASignOutForgets) {
+    transport.adjust = test::asSelected;
     transport.reply(200, profileReply);
     runtime.run(manager->handleAuthCallback("token-1"));
     EXPECT_EQ(trace, (Trace{"authenticating", "a@b.c 0/42"}));
@@ -60,7 +62,9 @@ TEST_F(AuthenticationManagerTest, ACallbackSignsInAndASignOutForgets) {
     EXPECT_EQ(crashReporter.lines, (Trace{"Auth callback received with token", "Token saved to keychain",
                                           "User authenticated successfully"}));
     EXPECT_EQ(*preferences.userGenres, (Trace{"House"}));
-    EXPECT_EQ(*preferences.userRegions, Trace{});
+    EXPECT_EQ(*preferences.userRegions, (Trace{"UK"}));
+    EXPECT_EQ(*preferences.availableRegions, (Trace{"UK", "US"}));
+    EXPECT_EQ(manager->authenticationState()->session()->profile.name, "Ann");
     EXPECT_EQ(*preferences.availableGenres, (Trace{"House", "Hip-Hop"}));
     EXPECT_EQ(*preferences.availableEras, (Trace{"1990s"}));
 
@@ -175,6 +179,24 @@ TEST_F(AuthenticationManagerTest, RestoringTriesTheStoredTokenOnce) {
         log.contains("Failed to retrieve token: Unable to retrieve authentication token from Keychain"));
 }
 
+TEST_F(AuthenticationManagerTest, KeepsWhyASessionWasNotRestored) {
+    const auto reason = [this] {
+        runtime.run(manager->restoreSession());
+        return manager->restoreFailure() ? describe(manager->restoreFailure()) : "";
+    };
+    keyring.failsToRetrieve = true;
+    EXPECT_EQ(reason(), "Unable to retrieve authentication token from Keychain");
+    keyring.failsToRetrieve = false;
+    EXPECT_EQ(reason(), "") << "without a token";
+    keyring.saveToken("t");
+    transport.fail(URLError::Code::cannotConnectToHost);
+    EXPECT_EQ(reason(), "The server could not be reached.");
+    transport.reply(200, profileReply);
+    EXPECT_EQ(reason(), "");
+    transport.reply(401, "");
+    EXPECT_EQ(reason(), "Unauthorized - please sign in again");
+}
+
 TEST_F(AuthenticationManagerTest, AnExpiredTokenEndsTheSessionButKeepsTheVocabulary) {
     transport.reply(200, profileReply);
     runtime.run(manager->handleAuthCallback("t"));
@@ -243,15 +265,25 @@ TEST_F(AuthenticationManagerTest, OpensThePagesOfTheService) {
     runtime.run(manager->signIn());
     runtime.run(manager->signUp());
     EXPECT_EQ(browser.opened, (Trace{"https://velto.test/auth/desktop-login", "https://velto.test/signup"}));
+    runtime.run(manager->signInReturningTo("http://127.0.0.1:1/a?b=c"));
+    EXPECT_EQ(browser.opened.back(), "https://velto.test/auth/desktop-login?redirect="
+                                     "http%3A%2F%2F127.0.0.1%3A1%2Fa%3Fb%3Dc");
     EXPECT_EQ(trace, Trace{});
-    for (const char* address : {"", "no address", "file://host"}) {
+    const std::string open = "error: The backend's address begins with http://, so others could read the "
+                             "sign-in on its way. Use its https:// address; http:// is for a backend on this "
+                             "computer.";
+    const std::string noSignIn = "error: Invalid authentication URL", noSignUp = "error: Invalid sign up URL";
+    for (const auto& [address, signInError, signUpError] : {std::tuple("", noSignIn, noSignUp),
+                                                            {"no address", noSignIn, noSignUp},
+                                                            {"file://host", noSignIn, noSignUp},
+                                                            {"http://velto.test", open, open}}) {
         const auto lost = makeManager(address);
         runtime.run(lost->signIn());
-        EXPECT_EQ(shown(lost->authenticationState()), "error: Invalid authentication URL");
+        EXPECT_EQ(shown(lost->authenticationState()), signInError);
         runtime.run(lost->signUp());
-        EXPECT_EQ(shown(lost->authenticationState()), "error: Invalid sign up URL");
+        EXPECT_EQ(shown(lost->authenticationState()), signUpError);
     }
-    EXPECT_EQ(browser.opened.size(), 2U);
+    EXPECT_EQ(browser.opened.size(), 3U);
 }
 
 } // namespace

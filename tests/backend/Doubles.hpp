@@ -19,7 +19,7 @@
 
 namespace velto::test {
 
-/// Replies with what a test has lined up, one after another; an URLError where that was lined up.
+/// Replies with what a test has lined up, one after another; a URLError if that was lined up.
 class ScriptedTransport final : public http::Transport {
   public:
     void reply(std::optional<int> status, std::string body) {
@@ -32,16 +32,20 @@ class ScriptedTransport final : public http::Transport {
 
     Task<http::Response> send(http::Request request) override {
         requests.push_back(std::move(request));
+        const std::size_t index = requests.size() - 1;
         if (const auto meanwhile = std::exchange(beforeReply, nullptr)) co_await meanwhile();
         repliedOn = std::this_thread::get_id();
         if (script_.empty()) throw std::logic_error("a request that nobody expected");
         auto [failure, response] = std::move(script_.front());
         script_.pop_front();
         if (failure) std::rethrow_exception(failure);
+        if (adjust && !response.body.empty()) response.body = adjust(requests[index], response.body);
         co_return response;
     }
 
     std::function<Task<void>()> beforeReply; ///< what happens while the next request is under way
+    std::function<std::string(const http::Request&, const std::string& body)>
+        adjust; ///< a reply to its request
     std::vector<http::Request> requests;
     std::thread::id repliedOn; ///< where the caller goes on with the latest reply
 

@@ -103,7 +103,8 @@ TEST_F(GraphQLClientTest, TurnsEveryReplyIntoItsFailure) {
         {200, R"({"data":{"n":1e999}})", Case::decodingError, decoding, wrongType, true},
         {200, R"({"data":{}})", Case::decodingError, decoding, wrongType, true},
         {200, R"([])", Case::decodingError, decoding, wrongType, true},
-        {200, "", Case::decodingError, decoding, wrongType, true},
+        {200, "", Case::decodingError, decoding + "The data is not valid JSON from byte 1 on", wrongType,
+         true},
         {200, "{\"data\":{\"n\":\"\xff\"}}", Case::decodingError, decoding, wrongType, true},
         {200, std::string(1'000'000, '['), Case::decodingError, decoding, wrongType, true},
         {200, manyValues, Case::decodingError, decoding + "The JSON holds over 20000 values", wrongType,
@@ -141,14 +142,31 @@ TEST_F(GraphQLClientTest, SendsNothingWithoutEndpointOrToken) {
     EXPECT_EQ(kind(), Case::noToken);
     endpoint = "no endpoint";
     EXPECT_EQ(kind(), Case::invalidURL);
+    for (const char* open : {"http://velto.test/api/graphql", "HTTP://127.0.0.1.velto.test",
+                             "http://1270.0.0.1", "http://127.0.0.1@velto.test/", "http://127.1"}) {
+        endpoint = open;
+        EXPECT_EQ(kind(), Case::openToOthers) << open;
+    }
     EXPECT_EQ(tokensAsked, 1) << "the endpoint comes before the token";
     EXPECT_TRUE(transport.requests.empty());
+    storedToken = "secret";
+    for (const char* own :
+         {"http://127.0.0.1:80/", "http://LOCALHOST/a", "http://[::1]:8080/", "http://127.9.9.9"}) {
+        endpoint = own;
+        transport.reply(200, R"({"data":{"n":1}})");
+        EXPECT_EQ(ask(), 1) << own;
+    }
 }
 
 TEST_F(GraphQLClientTest, LetsFailuresOfTheTransportThrough) {
     transport.fail(http::URLError::Code::timedOut);
     EXPECT_THROW(ask(), http::URLError);
-    EXPECT_THROW(ask(std::make_shared<nlohmann::json>("\xff")), json::CodingError);
+    try {
+        ask(std::make_shared<nlohmann::json>("\xff"));
+        ADD_FAILURE();
+    } catch (const json::CodingError& error) {
+        EXPECT_EQ(error.errorDescription(), "The request holds text that is not UTF-8");
+    }
     EXPECT_TRUE(crashReporter.errors.empty());
 }
 

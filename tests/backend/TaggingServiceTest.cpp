@@ -1,5 +1,6 @@
 #include "backend/DefaultTaggingService.hpp"
 #include "backend/Doubles.hpp"
+#include "backend/Selection.hpp"
 #include "support/TestRuntime.hpp"
 
 #include <gtest/gtest.h>
@@ -34,7 +35,7 @@ class TaggingServiceTest : public testing::Test {
         return runtime.run(service.tagTracks(std::move(tracks)));
     }
 
-    /// The failure's text, "" where there is none; `kind` is set where there is one.
+    /// The failure's text, "" if there is none; `kind` is set if there is one.
     std::string failure(std::optional<Case>& kind) {
         try {
             tag();
@@ -52,7 +53,8 @@ class TaggingServiceTest : public testing::Test {
     DefaultTaggingService service{client, crashReporter};
 };
 
-TEST_F(TaggingServiceTest, SendsTheBatchAndBringsItsTagsBack) {
+TEST_F(TaggingServiceTest, SendsTheBatchAndBringsBackWhatItsDocumentSelects) {
+    transport.adjust = test::asSelected;
     reply(R"({"results":[{"id":"2","artist":"B","title":"U","genres":["Hip-Hop"],"regions":[],"era":"1990s"},
                          {"id":"1","artist":"A","title":"T","genres":[],"regions":["UK"],"era":null}],
               "errors":[{"type":"rate_limit","message":"slow","batchNumber":3}],"shouldRetry":true,"retryAfter":2500})");
@@ -61,6 +63,7 @@ TEST_F(TaggingServiceTest, SendsTheBatchAndBringsItsTagsBack) {
               Json::parse(R"({"input":{"tracks":[{"id":"1","artist":"A","title":"T","album":"L"},
                                                  {"id":"2","artist":"B","title":"U"}]}})"));
     EXPECT_EQ(result.message, "No message provided");
+    EXPECT_EQ(result.tracksTagged + result.creditsConsumed, 4);
     ASSERT_EQ(result.tags.size(), 2U);
     EXPECT_EQ(result.tags[0].id, "2");
     EXPECT_EQ(result.tags[0].era, "1990s");
@@ -71,6 +74,35 @@ TEST_F(TaggingServiceTest, SendsTheBatchAndBringsItsTagsBack) {
     EXPECT_EQ(result.errors[0].batchNumber, 3);
     EXPECT_EQ(result.shouldRetry, true);
     EXPECT_EQ(result.retryAfter, 2500);
+}
+
+TEST_F(TaggingServiceTest, BoundsTheNamesThatAReplyBrings) {
+    const auto repeated = [](const std::string& text, std::size_t times) {
+        std::string all;
+        for (std::size_t i = 0; i < times; ++i)
+            all += text;
+        return all;
+    };
+    const std::pair<std::string, std::string> names[] = {
+        {"Drum & Bass", "Drum & Bass"},
+        {" House\r\n", "House"},
+        {"Te\x1b[2Jch\x7fno\xc2\x9b\xe2\x80\xa8 ñ", "Te[2Jchno ñ"},
+        {repeated("é", 200), repeated("é", 200)},
+        {repeated("é", 199) + "\x01" + "ab", repeated("é", 199) + "a"},
+        {repeated("x", 1000), repeated("x", 200)},
+    };
+    for (const auto& [name, kept] : names) {
+        Json results = Json::array({{{"id", "1"}, {"artist", "A"}, {"title", "T"}}});
+        results[0].update(
+            {{"genres", {name, "\x02 ", ""}}, {"regions", std::vector(60, name)}, {"era", name}});
+        reply(Json{{"results", results}}.dump().c_str());
+        const TrackTags tags = tag().tags.at(0);
+        EXPECT_EQ(tags.genres, std::vector{kept});
+        EXPECT_EQ(tags.regions, std::vector(50, kept));
+        EXPECT_EQ(tags.era, kept);
+    }
+    reply(R"({"results":[{"id":"1","artist":"A","title":"T","genres":[],"regions":[],"era":" \t"}]})");
+    EXPECT_EQ(tag().tags.at(0).era, std::nullopt);
 }
 
 TEST_F(TaggingServiceTest, ReadsRepliesWithoutSuccess) {

@@ -81,6 +81,21 @@ TEST(URLCallback, NeverPrintsAWholeToken) {
         for (const std::string& line : log.lines())
             EXPECT_EQ(line.find("than-twenty"), std::string::npos) << line;
     }
+    for (const char delimiter : std::string("/+=:;?#.")) {
+        // Each part is short enough to be shown by itself.
+        std::string token = "first0123456";
+        for (const char* part : {"second", "third", "fourth"})
+            token += delimiter + std::string(part) + "012345678";
+        for (const std::string& url :
+             {token, "velto://" + token, "velto://auth/" + token, "velto://auth?token=" + token,
+              "velto://auth?" + token, "https://velto.test/?token=" + token,
+              "velto://auth?x=1&token=" + token}) {
+            const log::Capture log;
+            static_cast<void>(tokenFromCallback(url));
+            for (const std::string& line : log.lines())
+                EXPECT_EQ(line.find("fourth"), std::string::npos) << line;
+        }
+    }
     EXPECT_EQ(loggableCallback("velto://auth?a=1&token=short#f"), "velto://auth?a=1&token=short#f");
     EXPECT_EQ(tokenPreview(secret), "éecret-token-that-is...");
 }

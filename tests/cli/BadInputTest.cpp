@@ -45,8 +45,9 @@ TEST_F(Cli, WorksWithoutWhatOnlyAPartOfItNeeds) {
     EXPECT_EQ(json({"library", "list"}).size(), 1);
     const auto scan = run({"scan"});
     EXPECT_EQ(scan.status, 0) << scan.standardError;
-    const std::string notThere = "velto: The local backend did not start. Its state is in " +
-                                 (home() / "local-backend.sqlite").string() + ".\n";
+    const std::string notThere = "velto: The local backend did not start: Could not use " +
+                                 (home() / "local-backend.sqlite").string() +
+                                 " as state: file is not a database\n";
     EXPECT_EQ(scan.standardError, notThere);
     const auto session = run({"whoami"});
     EXPECT_EQ(session.status, 1);
@@ -100,11 +101,15 @@ TEST_F(Cli, SaysWhatIsWrongWithABackend) {
          tag,
          "1 of 1 track not tagged: the session has ended, sign in again: veltoctl sign-in\n"},
         {{"--fault", "drop"}, nullptr, tag, "not tagged: Network error: The network connection was lost.\n"},
+        {{"--fault", "unauthorized", "--fault-on", "all"},
+         nullptr,
+         {"library", "add", "/tmp"},
+         "velto: not signed in: the session has ended, sign in again: veltoctl sign-in\n"},
         {{"--fault", "server-error", "--fault-on", "all"},
          nullptr,
          {"whoami"},
          "velto: not signed in: Invalid response from server\n"},
-        {{}, "http://127.0.0.1:1", tag, "velto: not signed in: The server could not be reached.\n"},
+        {{}, nullptr, tag, "velto: not signed in: The server could not be reached.\n"},
         {{}, "ht!tp://%%%", {"sign-in"}, "Invalid authentication URL\n"},
         {{}, "ht!tp://%%%", {"billing"}, "Invalid billing URL\n"},
         {{}, "ht!tp://%%%", {"sign-in", "velto://auth?token=abc"}, "Invalid API endpoint URL\n"},

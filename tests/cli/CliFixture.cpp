@@ -102,7 +102,8 @@ nlohmann::json Cli::json(Arguments arguments) const {
 
 void Cli::startBackend(const Arguments& options) {
     backend_.reset();
-    backend_.emplace(folder_ / "backend.sqlite", options);
+    backend_.emplace(folder_ / "backend.sqlite", options, port_);
+    port_ = backend_->port();
     backendAddress_ = "http://127.0.0.1:" + std::to_string(backend_->port());
 }
 

@@ -85,6 +85,7 @@ class Cli : public testing::Test {
 
   private:
     static std::optional<TemporaryFolder> samples_;
+    int port_ = 0; ///< a backend that is started again is the same one to the program: it keeps its port
 };
 
 /// The genre that an independent reader finds in a file; empty for none.

@@ -12,9 +12,10 @@ namespace velto::test {
 
 using nlohmann::json;
 
-BackendProcess::BackendProcess(const std::filesystem::path& state, std::vector<std::string> options) {
-    options.insert(options.begin(), {VELTO_BACKEND_PROGRAM, "--port", "0", "--quiet", "--exit-with-stdin",
-                                     "--state", state.string()});
+BackendProcess::BackendProcess(const std::filesystem::path& state, std::vector<std::string> options,
+                               int port) {
+    options.insert(options.begin(), {VELTO_BACKEND_PROGRAM, "--port", std::to_string(port), "--quiet",
+                                     "--exit-with-stdin", "--state", state.string()});
     program_ = startPiped(options, STDOUT_FILENO);
     auto* lines = fdopen(program_.output.release(), "r");
     std::array<char, 200> line{};
@@ -26,7 +27,7 @@ BackendProcess::BackendProcess(const std::filesystem::path& state, std::vector<s
 
 BackendProcess::~BackendProcess() {
     closeStdin();
-    // Under a sanitizer the status also tells of what it found in the backend.
+    // Under a sanitizer the status also says what it found in the backend.
     const int status = program_.process > 0 ? wait() : 0;
     EXPECT_EQ(status, 0);
 }

@@ -15,18 +15,20 @@ namespace velto::test {
 struct Answer {
     int status = 0; ///< 0: no whole answer came.
     std::string text;
-    nlohmann::json json; ///< Discarded where the text is no JSON.
+    nlohmann::json json; ///< Discarded if the text is not JSON.
 
     [[nodiscard]] const nlohmann::json& data() const { return json.at("data"); }
 
     [[nodiscard]] std::string error() const { return json.at("errors").at(0).at("message"); }
 };
 
-/// The built local backend as a child process on a free port. It ends with its standard input.
+/// The built local backend as a child process. It ends with its standard input.
 class BackendProcess {
   public:
-    BackendProcess(const std::filesystem::path& state, std::vector<std::string> options = {});
-    /// Closes its standard input and waits for it; the test fails where it does not end well.
+    /// Port 0 is a free one.
+    explicit BackendProcess(const std::filesystem::path& state, std::vector<std::string> options = {},
+                            int port = 0);
+    /// Closes its standard input and waits for it; the test fails if it does not end well.
     ~BackendProcess();
     BackendProcess(const BackendProcess&) = delete;
     BackendProcess& operator=(const BackendProcess&) = delete;

@@ -328,5 +328,41 @@ TEST_F(LocalBackend, HasPagesForABrowser) {
     EXPECT_THAT(me["name"].get<std::string>(), testing::StartsWith("N\xEF\xBF\xBDxxx"));
 }
 
+TEST_F(LocalBackend, LeadsASignInBackToThisComputerOnly) {
+    auto& backend = start();
+    auto client = backend.client();
+    const auto sign = [&](const std::string& target) {
+        return client.Post("/auth/desktop-login", httplib::Params{{"email", "a@b.c"}, {"redirect", target}});
+    };
+    const std::string own = "http://127.0.0.1:4000/callback?state=1&x=2";
+    EXPECT_THAT(client.Get("/auth/desktop-login", {{"redirect", own}}, httplib::Headers())->body,
+                HasSubstr("name=\"redirect\" value=\"http://127.0.0.1:4000/callback?state=1&amp;x=2\""));
+    const auto page = sign(own);
+    EXPECT_EQ(page->status, 200);
+    EXPECT_THAT(page->body,
+                HasSubstr("content=\"0;url=http://127.0.0.1:4000/callback?state=1&amp;x=2&amp;token="));
+    EXPECT_THAT(page->body, HasSubstr("velto://auth?token="));
+    EXPECT_THAT(sign("http://localhost:1/")->body, HasSubstr("url=http://localhost:1/?token="));
+    for (const char* other :
+         {"https://127.0.0.1:1/", "http://evil.example:80/", "http://127.0.0.1.evil.example:1/",
+          "http://127.0.0.1:1@evil.example:1/", "http://127.0.0.1/", "http://127.0.0.1:1", "//evil.example/",
+          "/dashboard/../x", "http://127.0.0.1:1/\"><script>",
+          "http://127.0.0.1:1/;url=http://evil.example/"}) {
+        EXPECT_EQ(sign(other)->status, 400) << other;
+        EXPECT_EQ(client.Get("/auth/desktop-login", {{"redirect", other}}, httplib::Headers())->status, 400)
+            << other;
+    }
+
+    // The page of credits, for a browser that has no session yet.
+    const auto refused = client.Get("/dashboard/billing");
+    EXPECT_THAT(refused->body, HasSubstr("href=\"/auth/desktop-login?redirect=/dashboard/billing\""));
+    const auto led = sign("/dashboard/billing");
+    EXPECT_EQ(led->status, 303);
+    EXPECT_EQ(led->get_header_value("Location"), "/dashboard/billing");
+    const auto cookie = led->get_header_value("Set-Cookie");
+    EXPECT_THAT(client.Get("/dashboard/billing", {{"Cookie", cookie.substr(0, cookie.find(';'))}})->body,
+                HasSubstr(">1000</strong>"));
+}
+
 } // namespace
 } // namespace velto::test

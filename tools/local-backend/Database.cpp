@@ -48,9 +48,10 @@ Database::Database(const std::filesystem::path& path) {
         // A killed process loses nothing with NORMAL; a power cut may lose the last requests.
         execute("PRAGMA synchronous = NORMAL");
         execute("PRAGMA foreign_keys = ON");
-    } catch (const DatabaseError& error) {
+    } catch (const DatabaseError&) {
+        const std::string reason = sqlite3_errmsg(handle_);
         sqlite3_close(handle_);
-        throw DatabaseError(fmt::format("Could not use {} as state: {}", path.string(), error.what()));
+        throw DatabaseError(fmt::format("Could not use {} as state: {}", path.string(), reason));
     }
 }
 

@@ -25,10 +25,10 @@ struct TypeReference {
 using Literal = nlohmann::json;
 
 struct SelectedField {
-    std::string alias; ///< Key in the reply: the name where no alias was written.
+    std::string alias; ///< Key in the reply: the name if no alias was written.
     std::string name;
     std::vector<std::pair<std::string, Literal>> arguments;
-    std::vector<SelectedField> selection; ///< Empty where none was written.
+    std::vector<SelectedField> selection; ///< Empty if none was written.
 };
 
 struct VariableDefinition {

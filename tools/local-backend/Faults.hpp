@@ -33,9 +33,9 @@ enum class FaultKind {
 
 struct Fault {
     FaultKind kind = FaultKind::serverError;
-    /// The number behind the colon (ms, MB, a status) or the kind's usual one.
+    /// The number after the colon (ms, MB, a status) or the kind's usual one.
     std::int64_t number = 0;
-    /// The text behind the colon of graphql-error.
+    /// The text after the colon of graphql-error.
     std::string text;
     /// Requests left that it hits; nothing: all.
     std::optional<std::int64_t> left;

@@ -154,7 +154,7 @@ const std::map<std::string, Mutation>& mutations() {
     return all;
 }
 
-/// What a fault of tagging says where it hits another operation.
+/// What a fault of tagging says if it hits another operation.
 void failByFault(const std::string& field, const std::optional<Fault>& fault) {
     if (!fault || field == "tagTracks") return;
     if (fault->kind == FaultKind::rateLimit) throw GraphQLError("Rate limit exceeded");

@@ -19,15 +19,15 @@ constexpr std::string_view style =
     "1rem}fieldset{columns:2;margin:1rem 0}"
     ".problem{color:#a00000;font-weight:bold}code{overflow-wrap:anywhere}footer{margin-top:3rem;color:#555}";
 
-std::string page(std::string_view title, std::string_view content) {
+std::string page(std::string_view title, std::string_view content, std::string_view head = {}) {
     return fmt::format("<!DOCTYPE html>\n<html lang=\"en\"><head><meta charset=\"utf-8\">"
                        "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">"
                        "<title>{0} - Velto local "
-                       "backend</title><style>{1}</style></head>\n<body><main><h1>{0}</h1>\n{2}</main>\n"
+                       "backend</title><style>{1}</style>{3}</head>\n<body><main><h1>{0}</h1>\n{2}</main>\n"
                        "<footer><p>This is Velto's local backend on this computer. Its tags come from fixed "
                        "rules, not from AI. "
                        "Accounts and credits here are worth nothing elsewhere.</p></footer></body></html>\n",
-                       escapeHtml(title), style, content);
+                       escapeHtml(title), style, content, head);
 }
 
 std::string paragraph(std::string_view text, std::string_view attributes) {
@@ -77,31 +77,45 @@ std::string callbackUrl(const std::string& token) {
     return "velto://auth?token=" + token;
 }
 
-std::string signInPage(std::string_view action, std::string_view email, std::string_view problem) {
+std::string signInPage(std::string_view action, std::string_view email, std::string_view target,
+                       std::string_view problem) {
     return page(
         action == "/signup" ? "Sign up" : "Sign in",
         fmt::format(
             "{}<p>No password: an account is just an e-mail address on this computer.</p>\n"
-            "<form method=\"post\" action=\"{}\">\n"
+            "<form method=\"post\" action=\"{}\">\n{}"
             "<label>E-mail address <input type=\"email\" name=\"email\" required autocomplete=\"email\" "
             "maxlength=\"254\" value=\"{}\"></label>\n"
             "<label>Name (optional) <input type=\"text\" name=\"name\" autocomplete=\"name\" "
             "maxlength=\"200\"></label>\n<p><button type=\"submit\">Continue</button></p></form>\n",
-            paragraph(problem, "class=\"problem\" role=\"alert\""), action, escapeHtml(email)));
+            paragraph(problem, "class=\"problem\" role=\"alert\""), action,
+            target.empty()
+                ? ""
+                : fmt::format("<input type=\"hidden\" name=\"redirect\" value=\"{}\">\n", escapeHtml(target)),
+            escapeHtml(email)));
 }
 
-std::string signedInPage(std::string_view email, const std::string& token) {
+std::string signedInPage(std::string_view email, const std::string& token,
+                         const std::optional<std::string>& returnAddress) {
     const auto url = escapeHtml(callbackUrl(token));
+    // Not by a redirect of the form's reply, which browsers refuse by the policy for forms.
+    const auto head =
+        returnAddress
+            ? fmt::format("<meta http-equiv=\"refresh\" content=\"0;url={}{}token={}\">",
+                          escapeHtml(*returnAddress),
+                          returnAddress->find('?') == std::string::npos ? "?" : "&amp;", escapeHtml(token))
+            : std::string();
     return page(
         "Signed in",
         fmt::format(
             "<p>You are signed in as {0}.</p>\n<p><a id=\"callback\" href=\"{1}\">Open Velto</a></p>\n"
             "<p>If nothing opens, copy this address and give it to <code>veltoctl sign-in</code>. "
-            "Keep it to yourself: who has it is signed in as you.</p>\n"
+            "Keep it to yourself: whoever has it is signed in as you.</p>\n"
             "<p><code>{1}</code></p>\n"
             "<p><a href=\"/dashboard/billing\">Credits</a>, <a href=\"/dashboard/settings\">your genres "
             "and regions</a></p>\n",
-            escapeHtml(email), url));
+            escapeHtml(email), url),
+        head);
 }
 
 std::string billingPage(const Account& account, std::string_view notice) {

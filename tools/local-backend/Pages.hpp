@@ -2,6 +2,7 @@
 
 #include "State.hpp"
 
+#include <optional>
 #include <string>
 
 namespace velto::local {
@@ -13,10 +14,13 @@ namespace velto::local {
 [[nodiscard]] std::string callbackUrl(const std::string& token);
 
 /// The pages, whole HTML documents. Every text that comes from outside is escaped.
-/// `action` is the form's path, "/auth/desktop-login" or "/signup"; `problem` an error to show, or empty.
-[[nodiscard]] std::string signInPage(std::string_view action, std::string_view email,
+/// `action` is the form's path, "/auth/desktop-login" or "/signup"; `target` where the sign-in leads,
+/// `problem` an error to show; either may be empty.
+[[nodiscard]] std::string signInPage(std::string_view action, std::string_view email, std::string_view target,
                                      std::string_view problem);
-[[nodiscard]] std::string signedInPage(std::string_view email, const std::string& token);
+/// With a `returnAddress`, the browser takes the token there at once.
+[[nodiscard]] std::string signedInPage(std::string_view email, const std::string& token,
+                                       const std::optional<std::string>& returnAddress);
 [[nodiscard]] std::string billingPage(const Account& account, std::string_view notice);
 [[nodiscard]] std::string settingsPage(const Account& account, std::string_view notice);
 /// A page with a heading and one paragraph, e.g. for errors and for a visitor without a session.

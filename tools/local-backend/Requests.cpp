@@ -15,6 +15,7 @@ namespace {
 constexpr int maximumJsonDepth = 32;
 constexpr std::size_t maximumJsonValues = 1'000'000;
 constexpr std::size_t maximumNameBytes = 200;
+constexpr std::size_t longestTarget = 500;
 
 bool isLoopbackAuthority(std::string_view authority) {
     for (const std::string_view host : {"127.0.0.1", "localhost", "[::1]"}) {
@@ -61,6 +62,21 @@ bool comesFromHere(const httplib::Request& request) {
     return origin.starts_with(scheme) && isLoopbackAuthority(std::string_view(origin).substr(scheme.size()));
 }
 
+std::optional<std::string> signInTarget(std::string_view text) {
+    if (text == billingPath || text == settingsPath) return std::string(text);
+    constexpr std::string_view scheme = "http://";
+    constexpr std::string_view plain =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_./?=&";
+    if (!text.starts_with(scheme) || text.size() > longestTarget) return std::nullopt;
+    const auto rest = text.substr(scheme.size());
+    const auto slash = std::min(rest.find('/'), rest.size());
+    const bool isWhole = rest.find(':') < slash && slash < rest.size();
+    if (!isWhole || !isLoopbackAuthority(rest.substr(0, slash)) ||
+        rest.find_first_not_of(plain, slash) != std::string_view::npos)
+        return std::nullopt;
+    return std::string(text);
+}
+
 FormFields parseForm(std::string_view body) {
     FormFields fields;
     while (!body.empty()) {
@@ -91,7 +107,7 @@ std::optional<std::string> cleanName(std::string_view text) {
     std::string name;
     for (const char c : text.substr(0, maximumNameBytes))
         if (static_cast<unsigned char>(c) >= ' ' && c != 0x7f) name += c;
-    // Writing as JSON puts the replacement character for what is no UTF-8, also for a character cut at the
+    // Writing as JSON puts the replacement character for what is not UTF-8, also for a character cut at the
     // end.
     const auto valid = nlohmann::json(name).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
     name = nlohmann::json::parse(valid).get<std::string>();

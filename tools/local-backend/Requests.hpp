@@ -11,9 +11,16 @@
 
 namespace velto::local {
 
+inline constexpr const char* billingPath = "/dashboard/billing";
+inline constexpr const char* settingsPath = "/dashboard/settings";
+
 /// Whether the request may come from this machine's own programs and pages. A Host that is not loopback is a
 /// foreign name pointed at this address (DNS rebinding); a foreign Origin is another site's page.
 [[nodiscard]] bool comesFromHere(const httplib::Request& request);
+
+/// Where a sign-in may lead: an address "http://HOST:PORT/PATH" of a program on this computer that waits for
+/// the token, or a page of this backend's dashboard. Nothing for any other text: the token would go astray.
+[[nodiscard]] std::optional<std::string> signInTarget(std::string_view text);
 
 using FormFields = std::vector<std::pair<std::string, std::string>>;
 
@@ -22,7 +29,7 @@ using FormFields = std::vector<std::pair<std::string, std::string>>;
 [[nodiscard]] std::string firstField(const FormFields& fields, std::string_view name);
 [[nodiscard]] std::vector<std::string> allFields(const FormFields& fields, std::string_view name);
 
-/// A person's name as it is kept: valid UTF-8 without control characters, at most 200 bytes; nothing where
+/// A person's name as it is kept: valid UTF-8 without control characters, at most 200 bytes; nothing if
 /// empty.
 [[nodiscard]] std::optional<std::string> cleanName(std::string_view text);
 

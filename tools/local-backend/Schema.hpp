@@ -27,7 +27,7 @@ class Schema {
     static constexpr std::size_t roomForVariables = 128U << 20U;
 
     /// The arguments of a root field with the variables put in, as the input types want them. What the
-    /// variables take is taken off `room`; where that is too little, it fails with GraphQLError.
+    /// variables take is taken off `room`; if that is too little, it fails with GraphQLError.
     [[nodiscard]] nlohmann::json arguments(const SelectedField& field, const std::string& type,
                                            const nlohmann::json& variables, std::size_t& room) const;
 

@@ -18,7 +18,7 @@ constexpr std::size_t threads = 16;
 constexpr int ioTimeoutSeconds = 20;
 constexpr const char* jsonType = "application/json";
 
-/// Serialises with a replacement for what is no UTF-8, which would otherwise throw.
+/// Serialises with a replacement for what is not UTF-8, which would otherwise throw.
 std::string dump(const json& value) {
     return value.dump(-1, ' ', false, json::error_handler_t::replace);
 }
@@ -141,7 +141,7 @@ void Server::answerCall(const Account& account, const json& request, Response& r
     if (active.delayMilliseconds > 0) wait(active.delayMilliseconds);
     if (active.fault && applyTransportFault(*active.fault, response)) return;
 
-    // The work is done before the reply goes wrong, as it would be behind a broken line.
+    // The work is done before the reply goes wrong, as it would be beyond a broken line.
     const json data{{"data", runCall(call, state_, account, active.fault)}};
     const auto kind = active.fault ? std::optional(active.fault->kind) : std::nullopt;
     const auto text = dump(data);

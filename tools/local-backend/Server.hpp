@@ -30,7 +30,7 @@ class Server {
 
     /// The port that it now holds. Fails with Error.
     int bind();
-    /// Serves until stop(); every request under way is answered first. False where it ended by itself,
+    /// Serves until stop(); every request under way is answered first. False if it ended by itself,
     /// because the socket failed.
     bool run();
     /// From any thread, also before run(): then run() returns at once.

@@ -16,6 +16,7 @@ constexpr std::size_t formBodyLimit = 64U << 10U;
 constexpr std::int64_t creditsABuy = 500;
 constexpr const char* html = "text/html; charset=utf-8";
 constexpr const char* sessionCookie = "velto_session";
+constexpr const char* noTarget = "A sign-in leads only to programs on this computer.";
 
 void show(httplib::Response& response, const std::string& page, int status = 200) {
     response.status = status;
@@ -44,10 +45,10 @@ void Server::route() {
         get(path, &Server::signInForm);
         post(path, &Server::signIn, formBodyLimit);
     }
-    get("/dashboard/billing", &Server::billing);
-    post("/dashboard/billing", &Server::buyCredits, formBodyLimit);
-    get("/dashboard/settings", &Server::settings);
-    post("/dashboard/settings", &Server::saveSettings, formBodyLimit);
+    get(billingPath, &Server::billing);
+    post(billingPath, &Server::buyCredits, formBodyLimit);
+    get(settingsPath, &Server::settings);
+    post(settingsPath, &Server::saveSettings, formBodyLimit);
     if (options_.control) post("/control/faults", &Server::changeFaults, formBodyLimit);
     refuseOtherMethods();
 }
@@ -84,8 +85,10 @@ void Server::refuseOtherMethods() {
 
 void Server::signInForm(const Request& request, const std::string&, Response& response) {
     const auto email = request.get_param_value("email");
+    const auto target = request.get_param_value("redirect");
+    if (!target.empty() && !signInTarget(target)) return show(response, plainPage("Refused", noTarget), 400);
     if (request.get_param_value("format") != "text")
-        return show(response, signInPage(request.path, email, {}));
+        return show(response, signInPage(request.path, email, target, {}));
     const auto address = normalizedEmail(email);
     response.status = address ? 200 : 400;
     response.set_content(
@@ -97,13 +100,18 @@ void Server::signInForm(const Request& request, const std::string&, Response& re
 void Server::signIn(const Request& request, const std::string& body, Response& response) {
     const auto fields = parseForm(body);
     const auto email = normalizedEmail(firstField(fields, "email"));
+    const auto field = firstField(fields, "redirect");
+    const auto target = signInTarget(field);
+    if (!field.empty() && !target) return show(response, plainPage("Refused", noTarget), 400);
     if (!email)
-        return show(
-            response,
-            signInPage(request.path, firstField(fields, "email"), "Please enter a valid email address"), 400);
+        return show(response,
+                    signInPage(request.path, firstField(fields, "email"), field,
+                               "Please enter a valid email address"),
+                    400);
     const auto token = state_.signIn(*email, cleanName(firstField(fields, "name")));
     keepSession(response, token);
-    show(response, signedInPage(*email, token));
+    if (target && target->starts_with('/')) return response.set_redirect(*target, 303);
+    show(response, signedInPage(*email, token, target));
 }
 
 std::optional<Account> Server::session(const Request& request, Response& response) {
@@ -117,7 +125,9 @@ std::optional<Account> Server::session(const Request& request, Response& respons
         return account;
     }
     show(response,
-         plainPage("Please sign in", "This page needs a session.", "/auth/desktop-login", "Sign in"), 401);
+         plainPage("Please sign in", "This page needs a session.",
+                   fmt::format("/auth/desktop-login?redirect={}", request.path), "Sign in"),
+         401);
     return std::nullopt;
 }
 

@@ -66,20 +66,20 @@ class State {
     void setPreferences(std::int64_t account, const std::vector<std::string>& genres,
                         const std::vector<std::string>& regions);
     void addCredits(std::int64_t account, std::int64_t credits);
-    /// Takes the credits for `tracks` tracks, one each, or nothing where there are too few.
+    /// Takes the credits for `tracks` tracks, one each, or nothing if there are too few.
     Charge charge(std::int64_t account, std::int64_t tracks);
 
     LibraryRecord syncLibrary(std::int64_t account, const std::string& name);
-    /// Inserts or updates by signature; the number stored, nothing where there is no such library.
+    /// Inserts or updates by signature; the number stored, nothing if there is no such library.
     std::optional<std::int64_t> syncTracks(std::int64_t account, const std::string& library,
                                            const std::vector<TrackRecord>& tracks);
     std::optional<std::int64_t> removeTracks(std::int64_t account, const std::string& library,
                                              const std::vector<std::string>& signatures);
-    /// Number of tracks deleted with the library; nothing where there is no such library.
+    /// Number of tracks deleted with the library; nothing if there is no such library.
     std::optional<std::int64_t> deleteLibrary(std::int64_t account, const std::string& library);
 
     /// The pending invitation of the address: a new one, or the one that this account sent before. Nothing
-    /// where the address has an account already.
+    /// if the address has an account already.
     std::optional<InviteRecord> invite(std::int64_t account, const std::string& email);
 
   private:
@@ -91,7 +91,7 @@ class State {
     std::int64_t startCredits_;
 };
 
-/// An address as accounts are keyed by it: trimmed, ASCII lower case; nothing where it cannot be one.
+/// An address as accounts are keyed by it: trimmed, ASCII lower case; nothing if it cannot be one.
 [[nodiscard]] std::optional<std::string> normalizedEmail(std::string_view text);
 
 } // namespace velto::local

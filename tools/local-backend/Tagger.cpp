@@ -35,7 +35,7 @@ std::uint64_t stableHash(std::string_view text) {
     return hash ^ hash >> 33;
 }
 
-/// Whether the words stand in the text with no word going on before or behind them.
+/// Whether the words stand in the text with no word going on before or after them.
 bool containsWords(std::string_view text, std::string_view words) {
     for (auto at = text.find(words); at != std::string_view::npos; at = text.find(words, at + 1)) {
         const auto end = at + words.size();

@@ -27,11 +27,15 @@ struct Options {
     bool exitWithStdin = false;
 };
 
+/// The file that veltoctl gives to the backend that it starts: accounts and credits are the same in both.
 std::filesystem::path defaultState() {
-    const char* state = std::getenv("XDG_STATE_HOME");
-    if (state && state[0] == '/') return std::filesystem::path(state) / "velto" / "backend.sqlite";
+    constexpr const char* name = "local-backend.sqlite";
+    const char* veltoHome = std::getenv("VELTO_HOME");
+    if (veltoHome && veltoHome[0] != '\0') return std::filesystem::path(veltoHome) / name;
+    const char* data = std::getenv("XDG_DATA_HOME");
+    if (data && data[0] == '/') return std::filesystem::path(data) / "velto" / name;
     const char* home = std::getenv("HOME");
-    return std::filesystem::path(home ? home : ".") / ".local" / "state" / "velto" / "backend.sqlite";
+    return std::filesystem::path(home && home[0] == '/' ? home : "/") / ".local" / "share" / "velto" / name;
 }
 
 void describeOptions(CLI::App& app, Options& options) {
@@ -66,7 +70,7 @@ int takeEndSignals() {
     return descriptor;
 }
 
-/// Returns when a signal came or, where wanted, standard input has ended (its other end closed or was
+/// Returns when a signal came or, if wanted, standard input has ended (its other end closed or was
 /// killed).
 void waitForTheEnd(int signals, bool watchStdin) {
     for (;;) {
@@ -81,7 +85,7 @@ void waitForTheEnd(int signals, bool watchStdin) {
     }
 }
 
-/// False where the server ended before it was told to.
+/// False if the server ended before it was told to.
 bool serve(const Options& options) {
     std::vector<local::Fault> parsed;
     for (const auto& text : options.faults)

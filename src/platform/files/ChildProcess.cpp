@@ -186,11 +186,12 @@ ChildProcess::~ChildProcess() {
     terminate();
 }
 
-ChildProcess ChildProcess::start(const std::vector<std::string>& arguments) {
+ChildProcess ChildProcess::start(const std::vector<std::string>& arguments, int standardError) {
     Pipe input = makePipe(arguments.front());
     Pipe output = makePipe(arguments.front());
-    const pid_t child =
-        spawnProgram(arguments, {.input = input.readEnd.get(), .output = output.writeEnd.get()}, true);
+    const pid_t child = spawnProgram(
+        arguments, {.input = input.readEnd.get(), .output = output.writeEnd.get(), .error = standardError},
+        true);
     return {child, std::move(input.writeEnd), std::move(output.readEnd)};
 }
 

@@ -34,11 +34,12 @@ void startDetached(std::vector<std::string> arguments);
 
 /// A helper program that lives as long as this object. Its standard input is a pipe that stays open, so that
 /// a child that watches it ends also when this process is killed. It has a process group of its own: an
-/// interrupt typed at the terminal does not reach it. Standard error goes to /dev/null. Move-only.
+/// interrupt typed at the terminal does not reach it. Move-only.
 class ChildProcess {
   public:
-    /// Throws SystemError where the program cannot be started.
-    static ChildProcess start(const std::vector<std::string>& arguments);
+    /// Standard error goes to the descriptor, which the child gets a copy of; -1 is /dev/null. Throws
+    /// SystemError if the program cannot be started.
+    static ChildProcess start(const std::vector<std::string>& arguments, int standardError = -1);
 
     ChildProcess(ChildProcess&& other) noexcept;
     ChildProcess& operator=(ChildProcess&& other) noexcept;

@@ -1,0 +1,123 @@
+#include "app/LocalBackendTransport.hpp"
+#include "platform/http/URLError.hpp"
+#include "platform/log/Log.hpp"
+#include "support/TemporaryFolder.hpp"
+#include "support/TestRuntime.hpp"
+
+#include <gmock/gmock.h>
+
+#include <csignal>
+#include <fstream>
+#include <sys/wait.h>
+
+namespace velto::test {
+namespace {
+
+using testing::HasSubstr;
+
+/// The program's own backend, whose process the test kills.
+class LocalBackendTest : public testing::Test {
+  protected:
+    [[nodiscard]] static std::vector<pid_t> children() {
+        std::vector<pid_t> found;
+        for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+            std::ifstream list(task.path() / "children");
+            for (pid_t child = 0; list >> child;)
+                found.push_back(child);
+        }
+        return found;
+    }
+
+    static void killBackend() {
+        for (const pid_t child : children()) {
+            ::kill(child, SIGKILL);
+            siginfo_t end{};
+            ::waitid(P_PID, static_cast<id_t>(child), &end, WEXITED | WNOWAIT);
+        }
+    }
+
+    int ask() {
+        http::Request request;
+        request.url = backend.address() + "/signup";
+        return runtime.run(transport.send(std::move(request))).status.value_or(0);
+    }
+
+    std::string failure() {
+        try {
+            ask();
+        } catch (const LocalBackendError& error) {
+            return error.errorDescription();
+        }
+        return "";
+    }
+
+    TemporaryFolder folder;
+    TestRuntime runtime;
+    log::Capture log;
+    http::HttpClient wire;
+    LocalBackend backend{folder / "state.sqlite"};
+    LocalBackendTransport transport{wire, backend, runtime.executors()};
+};
+
+/// Kills the backend under the request, and lets it fail as it then does.
+class KillingTransport final : public http::Transport {
+  public:
+    explicit KillingTransport(std::function<void()> kill)
+        : kill_(std::move(kill)) {}
+
+    Task<http::Response> send(http::Request) override {
+        kill_();
+        throw http::URLError(http::URLError::Code::networkConnectionLost);
+        co_return http::Response{};
+    }
+
+  private:
+    std::function<void()> kill_;
+};
+
+TEST_F(LocalBackendTest, IsStartedAgainWhereItWasUntilItDiesTooOften) {
+    const std::string address = backend.address();
+    KillingTransport killing(killBackend);
+    LocalBackendTransport dying(killing, backend, runtime.executors());
+    const auto failsAsItDies = [&] {
+        try {
+            runtime.run(dying.send({}));
+        } catch (const LocalBackendError& error) {
+            return error.errorDescription();
+        }
+        return std::string();
+    };
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_THAT(failsAsItDies(),
+                    testing::AllOf(HasSubstr("The local backend, which this program had started, "
+                                             "ended unexpectedly"),
+                                   HasSubstr("It was started again.")));
+        EXPECT_EQ(ask(), 200) << "the next request finds it";
+        EXPECT_EQ(backend.address(), address);
+    }
+    EXPECT_THAT(failsAsItDies(), HasSubstr("is not started any more"));
+    EXPECT_THAT(failure(), HasSubstr("is not started any more: it ended again and again"));
+    EXPECT_TRUE(children().empty());
+}
+
+TEST_F(LocalBackendTest, LeavesOtherFailuresAsTheyAre) {
+    KillingTransport failing([] {});
+    LocalBackendTransport other(failing, backend, runtime.executors());
+    EXPECT_THROW(runtime.run(other.send({})), http::URLError);
+    EXPECT_EQ(ask(), 200);
+}
+
+TEST_F(LocalBackendTest, SaysInTheBackendsWordsWhyItDoesNotStart) {
+    const auto broken = folder.write("broken.sqlite", std::string(5000, 'g'));
+    try {
+        const LocalBackend none(broken);
+        ADD_FAILURE();
+    } catch (const LocalBackendError& error) {
+        EXPECT_EQ(error.errorDescription(), "The local backend did not start: Could not use " +
+                                                broken.string() + " as state: file is not a database");
+    }
+    EXPECT_TRUE(log.contains("velto-backend: Could not use " + broken.string()));
+}
+
+} // namespace
+} // namespace velto::test
