@@ -214,7 +214,8 @@ Task<void> MainScreenViewModel::signOut() {
 Task<void> MainScreenViewModel::stopEverything() {
     const auto self = shared_from_this();
     tagging_->stop();
-    co_await scanning_->stopAll();
+    sync_->stop();
+    const ScanningFlow::Hold unscanned = co_await scanning_->holdAll();
     co_await tagging_->finished();
     co_await background_.finished();
 }

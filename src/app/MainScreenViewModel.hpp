@@ -115,9 +115,10 @@ class MainScreenViewModel final : public MainScreenState,
     Task<void> refreshCredits();
     Task<void> signOut();
 
-    /// Asks everything that runs to stop, and waits until it has, with what it saves.
+    /// For the end of the program: asks everything that runs to stop, and waits until it has, with what it
+    /// saves. Adds and deletions under way go to their end, so that they leave nothing half done.
     Task<void> stopEverything();
-    /// Waits until nothing that was started in the background is under way.
+    /// Waits until nothing that was started in the background is under way, and no add and no deletion.
     Task<void> backgroundWorkFinished();
 
   private:

@@ -7,19 +7,42 @@
 
 namespace velto {
 
-/// Tasks that nobody waits for, counted, so that a face that ends can wait for them after all. Main actor.
-/// The tasks handle their own failures and may outlive this object.
+/// What is not to be cut off by the end of the program: tasks that nobody waits for, and operations that
+/// leave nothing half done. Counted, so that a face that ends can wait for them. Main actor. The tasks handle
+/// their own failures; all of it may outlive this object.
 class BackgroundTasks {
+    struct State;
+
   public:
+    /// Counts as under way until it goes.
+    class [[nodiscard]] Pass {
+      public:
+        explicit Pass(std::shared_ptr<State> state)
+            : state_(std::move(state)) {
+            ++state_->running;
+        }
+
+        Pass(Pass&& other) noexcept = default;
+        Pass& operator=(Pass&& other) = delete;
+
+        ~Pass() {
+            if (state_ && --state_->running == 0) state_->done.set();
+        }
+
+      private:
+        std::shared_ptr<State> state_;
+    };
+
     explicit BackgroundTasks(Executor main)
         : main_(std::move(main))
         , state_(std::make_shared<State>(main_)) {}
 
-    void start(Task<void> task) {
+    Pass enter() {
         if (state_->running == 0) state_ = std::make_shared<State>(main_);
-        ++state_->running;
-        spawn(main_, counted(state_, std::move(task)));
+        return Pass(state_);
     }
+
+    void start(Task<void> task) { spawn(main_, counted(enter(), std::move(task))); }
 
     Task<void> finished() const {
         const auto state = state_;
@@ -35,9 +58,9 @@ class BackgroundTasks {
         Event done;
     };
 
-    static Task<void> counted(std::shared_ptr<State> state, Task<void> task) {
+    static Task<void> counted(Pass awaited, Task<void> task) {
+        const Pass held = std::move(awaited);
         co_await std::move(task);
-        if (--state->running == 0) state->done.set();
     }
 
     Executor main_;

@@ -18,7 +18,8 @@ class CrashReporter;
 ///
 /// The rules of every flow: main actor only; an operation takes what it works on as a value, never from a
 /// field that others may have assigned while it waited; it asks after each wait if an object that it works
-/// on is deleted; it returns its outcome, and shows a failure in `state.errorMessage` besides.
+/// on is deleted; it returns its outcome, and shows a failure in `state.errorMessage` besides. An operation
+/// that would leave something half done if the program ended enters `background` first.
 struct FlowContext {
     Executors executors;
     Clock& clock;

@@ -12,8 +12,6 @@
 #include "platform/text/Text.hpp"
 #include "store/LibraryRepository.hpp"
 
-#include <algorithm>
-
 namespace velto {
 
 namespace {
@@ -47,7 +45,23 @@ GrantedFolder granted(const std::filesystem::path& folder) {
     return {real, FolderGrants::makeGrant(real)};
 }
 
+/// The same path for a folder that may be away just now; empty if there is none.
+std::filesystem::path realPath(const std::filesystem::path& folder) {
+    std::error_code error;
+    const auto real = std::filesystem::weakly_canonical(std::filesystem::absolute(folder, error), error);
+    if (error) return {};
+    return real.has_filename() ? real : real.parent_path();
+}
+
 } // namespace
+
+struct LibrariesFlow::NewLibrary {
+    std::string name;
+    std::string rootPath;
+    std::optional<std::string> includeGlob;
+    std::optional<std::string> excludeGlob;
+    std::uint64_t clearings; ///< at the time of the wish
+};
 
 LibrariesFlow::LibrariesFlow(const FlowContext& context, LibraryRepository& libraryRepository,
                              FolderAccess& folderAccess, LoadingFlow& loading, ScanningFlow& scanning,
@@ -64,25 +78,27 @@ LibrariesFlow::LibrariesFlow(const FlowContext& context, LibraryRepository& libr
 Task<LibraryRef> LibrariesFlow::add(std::string name, std::filesystem::path folder,
                                     std::optional<std::string> includeGlob,
                                     std::optional<std::string> excludeGlob) {
+    const BackgroundTasks::Pass awaited = context_.background.enter();
     state_.errorMessage = std::nullopt;
     if (!state_.userSession->isSignedIn) {
         state_.errorMessage = "Please sign in to add a library";
         co_return LibraryRef();
     }
-    GrantedFolder chosen;
+    NewLibrary wanted{name, {}, std::move(includeGlob), std::move(excludeGlob), clearings_};
+    FolderGrants::Grant grant;
     try {
         const auto granting = [folder] { return granted(folder); };
-        chosen = co_await offload(context_.executors, granting);
+        GrantedFolder chosen = co_await offload(context_.executors, granting);
+        wanted.rootPath = chosen.path.string();
+        grant = std::move(chosen.grant);
     } catch (const FolderGrantError& error) {
         throw creationError(error);
     }
     const Gate::Pass alone = co_await creations_.enter();
-    co_await checkName(name, chosen.path.string());
-    const LibraryRef library =
-        co_await createAlone(name, chosen.path.string(), std::move(includeGlob), std::move(excludeGlob));
+    const LibraryRef library = co_await createAlone(std::move(wanted));
     if (!library) co_return library;
     try {
-        co_await folderAccess_.keep(name, std::move(chosen.grant));
+        co_await folderAccess_.keep(name, std::move(grant));
     } catch (const std::exception& error) {
         context_.crashReporter.recordError(error);
         state_.errorMessage = "Failed to create library: " + describe(error);
@@ -95,10 +111,13 @@ Task<LibraryRef> LibrariesFlow::add(std::string name, std::filesystem::path fold
 Task<LibraryRef> LibrariesFlow::create(std::string name, std::string rootPath,
                                        std::optional<std::string> includeGlob,
                                        std::optional<std::string> excludeGlob) {
+    const BackgroundTasks::Pass awaited = context_.background.enter();
+    NewLibrary wanted{std::move(name), {}, std::move(includeGlob), std::move(excludeGlob), clearings_};
+    const auto looking = [rootPath] { return realPath(rootPath).string(); };
+    wanted.rootPath = co_await offload(context_.executors, looking);
+    if (wanted.rootPath.empty()) throw LibraryCreationError(LibraryCreationError::Case::notADirectory);
     const Gate::Pass alone = co_await creations_.enter();
-    co_await checkName(name, rootPath);
-    co_return co_await createAlone(std::move(name), std::move(rootPath), std::move(includeGlob),
-                                   std::move(excludeGlob));
+    co_return co_await createAlone(std::move(wanted));
 }
 
 /// A library whose grant was lost may be added again: that is how the user gives the grant anew.
@@ -111,13 +130,14 @@ Task<void> LibrariesFlow::checkName(std::string name, std::string rootPath) {
         throw LibraryCreationError(LibraryCreationError::Case::duplicateName);
 }
 
-Task<LibraryRef> LibrariesFlow::createAlone(std::string name, std::string rootPath,
-                                            std::optional<std::string> includeGlob,
-                                            std::optional<std::string> excludeGlob) {
+Task<LibraryRef> LibrariesFlow::createAlone(NewLibrary wanted) {
+    co_await checkName(wanted.name, wanted.rootPath);
+    if (wanted.clearings != clearings_) co_return LibraryRef();
     LibraryRef created;
     try {
-        created = co_await libraryRepository_.upsertLibrary(std::move(name), std::move(rootPath),
-                                                            std::move(includeGlob), std::move(excludeGlob));
+        created = co_await libraryRepository_.upsertLibrary(
+            std::move(wanted.name), std::move(wanted.rootPath), std::move(wanted.includeGlob),
+            std::move(wanted.excludeGlob));
         co_await loading_.listAndSelect(created);
     } catch (const std::exception& error) {
         state_.errorMessage = "Failed to create library: " + describe(error);
@@ -128,8 +148,15 @@ Task<LibraryRef> LibrariesFlow::createAlone(std::string name, std::string rootPa
 }
 
 Task<void> LibrariesFlow::remove(LibraryRef library) {
-    if (library->isDeleted()) co_return;
-    co_await scanning_.stopScanOf(library);
+    if (library->isDeleted() || !beingRemoved_.insert(library).second) co_return;
+    const BackgroundTasks::Pass awaited = context_.background.enter();
+    co_await removeEverywhere(library);
+    beingRemoved_.erase(library);
+}
+
+Task<void> LibrariesFlow::removeEverywhere(LibraryRef library) {
+    const ScanningFlow::Hold unscanned = co_await scanning_.hold(library);
+    if (library->isDeleted()) co_return; // by a sign-out
     const auto service = sync_.service();
     if (!service) {
         try {
@@ -143,7 +170,7 @@ Task<void> LibrariesFlow::remove(LibraryRef library) {
     try {
         removed = (co_await service->deleteLibrary(library)).deletedTracksCount;
     } catch (const std::exception& error) {
-        state_.errorMessage = "Failed to delete library: " + describe(error);
+        if (!library->isDeleted()) state_.errorMessage = "Failed to delete library: " + describe(error);
         co_return;
     }
     log::line("🗑️ [VM] Backend deletion complete: {} tracks removed", removed);
@@ -160,11 +187,10 @@ Task<void> LibrariesFlow::remove(LibraryRef library) {
     } catch (const std::exception& error) {
         failure = describe(error);
     }
-    if (library->isDeleted())
-        state_.errorMessage =
-            "Failed to delete library: " + failure; // gone on both sides: nothing to restore
-    else
+    if (!library->isDeleted())
         co_await rollBack(library, affected, failure, removed);
+    else // gone on both sides: nothing to restore
+        state_.errorMessage = "Failed to delete library: " + failure;
 }
 
 Task<void> LibrariesFlow::removeLocally(LibraryRef library) {
@@ -177,18 +203,19 @@ Task<void> LibrariesFlow::removeLocally(LibraryRef library) {
         failure = std::current_exception();
     }
     // If only the removal of its orphaned tracks failed, the library itself is gone all the same.
-    const bool isListed =
-        std::find(state_.libraries->begin(), state_.libraries->end(), library) != state_.libraries->end();
-    if (library->isDeleted() && isListed) co_await forget(library, name);
+    if (library->isDeleted()) co_await forget(library, name);
     if (failure) std::rethrow_exception(failure);
 }
 
 Task<void> LibrariesFlow::forget(LibraryRef library, std::string name) {
-    folderAccess_.stop(name);
-    try {
-        co_await folderAccess_.forget(name);
-    } catch (const std::exception& error) {
-        context_.crashReporter.recordError(error); // a grant too many does no harm
+    // A new library may have taken the name by now, and the grant with it.
+    if (!context_.modelContext.findUnique<Library>("name", name)) {
+        folderAccess_.stop(name);
+        try {
+            co_await folderAccess_.forget(name);
+        } catch (const std::exception& error) {
+            context_.crashReporter.recordError(error); // a grant too many does no harm
+        }
     }
     co_await loading_.forget(library);
 }
@@ -199,7 +226,8 @@ Task<void> LibrariesFlow::rollBack(LibraryRef library, std::vector<TrackRef> aff
     log::line("⚠️ [VM] Local deletion failed after backend deletion - attempting rollback");
     try {
         co_await service->syncLibrary(library);
-        if (!affected.empty()) co_await service->syncTracks(library, affected);
+        std::erase_if(affected, [](const TrackRef& track) { return track->isDeleted(); });
+        if (!affected.empty() && !library->isDeleted()) co_await service->syncTracks(library, affected);
         log::line("✅ [VM] Rollback successful - library restored to backend");
         state_.errorMessage = "Failed to delete library locally, but it has been restored: " + localError;
     } catch (const std::exception& error) {
@@ -216,9 +244,10 @@ Task<void> LibrariesFlow::rollBack(LibraryRef library, std::vector<TrackRef> aff
 
 Task<void> LibrariesFlow::clearLocalData() {
     log::line("🗑️ [AUTH] Clearing all local data for signout...");
-    co_await scanning_.stopAll();
+    const BackgroundTasks::Pass awaited = context_.background.enter();
+    ++clearings_;
+    const ScanningFlow::Hold unscanned = co_await scanning_.holdAll();
     try {
-        const Gate::Pass alone = co_await libraryRepository_.holdDeletions();
         std::vector<model::Ref<model::Object>> all;
         co_await addAll<Library>(context_.modelContext, all);
         co_await addAll<Track>(context_.modelContext, all);

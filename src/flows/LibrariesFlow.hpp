@@ -3,10 +3,11 @@
 #include "flows/FlowContext.hpp"
 #include "platform/concurrency/Gate.hpp"
 
+#include <cstdint>
 #include <filesystem>
-#include <functional>
 #include <optional>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 namespace velto {
@@ -26,27 +27,30 @@ class LibrariesFlow {
 
     /// Checks the folder and the name, creates the library, keeps the folder's grant and shows the library;
     /// null if that failed, which is shown. The folder is kept as its real path, without links, dots and a
-    /// slash at its end. One after the other, however many are asked for at once. Throws
-    /// LibraryCreationError: what the user has to choose anew.
+    /// slash at its end. One after the other, however many are asked for at once; a sign-out that comes first
+    /// ends it quietly. Throws LibraryCreationError: what the user has to choose anew.
     Task<LibraryRef> add(std::string name, std::filesystem::path folder,
                          std::optional<std::string> includeGlob, std::optional<std::string> excludeGlob);
 
     /// Makes a library of a folder that is granted already, and shows it; null if that failed, which is
-    /// shown. Throws LibraryCreationError: no name, or one that a library of another folder has.
+    /// shown. Throws LibraryCreationError: no name, no folder, or a name that a library of another folder
+    /// has.
     Task<LibraryRef> create(std::string name, std::string rootPath, std::optional<std::string> includeGlob,
                             std::optional<std::string> excludeGlob);
 
     /// At the backend first; a failure here restores it there. Stops a scan of this library, and of no other.
+    /// Nothing happens if it is deleted or being deleted.
     Task<void> remove(LibraryRef library);
 
     /// Deletes everything, as at a sign-out. Grants stay.
     Task<void> clearLocalData();
 
   private:
+    struct NewLibrary;
+
     Task<void> checkName(std::string name, std::string rootPath);
-    Task<LibraryRef> createAlone(std::string name, std::string rootPath,
-                                 std::optional<std::string> includeGlob,
-                                 std::optional<std::string> excludeGlob);
+    Task<LibraryRef> createAlone(NewLibrary wanted);
+    Task<void> removeEverywhere(LibraryRef library);
     Task<void> removeLocally(LibraryRef library);
     Task<void> forget(LibraryRef library, std::string name);
     Task<void> rollBack(LibraryRef library, std::vector<TrackRef> affected, std::string localError,
@@ -60,6 +64,8 @@ class LibrariesFlow {
     ScanningFlow& scanning_;
     SyncFlow& sync_;
     Gate creations_; ///< two adds of one name: the second finds the first one's library
+    std::unordered_set<LibraryRef> beingRemoved_;
+    std::uint64_t clearings_ = 0; ///< how often clearLocalData was called: an add that it meets ends by it
 };
 
 } // namespace velto

@@ -7,6 +7,8 @@
 #include "platform/log/Log.hpp"
 #include "scanning/ConcurrentScanner.hpp"
 
+#include <algorithm>
+
 namespace velto {
 
 struct ScanningFlow::RunningScan {
@@ -48,8 +50,7 @@ Task<ScanOutcome> ScanningFlow::scanInTurn(LibraryRef library, AskedBy askedBy) 
         const auto other = running_;
         co_await other->finished.wait();
     }
-    const bool isWanted = askedBy == AskedBy::user || stops == stops_;
-    if (library->isDeleted() || !isWanted) co_return ScanOutcome{};
+    if (library->isDeleted() || isHeld(library) || stops != stops_) co_return ScanOutcome{};
     co_return co_await runScan(library, askedBy);
 }
 
@@ -76,11 +77,14 @@ Task<ScanOutcome> ScanningFlow::runScan(LibraryRef library, AskedBy askedBy) {
         if (isNews) state_.errorMessage = "Import failed: " + describe(error);
     }
     if (started) {
-        running_ = nullptr;
         state_.scanProgress = std::nullopt;
-        started->finished.set();
+        started->isLeaving = true; // the next one waits until what this one found is on show
     }
     if (outcome && !library->isDeleted()) co_await afterScan(library);
+    if (started) {
+        running_ = nullptr;
+        started->finished.set();
+    }
     co_return outcome;
 }
 
@@ -100,26 +104,40 @@ Task<void> ScanningFlow::afterScan(LibraryRef library) {
 }
 
 void ScanningFlow::startCheck(std::vector<LibraryRef> libraries) {
-    context_.background.start(check(context_.owner, this, std::move(libraries)));
+    context_.background.start(checkAll(context_.owner, this, std::move(libraries), stops_));
 }
 
 Task<void> ScanningFlow::check(std::weak_ptr<void> owner, ScanningFlow* flow,
                                std::vector<LibraryRef> libraries) {
-    std::optional<std::size_t> stops;
+    std::size_t stops = 0;
+    if (const auto alive = owner.lock()) stops = flow->stops_;
+    co_await checkAll(std::move(owner), flow, std::move(libraries), stops);
+}
+
+Task<void> ScanningFlow::checkAll(std::weak_ptr<void> owner, ScanningFlow* flow,
+                                  std::vector<LibraryRef> libraries, std::size_t stops) {
     for (const LibraryRef& library : libraries) {
         const auto alive = owner.lock();
         if (!alive) co_return;
-        if (!stops) stops = flow->stops_;
-        if (*stops != flow->stops_) co_return;
-        if (!library->isDeleted()) co_await flow->scanForNewTracks(library);
+        co_await flow->checkOne(library, stops);
     }
+}
+
+Task<std::optional<std::size_t>> ScanningFlow::checkOne(LibraryRef library, std::size_t stops) {
+    if (library->isDeleted() || stops != stops_) co_return std::nullopt;
+    const auto found = co_await countNewFiles(library);
+    // The library that was looked at is scanned, whichever is selected by now.
+    if (found.value_or(0) > 0 && stops == stops_) co_await scanInTurn(library, AskedBy::check);
+    co_return found;
 }
 
 Task<std::optional<std::size_t>> ScanningFlow::countNewFiles(LibraryRef library) {
     if (auto refused = co_await folderAccess_.restore(library)) state_.errorMessage = std::move(refused);
     if (library->isDeleted()) co_return std::nullopt;
     try {
-        co_return (co_await scanner_.findUnindexedFiles(library)).size();
+        const auto found = co_await scanner_.findUnindexedFiles(library);
+        if (library->isDeleted()) co_return std::nullopt;
+        co_return found.size();
     } catch (const std::exception& error) {
         if (library->isDeleted()) co_return std::nullopt;
         context_.crashReporter.recordError(error);
@@ -129,11 +147,7 @@ Task<std::optional<std::size_t>> ScanningFlow::countNewFiles(LibraryRef library)
 }
 
 Task<std::optional<std::size_t>> ScanningFlow::scanForNewTracks(LibraryRef library) {
-    const std::size_t stops = stops_;
-    const auto found = co_await countNewFiles(library);
-    // The library that was looked at is scanned, whichever is selected by now.
-    if (found.value_or(0) > 0 && stops == stops_) co_await scanInTurn(library, AskedBy::check);
-    co_return found;
+    co_return co_await checkOne(std::move(library), stops_);
 }
 
 Task<void> ScanningFlow::cancel() {
@@ -143,21 +157,29 @@ Task<void> ScanningFlow::cancel() {
     if (running) co_await running->finished.wait();
 }
 
-Task<void> ScanningFlow::stop(std::shared_ptr<RunningScan> running) {
-    running->isLeaving = running->isQuiet = true;
-    co_await scanner_.cancelScan();
-    co_await running->finished.wait();
+Task<ScanningFlow::Hold> ScanningFlow::hold(LibraryRef library) {
+    const Hold held = std::make_shared<const LibraryRef>(std::move(library));
+    holds_.emplace_back(held);
+    while (running_ && isHeld(running_->library)) {
+        const auto running = running_;
+        running->isLeaving = running->isQuiet = true;
+        co_await scanner_.cancelScan();
+        co_await running->finished.wait();
+    }
+    co_return held;
 }
 
-Task<void> ScanningFlow::stopScanOf(LibraryRef library) {
-    while (running_ && running_->library == library)
-        co_await stop(running_);
-}
-
-Task<void> ScanningFlow::stopAll() {
+Task<ScanningFlow::Hold> ScanningFlow::holdAll() {
     ++stops_;
-    while (running_)
-        co_await stop(running_);
+    co_return co_await hold(nullptr);
+}
+
+bool ScanningFlow::isHeld(const LibraryRef& library) {
+    std::erase_if(holds_, [](const auto& each) { return each.expired(); });
+    return std::any_of(holds_.begin(), holds_.end(), [&](const auto& each) {
+        const Hold held = each.lock();
+        return !*held || *held == library;
+    });
 }
 
 } // namespace velto

@@ -33,14 +33,17 @@ class ScanningFlow {
                  FolderAccess& folderAccess, SyncFlow& sync);
 
     /// Scans to the end, after a cancelled scan that is still on its way out. A failure is shown, unless the
-    /// library went meanwhile or the program itself stopped the scan.
+    /// library went meanwhile or the program itself stopped the scan. Nothing happens if the library is
+    /// deleted or held, or if scans are stopped while this one waits.
     Task<ScanOutcome> scan(LibraryRef library);
 
     /// Starts the check of those libraries in the background, one after the other.
     void startCheck(std::vector<LibraryRef> libraries);
+    /// The same as a task. `flow` is touched only while `owner` can be locked.
     static Task<void> check(std::weak_ptr<void> owner, ScanningFlow* flow, std::vector<LibraryRef> libraries);
 
-    /// How many files of the library's folder the store does not know; none if the look failed.
+    /// How many files of the library's folder the store does not know; none if the look failed or the library
+    /// went meanwhile.
     Task<std::optional<std::size_t>> countNewFiles(LibraryRef library);
     /// Scans the library if there are such files; how many there were, or none if the look failed.
     Task<std::optional<std::size_t>> scanForNewTracks(LibraryRef library);
@@ -48,19 +51,28 @@ class ScanningFlow {
     /// The user's wish: asks the running scan to stop and waits for its end, which says that it was
     /// cancelled.
     Task<void> cancel();
-    /// The program's own: no message. Waits until the library is not being scanned; another's scan goes on.
-    Task<void> stopScanOf(LibraryRef library);
-    /// Likewise for whatever is scanned; checks under way look at no further library.
-    Task<void> stopAll();
+
+    /// Keeps scans from beginning for as long as it lives.
+    using Hold = std::shared_ptr<const LibraryRef>;
+
+    /// For whoever is about to delete the library: stops its scan without a message, and no other one of it
+    /// begins while the hold lives. Another library's scan goes on.
+    Task<Hold> hold(LibraryRef library);
+    /// The same for every library; checks under way look at no further one.
+    Task<Hold> holdAll();
 
   private:
     struct RunningScan;
     enum class AskedBy { user, check };
 
+    static Task<void> checkAll(std::weak_ptr<void> owner, ScanningFlow* flow,
+                               std::vector<LibraryRef> libraries, std::size_t stops);
+    Task<std::optional<std::size_t>> checkOne(LibraryRef library, std::size_t stops);
+
     Task<ScanOutcome> scanInTurn(LibraryRef library, AskedBy askedBy);
     Task<ScanOutcome> runScan(LibraryRef library, AskedBy askedBy);
     Task<void> afterScan(LibraryRef library);
-    Task<void> stop(std::shared_ptr<RunningScan> running);
+    [[nodiscard]] bool isHeld(const LibraryRef& library);
 
     FlowContext context_;
     MainScreenState& state_;
@@ -68,8 +80,9 @@ class ScanningFlow {
     LoadingFlow& loading_;
     FolderAccess& folderAccess_;
     SyncFlow& sync_;
-    std::shared_ptr<RunningScan> running_; ///< null while none runs
-    std::size_t stops_ = 0;                ///< how often stopAll was called: checks end by it
+    std::shared_ptr<RunningScan> running_;               ///< null while none runs
+    std::vector<std::weak_ptr<const LibraryRef>> holds_; ///< of a null library: of all
+    std::size_t stops_ = 0; ///< how often everything was stopped: what waited then does not begin
     Subscription progress_;
 };
 

@@ -7,6 +7,7 @@ namespace velto {
 
 void SessionFlow::setManager(std::shared_ptr<AuthenticationManager> manager) {
     manager_ = std::move(manager);
+    subscription_ = {};
     if (!manager_) return;
     take(manager_->authenticationState());
     subscription_ =

@@ -7,7 +7,7 @@
 namespace velto {
 
 void SyncFlow::startAtLaunch(std::vector<LibraryRef> libraries) {
-    if (service_) context_.background.start(atLaunch(context_.owner, this, std::move(libraries)));
+    if (service_) context_.background.start(atLaunch(context_.owner, this, std::move(libraries), stops_));
 }
 
 void SyncFlow::startAfterScan(LibraryRef library, std::vector<std::string> orphans) {
@@ -20,13 +20,16 @@ void SyncFlow::startAfterTagging(LibraryRef library) {
     if (service_) context_.background.start(afterTagging(context_.owner, this, service_, std::move(library)));
 }
 
-Task<void> SyncFlow::atLaunch(std::weak_ptr<void> owner, SyncFlow* flow, std::vector<LibraryRef> libraries) {
+Task<void> SyncFlow::atLaunch(std::weak_ptr<void> owner, SyncFlow* flow, std::vector<LibraryRef> libraries,
+                              std::size_t stops) {
     for (const LibraryRef& library : libraries) {
         const auto alive = owner.lock();
-        if (!alive || !flow->service_) co_return;
+        if (!alive) co_return;
+        const auto service = flow->service_;
+        if (!service || stops != flow->stops_) break;
         if (library->isDeleted()) continue;
         log::line("🚀 [LAUNCH SYNC] Checking library '{}' for unsynced tracks", library->name);
-        co_await flow->service_->syncInBackground(library);
+        co_await service->syncInBackground(library);
     }
     const auto alive = owner.lock();
     if (!alive) co_return;
@@ -38,6 +41,7 @@ Task<void> SyncFlow::afterScan(std::shared_ptr<void> owner, SyncFlow* flow, Libr
                                std::vector<std::string> orphans) {
     const auto alive = std::move(owner);
     const auto service = flow->service_;
+    if (!service || library->isDeleted()) co_return;
     if (!orphans.empty()) {
         try {
             const auto result = co_await service->removeTracks(library, std::move(orphans));

@@ -2,6 +2,7 @@
 
 #include "flows/FlowContext.hpp"
 
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <vector>
@@ -24,12 +25,15 @@ class SyncFlow {
     [[nodiscard]] const std::shared_ptr<LibrarySyncService>& service() const { return service_; }
 
     void startAtLaunch(std::vector<LibraryRef> libraries);
+    /// A launch sync under way goes on to no further library; its stamps are saved.
+    void stop() { ++stops_; }
     /// `orphans` are the canonicalSigs of the tracks that the scan found without a file.
     void startAfterScan(LibraryRef library, std::vector<std::string> orphans);
     void startAfterTagging(LibraryRef library);
 
   private:
-    static Task<void> atLaunch(std::weak_ptr<void> owner, SyncFlow* flow, std::vector<LibraryRef> libraries);
+    static Task<void> atLaunch(std::weak_ptr<void> owner, SyncFlow* flow, std::vector<LibraryRef> libraries,
+                               std::size_t stops);
     static Task<void> afterScan(std::shared_ptr<void> owner, SyncFlow* flow, LibraryRef library,
                                 std::vector<std::string> orphans);
     static Task<void> afterTagging(std::weak_ptr<void> owner, SyncFlow* flow,
@@ -38,6 +42,7 @@ class SyncFlow {
 
     FlowContext context_;
     std::shared_ptr<LibrarySyncService> service_;
+    std::size_t stops_ = 0; ///< how often `stop` was called
 };
 
 } // namespace velto

@@ -30,8 +30,7 @@ class LibraryRepository {
     /// not be deleted stays as it was.
     Task<void> deleteLibrary(LibraryRef library);
 
-    /// While somebody holds the pass, deleteLibrary waits: for whoever looks tracks up to give them files,
-    /// and for whoever deletes by other ways.
+    /// While somebody holds the pass, deleteLibrary waits: for whoever looks tracks up to give them files.
     Task<Gate::Pass> holdDeletions();
 
     /// Sets those of the two dates that are given.

@@ -113,13 +113,15 @@ class ScriptedLibrarySync final : public LibrarySyncService {
 
     Task<void> syncInBackground(LibraryRef) override {
         calls.emplace_back("syncInBackground");
-        co_return;
+        if (onSync) onSync();
+        co_await yieldNow();
     }
 
     std::vector<std::string> calls;
     bool failsToDelete = false;
     bool failsToRestore = false;
     std::function<void()> afterDeletion;
+    std::function<void()> onSync;
 };
 
 /// A state object over a real store, settings and folders, with a clock of the test's own.
@@ -131,7 +133,7 @@ class AppFixture : public ::testing::Test {
     /// A new state object over the same store: what the next start of the program sees.
     void restart(bool checksAtLoad = false);
     void signIn();
-    /// Adds the folder of that name, made where it is missing, as the sheet does; the new library.
+    /// Adds the folder of that name, made if it is missing, as the sheet does; the new library.
     LibraryRef add(const std::string& name);
     std::filesystem::path makeFolder(const std::string& name);
     /// Of the libraries on show.

@@ -68,6 +68,43 @@ TEST_F(DeletionWithBackend, AFailureThereChangesNothingHere) {
     EXPECT_TRUE(library->files.front()->track->lastSyncedAt);
 }
 
+TEST_F(DeletionWithBackend, IsAskedForOnceHoweverOftenItIsWanted) {
+    std::size_t ended = 0;
+    for (int i = 0; i < 2; ++i)
+        asio::co_spawn(runtime.main(), viewModel->deleteLibrary(library),
+                       [&](const std::exception_ptr&) { ++ended; });
+    runtime.runUntil([&] { return ended == 2; });
+    EXPECT_THAT(sync->calls, ElementsAre("deleteLibrary"));
+    EXPECT_EQ(error(), "");
+}
+
+TEST_F(DeletionWithBackend, AndASignOutLetNoScanBegin) {
+    std::optional<ScanOutcome> outcome;
+    const auto scan = [&] {
+        asio::co_spawn(runtime.main(), viewModel->refreshSelectedLibrary(),
+                       [&](const std::exception_ptr&, ScanOutcome ended) { outcome = std::move(ended); });
+    };
+    makeFolder("L");
+    sync->afterDeletion = scan;
+    runtime.run(viewModel->deleteLibrary(library));
+    runtime.runUntil([&] { return outcome.has_value(); });
+    EXPECT_FALSE(outcome->run || outcome->failure);
+    EXPECT_THAT(sync->calls, ElementsAre("deleteLibrary")) << "a scan would have sent it up again";
+
+    outcome.reset();
+    makeFolder("M");
+    const LibraryRef other = libraryWithTracks("M", 1);
+    runtime.run(viewModel->selectLibrary(other));
+    viewModel->errorMessage = std::nullopt;
+    spawn(runtime.main(), viewModel->clearLocalData());
+    scan();
+    runtime.runUntil([&] { return outcome && other->isDeleted(); });
+    runtime.run(viewModel->backgroundWorkFinished());
+    EXPECT_FALSE(outcome->run || outcome->failure);
+    EXPECT_EQ(container->mainContext().count<ScanRun>(), 0U);
+    EXPECT_EQ(error(), "");
+}
+
 TEST_F(DeletionWithBackend, TracksThatLiveOnGoUpAgain) {
     const LibraryRef other = model::make<Library>("M", "/m", std::nullopt, std::nullopt, true);
     container->mainContext().insert(other);
@@ -135,7 +172,7 @@ TEST_F(DeletionWithBackend, WhatCouldNotBeSavedAsDeletedStaysForGood) {
     }
 }
 
-TEST_F(DeletionWithBackend, WhereOnlyTheOrphansStayTheLibraryIsGoneAllTheSame) {
+TEST_F(DeletionWithBackend, IfOnlyTheOrphansStayTheLibraryIsGoneAllTheSame) {
     sql("CREATE TRIGGER obstacle BEFORE DELETE ON Track BEGIN SELECT RAISE(ABORT, 'obstacle'); END");
     runtime.run(viewModel->deleteLibrary(library));
     EXPECT_EQ(error().rfind("Failed to delete library: ", 0), 0U) << error();
@@ -157,7 +194,7 @@ TEST_F(DeletionWithBackend, ALibraryThatCouldNotBeCreatedDoesNotComeWithTheNextS
     EXPECT_EQ(container->mainContext().count<Library>(), 1U);
 }
 
-TEST_F(DeletionWithBackend, WhenTheRollbackFailsTooTheUserIsTold) {
+TEST_F(DeletionWithBackend, WhenTheRollbackFailsTooTheUserLearnsIt) {
     sync->failsToRestore = true;
     sync->afterDeletion = [this] { fillDisk(); };
     runtime.run(viewModel->deleteLibrary(library));

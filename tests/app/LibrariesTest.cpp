@@ -49,6 +49,9 @@ TEST_F(Libraries, AFolderIsKeptAsItsRealPathAndANameBelongsToOneFolder) {
         ASSERT_TRUE(added) << path;
         EXPECT_EQ(added->rootPath, std::filesystem::canonical(real).string()) << path;
         runtime.run(viewModel->deleteLibrary(added));
+        const LibraryRef created = runtime.run(viewModel->createLibrary("N", path.string(), {}, {}));
+        EXPECT_EQ(created->rootPath, std::filesystem::canonical(real).string()) << path;
+        runtime.run(viewModel->deleteLibrary(created));
     }
     const LibraryRef first = add("N");
     const std::string rootPath = first->rootPath;
@@ -111,8 +114,9 @@ TEST_F(Libraries, ASignOutDuringAnAddLeavesNothingBehind) {
             runtime.poll();
         runtime.run(viewModel->clearLocalData());
         runtime.runUntil([&] { return added; });
-        runtime.run(viewModel->clearLocalData());
-        EXPECT_EQ(container->mainContext().count<Library>(), 0U);
+        EXPECT_EQ(container->mainContext().count<Library>(), 0U) << polls;
+        EXPECT_THAT(names(), testing::IsEmpty()) << polls;
+        EXPECT_EQ(error(), "");
     }
     viewModel.reset();
     EXPECT_EQ(grants.activeCount(), 0);
@@ -127,10 +131,15 @@ TEST_F(Libraries, WhatIsAddedIsOnShowWithItsAccess) {
     EXPECT_TRUE(std::holds_alternative<LibraryView>(viewModel->viewMode.get()));
     EXPECT_EQ(viewModel->selectedLibrary.get(), library);
     EXPECT_EQ(grants.activeCount(folder / "A"), 1);
+
+    const LibraryRef other = add("B");
+    restart();
+    runtime.run(viewModel->loadData());
+    EXPECT_EQ(grants.activeCount(folder / "B"), 0) << "A is on show";
     viewModel->viewMode = playlist;
-    runtime.run(viewModel->selectLibrary(library));
+    runtime.run(viewModel->selectLibrary(other));
     EXPECT_TRUE(std::holds_alternative<LibraryView>(viewModel->viewMode.get()));
-    EXPECT_EQ(grants.activeCount(folder / "A"), 1);
+    EXPECT_EQ(grants.activeCount(folder / "B"), 1);
 }
 
 TEST_F(Libraries, WhatIsDeletedIsNeitherSelectedNorSelectable) {
@@ -140,8 +149,17 @@ TEST_F(Libraries, WhatIsDeletedIsNeitherSelectedNorSelectable) {
     viewModel->errorMessage = std::nullopt;
     viewModel->selectedTracks =
         std::unordered_set<TrackRef>{library->files.front()->track, other->files.front()->track};
-    runtime.run(viewModel->deleteLibrary(library));
-    EXPECT_EQ(viewModel->selectedTracks.get(), (std::unordered_set<TrackRef>{other->files.front()->track}));
+    const TrackRef kept = other->files.front()->track;
+    bool isDone = false;
+    asio::co_spawn(runtime.main(), viewModel->deleteLibrary(library),
+                   [&](const std::exception_ptr&) { isDone = true; });
+    runtime.runUntil([&] { return library->isDeleted(); });
+    EXPECT_FALSE(isDone) << "its tracks go after it";
+    runtime.run(viewModel->loadData());
+    runtime.runUntil([&] { return isDone; });
+    viewModel->errorMessage = std::nullopt;
+    EXPECT_EQ(viewModel->selectedTracks.get(), std::unordered_set<TrackRef>{kept});
+    EXPECT_EQ(viewModel->selectedLibrary.get(), other);
     runtime.run(viewModel->selectLibrary(library));
     EXPECT_EQ(viewModel->selectedLibrary.get(), other);
     EXPECT_FALSE(viewModel->isLoading);
@@ -159,6 +177,22 @@ TEST_F(Libraries, ALostGrantIsGivenAgainByAddingTheSameFolder) {
     EXPECT_TRUE(settings.data("LibraryBookmark_A"));
 }
 
+TEST_F(Libraries, ANameIsFreeForANewLibraryBeforeTheOldOnesTracksAreGone) {
+    signIn();
+    libraryWithTracks("A", 5'000); // they go in several turns
+    const LibraryRef old = add("A");
+    bool isDone = false;
+    asio::co_spawn(runtime.main(), viewModel->deleteLibrary(old),
+                   [&](const std::exception_ptr&) { isDone = true; });
+    runtime.runUntil([&] { return old->isDeleted(); });
+    const LibraryRef added = add("A");
+    runtime.runUntil([&] { return isDone; });
+    EXPECT_NE(added, old);
+    EXPECT_TRUE(settings.data("LibraryBookmark_A"));
+    EXPECT_EQ(grants.activeCount(folder / "A"), 1);
+    EXPECT_THAT(names(), ElementsAre("A"));
+}
+
 TEST_F(Libraries, AccessIsHeldOnceAndGivenBack) {
     signIn();
     add("A");
@@ -172,11 +206,10 @@ TEST_F(Libraries, AccessIsHeldOnceAndGivenBack) {
     EXPECT_TRUE(log.contains("🔓 Stopped accessing security-scoped resource for library 'A'"));
 }
 
-TEST_F(Libraries, AStaleGrantStillOpensAndAMissingFolderTells) {
+TEST_F(Libraries, AStaleGrantStillOpensAndAMissingFolderIsReported) {
     signIn();
     const LibraryRef library = add("A");
-    std::filesystem::rename(folder / "A",
-                            folder / "old"); // keeps its inode, so that the new folder gets another
+    std::filesystem::rename(folder / "A", folder / "old"); // it keeps its inode: the new one gets another
     makeFolder("A");
     runtime.run(viewModel->restoreAccess(library));
     EXPECT_TRUE(log.contains(
@@ -231,12 +264,14 @@ TEST_F(Libraries, SignOutClearsTheStoreAndKeepsTheGrants) {
     context.insert(model::make<Playlist>("P", nullptr, 0, clock.now()));
     context.insert(model::make<PlaylistFolder>("F", nullptr, 0, true, clock.now()));
     runtime.run(viewModel->loadData());
+    viewModel->selectedTracks = std::unordered_set<TrackRef>{context.fetch<Track>().front()};
     EXPECT_EQ(viewModel->playlists->size() + viewModel->playlistFolders->size(), 2U);
     runtime.run(viewModel->clearLocalData());
     EXPECT_EQ(context.count<Library>() + context.count<Track>() + context.count<FileItem>(), 0U);
     EXPECT_EQ(context.count<Playlist>() + context.count<PlaylistFolder>(), 0U);
     EXPECT_EQ(viewModel->playlists->size() + viewModel->playlistFolders->size(), 0U);
     EXPECT_FALSE(viewModel->selectedLibrary.get());
+    EXPECT_TRUE(viewModel->selectedTracks->empty());
     EXPECT_TRUE(settings.data("LibraryBookmark_A"));
     EXPECT_TRUE(log.contains("✅ [AUTH] Successfully cleared all local data"));
 }

@@ -27,7 +27,7 @@ class Scans : public AppFixture {
             folder.write(name + "/" + std::to_string(i) + ".mp3", song);
     }
 
-    /// Starts what scans, up to where it shows progress.
+    /// Starts something that scans, and waits until it shows progress.
     template <typename T>
     void begin(Task<T> scanning) {
         asio::co_spawn(runtime.main(), std::move(scanning), asio::detached);
@@ -56,7 +56,7 @@ TEST_F(Scans, AnAddedFolderIsReadAndNewFilesAreFoundInTheirOwnLibrary) {
     EXPECT_EQ(first->scanRuns.size(), 2U) << "nothing new, no scan";
 }
 
-TEST_F(Scans, AFailedOneIsTold) {
+TEST_F(Scans, AFailedOneIsReported) {
     signIn();
     add("A");
     std::filesystem::remove(folder / "A");
@@ -118,18 +118,31 @@ TEST_F(Scans, ACheckEndsQuietlyWithItsLibraryOrTheStateObject) {
         runtime.runUntil([&] { return ended; });
         EXPECT_EQ(error(), "") << isSignOut;
     }
-    // Nobody else holds the state object: it goes between two libraries of the check.
-    const LibraryRef empty = add("A");
-    std::weak_ptr<MainScreenViewModel> gone = viewModel;
+    // Nobody else holds the state object: it goes after the library that the check is at.
+    const LibraryRef first = add("A");
+    const LibraryRef next = add("B");
+    makeSong("B/new.mp3");
     bool ended = false;
-    const std::vector<LibraryRef> many(50, empty);
-    asio::co_spawn(runtime.main(), MainScreenViewModel::checkForNewFiles(viewModel, many),
+    asio::co_spawn(runtime.main(), MainScreenViewModel::checkForNewFiles(viewModel, {first, next}),
                    [&](const std::exception_ptr&) { ended = true; });
     runtime.runUntil([&] { return viewModel->scanProgress->has_value(); });
     viewModel.reset();
     runtime.runUntil([&] { return ended; });
-    EXPECT_TRUE(gone.expired());
-    EXPECT_EQ(empty->scanRuns.size(), 1U);
+    EXPECT_EQ(first->scanRuns.size(), 1U);
+    EXPECT_EQ(next->scanRuns.size(), 0U);
+}
+
+TEST_F(Scans, AUsersOneWaitsForTheOneThatACheckStarted) {
+    signIn();
+    const LibraryRef checked = add("A");
+    makeFiles("A");
+    add("B"); // on show
+    makeSong("B/new.mp3");
+    begin(MainScreenViewModel::checkForNewFiles(viewModel, {checked}));
+    const ScanRunRef run = runtime.run(viewModel->refreshSelectedLibrary()).run;
+    ASSERT_TRUE(run) << error();
+    EXPECT_EQ(run->newCount, 1);
+    EXPECT_EQ(checked->files.size(), fileCount);
 }
 
 TEST_F(Scans, DeletingALibraryLeavesTheScanOfAnotherAlone) {
@@ -151,11 +164,42 @@ TEST_F(Scans, EverythingThatRunsCanBeStopped) {
     signIn();
     const LibraryRef library = add("A");
     makeFiles("A");
-    begin(viewModel->refreshSelectedLibrary());
+    makeFolder("B");
+    bool isChecked = false;
+    asio::co_spawn(runtime.main(), MainScreenViewModel::checkForNewFiles(viewModel, {library, library}),
+                   [&](const std::exception_ptr&) { isChecked = true; });
+    runtime.runUntil([&] { return viewModel->scanProgress->has_value(); });
+    std::optional<ScanOutcome> waiting;
+    asio::co_spawn(runtime.main(), viewModel->refreshSelectedLibrary(),
+                   [&](const std::exception_ptr&, ScanOutcome ended) { waiting = std::move(ended); });
+    asio::co_spawn(runtime.main(), viewModel->addLibrary("B", folder / "B", {}, {}), asio::detached);
+    runtime.poll();
     runtime.run(viewModel->stopEverything());
+    EXPECT_THAT(names(), ElementsAre("A", "B"));
+    EXPECT_EQ(grants.activeCount(folder / "B"), 1) << "an add is not left half done";
+    runtime.runUntil([&] { return waiting && isChecked; });
+    const auto isLook = [](const std::string& line) { return line.ends_with("missing files"); };
+    const auto lines = log.lines();
+    EXPECT_EQ(std::count_if(lines.begin(), lines.end(), isLook), 1) << "the check went on";
+    EXPECT_FALSE(waiting->run || waiting->failure);
     EXPECT_FALSE(viewModel->scanProgress->has_value());
     EXPECT_EQ(error(), "");
+    EXPECT_EQ(library->scanRuns.size(), 1U);
     EXPECT_FALSE(library->lastScanFinishedAt);
+
+    library->edit().lastScanFinishedAt = clock.now(); // so that a launch looks at it
+    container->mainContext().save();
+    restart(true);
+    viewModel->setUp({nullptr, tagging, sync});
+    bool isStopped = false;
+    sync->onSync = [&] {
+        asio::co_spawn(runtime.main(), viewModel->stopEverything(),
+                       [&](const std::exception_ptr&) { isStopped = true; });
+    };
+    runtime.run(viewModel->loadData());
+    runtime.runUntil([&] { return isStopped; });
+    EXPECT_EQ(library->scanRuns.size(), 1U);
+    EXPECT_THAT(sync->calls, ElementsAre("syncInBackground")) << "of the first library alone";
 }
 
 TEST_F(Scans, NothingOfALibraryThatIsDeletedMeanwhileStays) {
@@ -191,7 +235,7 @@ TEST_F(Scans, ALoadLooksForNewFilesAndSyncs) {
     EXPECT_EQ(library->files.size(), 1U);
     EXPECT_EQ(container->mainContext().count<FileItem>(), 1U);
     EXPECT_THAT(sync->calls, ElementsAre("syncInBackground", "syncInBackground", "syncInBackground"))
-        << "two libraries at launch, one behind its scan";
+        << "two libraries at launch, one after its scan";
 
     // A file that goes takes its track with it at the backend.
     std::filesystem::remove(folder / "A/new.mp3");
