@@ -247,6 +247,7 @@ Task<void> LibrariesFlow::clearLocalData() {
     const BackgroundTasks::Pass awaited = context_.background.enter();
     ++clearings_;
     const ScanningFlow::Hold unscanned = co_await scanning_.holdAll();
+    const Gate::Pass alone = co_await creations_.enter(); // a library added meanwhile would stay unseen
     try {
         std::vector<model::Ref<model::Object>> all;
         co_await addAll<Library>(context_.modelContext, all);

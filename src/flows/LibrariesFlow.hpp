@@ -63,7 +63,7 @@ class LibrariesFlow {
     LoadingFlow& loading_;
     ScanningFlow& scanning_;
     SyncFlow& sync_;
-    Gate creations_; ///< two adds of one name: the second finds the first one's library
+    Gate creations_; ///< of two adds of one name the second finds the first one's library; also a sign-out's
     std::unordered_set<LibraryRef> beingRemoved_;
     std::uint64_t clearings_ = 0; ///< how often clearLocalData was called: an add that it meets ends by it
 };

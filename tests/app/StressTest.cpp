@@ -138,7 +138,7 @@ class Stress : public AppFixture {
 
 TEST_F(Stress, OperationsThatMeetLeaveEverythingInAgreement) {
     makeFolders();
-    std::int64_t tagged = 0;
+    std::size_t requests = 0;
     for (unsigned seed = 1; seed <= 12; ++seed) {
         SCOPED_TRACE(seed);
         random.seed(seed);
@@ -149,6 +149,9 @@ TEST_F(Stress, OperationsThatMeetLeaveEverythingInAgreement) {
             EXPECT_TRUE(!shown || isDeserved(*shown)) << *shown;
         });
         runtime.run(viewModel->loadData());
+        if (viewModel->libraries->empty())
+            runtime.run(viewModel->addLibrary("A", folder / "A", "*.mp3", std::nullopt));
+        runtime.run(viewModel->refreshSelectedLibrary()); // so that there are tracks to tag
         for (int step = 0; step < 60; ++step) {
             startAny();
             for (auto polls = random() % 6; polls > 0; --polls) {
@@ -159,11 +162,11 @@ TEST_F(Stress, OperationsThatMeetLeaveEverythingInAgreement) {
         }
         settle();
         expectAgreement();
-        tagged += stored("SELECT count(lastTagged) FROM Track");
+        requests += tagging->requests.size();
         viewModel->errorMessage = std::nullopt;
         if (HasFailure()) break;
     }
-    EXPECT_GT(tagged, 0) << "nothing met anything";
+    EXPECT_GT(requests, 0U) << "nothing met anything";
     viewModel.reset();
     EXPECT_EQ(grants.activeCount(), 0);
 }
