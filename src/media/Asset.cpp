@@ -1,10 +1,10 @@
 #include "media/Asset.hpp"
 
 #include "media/Containers.hpp"
+#include "platform/text/PathParts.hpp"
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <new>
 
 namespace velto::media {
@@ -27,13 +27,6 @@ std::string_view text(MediaError::Case kind) {
     return "";
 }
 
-std::string extensionOf(const std::filesystem::path& path) {
-    std::string extension = path.extension().native();
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
-    return extension;
-}
-
 bool isMp4(std::string_view head) {
     const std::string_view name = head.size() >= 8 ? head.substr(4, 4) : std::string_view();
     return name == "ftyp" || name == "moov" || name == "mdat" || name == "free" || name == "skip" ||
@@ -47,10 +40,10 @@ Asset open(FileReader& reader) {
     if (head.starts_with("RIFF") || head.starts_with("RF64")) return openWave(reader);
     if (head.starts_with("FORM")) return openAiff(reader);
     if (head.starts_with("fLaC")) return openFlac(reader);
-    const std::string extension = extensionOf(reader.path());
-    if (extension == ".flac" && reader.at(leadingId3(reader).end, 4) == "fLaC") return openFlac(reader);
-    if (extension == ".aac") return openMpeg(reader, MpegKind::adts);
-    if (extension == ".mp3") return openMpeg(reader, MpegKind::layers);
+    const std::string extension = lowercasedExtension(reader.path().native());
+    if (extension == "flac" && reader.at(leadingId3(reader).end, 4) == "fLaC") return openFlac(reader);
+    if (extension == "aac") return openMpeg(reader, MpegKind::adts);
+    if (extension == "mp3") return openMpeg(reader, MpegKind::layers);
     reader.fail(MediaError::Case::notAudio, "its content is not of its kind");
 }
 

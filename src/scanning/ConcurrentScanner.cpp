@@ -10,22 +10,12 @@
 #include "scanning/FilesystemScanner.hpp"
 #include "scanning/MetadataExtractor.hpp"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <utility>
 
 namespace velto {
 
 namespace {
-
-/// What tells a folder from another that has taken its path, an empty mount point, say.
-std::optional<std::pair<dev_t, ino_t>> identityOf(const std::string& folder) {
-    struct stat attributes {};
-
-    if (::stat(folder.c_str(), &attributes) != 0) return std::nullopt;
-    return std::pair(attributes.st_dev, attributes.st_ino);
-}
 
 constexpr std::size_t filesPerProgress = 50;
 constexpr std::size_t filesPerLogLine = 100;
@@ -155,7 +145,7 @@ Task<void> ConcurrentScanner::openRun(std::shared_ptr<Scan> scan) {
 }
 
 Task<void> ConcurrentScanner::scanFiles(std::shared_ptr<Scan> scan) {
-    const auto root = identityOf(scan->rootPath);
+    const auto root = files::identityOf(scan->rootPath);
     co_await discover(scan);
     co_await processFiles(scan);
     // Made and freed here, on the pool: with many files either takes longer than a frame.
@@ -165,7 +155,7 @@ Task<void> ConcurrentScanner::scanFiles(std::shared_ptr<Scan> scan) {
         seen.insert(std::move(result.fileInfo.relPath));
     scan->results = {};
     // Files of a drive that went away in the middle of the walk are not missing: nobody looked for them.
-    if (root && identityOf(scan->rootPath) != root)
+    if (root && files::identityOf(scan->rootPath) != root)
         throw ScannerError(ScannerError::Case::libraryNotAccessible, scan->rootPath);
     co_await runOn(executors_.main, markMissing(scan, seen));
     co_await runOn(executors_.main, findOrphanedTracks(scan));

@@ -3,7 +3,7 @@
 #include "platform/concurrency/Executors.hpp"
 #include "platform/core/Error.hpp"
 #include "platform/log/Log.hpp"
-#include "scanning/PathParts.hpp"
+#include "platform/text/PathParts.hpp"
 #include "store/CanonicalSignature.hpp"
 
 #include <algorithm>

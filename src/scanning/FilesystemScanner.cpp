@@ -5,9 +5,8 @@
 #include "platform/files/FolderListing.hpp"
 #include "platform/files/ServiceError.hpp"
 #include "platform/log/Log.hpp"
-#include "platform/text/Text.hpp"
+#include "platform/text/PathParts.hpp"
 #include "scanning/Glob.hpp"
-#include "scanning/PathParts.hpp"
 
 #include <algorithm>
 #include <utility>
@@ -83,7 +82,7 @@ class Walk {
     }
 
     void consider(const std::string& prefix, std::string_view name, const files::FolderListing& listing) {
-        std::string ext = text::lowercased(pathExtension(name));
+        std::string ext = lowercasedExtension(name);
         if (std::find(audioFileExtensions.begin(), audioFileExtensions.end(), ext) ==
             audioFileExtensions.end())
             return;

@@ -1,7 +1,7 @@
 #include "scanning/Glob.hpp"
 
+#include "platform/text/PathParts.hpp"
 #include "platform/text/Text.hpp"
-#include "scanning/PathParts.hpp"
 
 #include <algorithm>
 
@@ -50,7 +50,7 @@ Glob::Glob(std::string_view pattern) {
 
 bool Glob::matches(std::string_view path) const {
     if (byExtension_) {
-        const std::string extension = text::lowercased(pathExtension(path));
+        const std::string extension = lowercasedExtension(path);
         return std::find(extensions_.begin(), extensions_.end(), extension) != extensions_.end();
     }
     const std::string name = text::lowercased(lastPathComponent(path));

@@ -2,8 +2,8 @@
 
 #include "platform/files/ServiceError.hpp"
 #include "platform/text/EncodedText.hpp"
+#include "platform/text/PathParts.hpp"
 #include "platform/text/Text.hpp"
-#include "scanning/PathParts.hpp"
 
 #include <algorithm>
 #include <charconv>
@@ -145,7 +145,7 @@ const std::set<std::string>& SimpleMetadataExtractor::supportedExtensions() cons
 
 Task<AudioMetadata> SimpleMetadataExtractor::extractMetadata(std::filesystem::path file) {
     const std::string_view extension = pathExtension(file.native());
-    if (!extensions().contains(text::lowercased(extension))) {
+    if (!extensions().contains(lowercasedExtension(file.native()))) {
         checkExists(file);
         throw ServiceError(ServiceError::Case::unsupportedFileType, std::string(extension));
     }

@@ -2,6 +2,7 @@
 
 #include "media/Export.hpp"
 #include "platform/log/Log.hpp"
+#include "platform/text/PathParts.hpp"
 #include "tagwriting/GenreText.hpp"
 #include "tagwriting/RewriteSteps.hpp"
 
@@ -94,7 +95,7 @@ void exportWithGenres(const std::vector<std::string>& genres, const std::filesys
     const auto resolved = resolvedFile(file);
     GuardedRewrite guard(resolved, journal, fileCheckFor(resolved));
     const std::string text = mergedGenreText(genres, append ? genreText(resolved) : "", append);
-    const TemporaryFile exported(newTemporaryFile(lowerCaseExtension(file)), journal);
+    const TemporaryFile exported(newTemporaryFile(lowercasedExtension(file.native())), journal);
     media::exportPassthrough(resolved, exported.path, isGenre, genreItem(text));
     guard.moveToBackup();
     guard.takePlace(exported.path);

@@ -4,6 +4,7 @@
 #include "platform/core/Error.hpp"
 #include "platform/files/FileAttributes.hpp"
 #include "platform/log/Log.hpp"
+#include "platform/text/PathParts.hpp"
 #include "tagwriting/CarriedFrames.hpp"
 #include "tagwriting/MetadataWriter.hpp"
 #include "tagwriting/id3/FileBytes.hpp"
@@ -80,14 +81,6 @@ bool settleOutstanding(const std::filesystem::path& file, RewriteJournal& journa
 
 } // namespace
 
-std::string lowerCaseExtension(const std::filesystem::path& file) {
-    std::string extension = file.extension().string();
-    if (!extension.empty()) extension.erase(0, 1);
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
-    return extension;
-}
-
 std::filesystem::path resolvedFile(const std::filesystem::path& file) {
     std::error_code error;
     auto resolved = std::filesystem::canonical(file, error);
@@ -105,7 +98,7 @@ std::filesystem::path resolvedFile(const std::filesystem::path& file) {
 }
 
 FileCheck fileCheckFor(const std::filesystem::path& file) {
-    return lowerCaseExtension(file) == "mp3" ? stateOfMP3 : stateOfMedia;
+    return lowercasedExtension(file.native()) == "mp3" ? stateOfMP3 : stateOfMedia;
 }
 
 std::size_t recoverInterruptedRewrites(RewriteJournal& journal, CrashReporter& crashReporter, Date now) {

@@ -10,9 +10,6 @@
 /// What both routes of a rewrite share beside the guard.
 namespace velto {
 
-/// The lower-case extension without its dot.
-[[nodiscard]] std::string lowerCaseExtension(const std::filesystem::path& file);
-
 /// The file itself behind links, absolute; also where a rewrite that was cut short left only its backup,
 /// which the next rewrite puts back. Throws fileNotFound, SystemError where it cannot be looked at.
 [[nodiscard]] std::filesystem::path resolvedFile(const std::filesystem::path& file);

@@ -1,5 +1,6 @@
 #include "tagwriting/MetadataWriter.hpp"
 
+#include "platform/text/PathParts.hpp"
 #include "tagwriting/ExportRoute.hpp"
 #include "tagwriting/RewriteSteps.hpp"
 
@@ -10,7 +11,7 @@ namespace {
 /// What is refused before anything is touched.
 void checkForExport(const std::filesystem::path& file) {
     const auto resolved = resolvedFile(file);
-    const std::string extension = lowerCaseExtension(file);
+    const std::string extension = lowercasedExtension(file.native());
     if (!SimpleMetadataWriter::supportedExtensions().contains(extension))
         throw ServiceError(ServiceError::Case::unsupportedFileType, extension);
     if (std::filesystem::exists(resolved) && !std::filesystem::is_regular_file(resolved))
@@ -33,7 +34,7 @@ const std::set<std::string>& SimpleMetadataWriter::supportedExtensions() {
 
 Task<void> SimpleMetadataWriter::writeGenreTags(std::vector<std::string> genres, std::filesystem::path file,
                                                 bool append) {
-    if (lowerCaseExtension(file) == "mp3") {
+    if (lowercasedExtension(file.native()) == "mp3") {
         co_await mp3Writer_.writeGenreTags(std::move(genres), std::move(file), append);
         co_return;
     }
@@ -48,7 +49,7 @@ Task<void> SimpleMetadataWriter::writeGenreTags(std::vector<std::string> genres,
 }
 
 Task<void> SimpleMetadataWriter::clearGenreTags(std::filesystem::path file) {
-    if (lowerCaseExtension(file) == "mp3") {
+    if (lowercasedExtension(file.native()) == "mp3") {
         co_await mp3Writer_.clearGenreTags(std::move(file));
         co_return;
     }

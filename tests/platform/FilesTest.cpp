@@ -88,12 +88,13 @@ TEST(FolderGrants, MissingFoldersAndForeignBytesAreTypedErrors) {
 
 TEST(FolderGrants, StartsAndStopsBalance) {
     const TemporaryFolder folder;
-    const fs::path file = folder.write("file", "x");
     FolderGrants grants;
-    EXPECT_FALSE(grants.startAccessing(folder / "nothing"));
-    EXPECT_FALSE(grants.startAccessing(file));
-    EXPECT_TRUE(grants.startAccessing(folder.path()));
-    EXPECT_TRUE(grants.startAccessing(folder.path() / ""));
+    auto resolved = FolderGrants::resolve(FolderGrants::makeGrant(folder.path()));
+    EXPECT_TRUE(grants.startAccessing(resolved));
+    resolved.path /= "";
+    EXPECT_TRUE(grants.startAccessing(resolved));
+    resolved.isReadable = false;
+    EXPECT_FALSE(grants.startAccessing(resolved));
     EXPECT_EQ(grants.activeCount(folder.path()), 2);
     grants.stopAccessing(folder.path());
     grants.stopAccessing(folder.path());

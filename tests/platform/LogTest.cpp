@@ -107,6 +107,7 @@ TEST(Log, AFileThatCannotBeUsedStopsNobody) {
     for (int i = 0; i < 20; ++i)
         log::line("line {}", i);
     EXPECT_EQ(capture.lines().size(), 20U);
+    EXPECT_TRUE(fs::is_symlink(folder / "full")) << "a device is not moved";
     EXPECT_EQ(numbersIn(readFile(folder / "log")).size(), 20U);
 }
 

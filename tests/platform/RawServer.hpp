@@ -32,7 +32,7 @@ class RawServer {
 
     [[nodiscard]] std::string address(const std::string& scheme = "http") const;
 
-    /// Requests whose head has come, or a TLS greeting where none is spoken.
+    /// Requests whose head has come, or a TLS greeting where plain HTTP is spoken.
     [[nodiscard]] int requests() const { return requests_; }
 
   private:

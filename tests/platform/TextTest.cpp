@@ -33,7 +33,7 @@ TEST(Text, TrimmingTakesUnicodeSeparatorsAndStopsAtBrokenBytes) {
     const std::array cases = {
         TextCase{" \t\r\n a  b \n", "a  b"},
         TextCase{"\u00A0\u2003\u3000x\u2028\u2029\u0085", "x"},
-        TextCase{"\u200B", "\u200B"}, // zero-width space is no separator
+        TextCase{"\u200B", "\u200B"}, // a zero-width space is not a separator
         TextCase{" \x80 ", "\x80"},
         TextCase{"\u3000\xE3\x80", "\xE3\x80"},
         TextCase{" \n ", ""},

@@ -18,9 +18,9 @@ class ManualClock final : public Clock {
     [[nodiscard]] Date now() const override;
     Task<void> sleep(Seconds duration) override;
 
-    /// Moves the time on and wakes who is due. Call on the main actor.
+    /// Moves the time on and wakes whoever is due. Call on the main actor.
     void advance(Seconds duration);
-    /// Sets the time to the earliest wake-up and wakes it; false where nobody sleeps.
+    /// Sets the time to the earliest wake-up and wakes it; false if nobody sleeps.
     bool advanceToNextSleeper();
 
     /// Every duration asked for so far, in seconds.

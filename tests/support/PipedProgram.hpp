@@ -8,7 +8,7 @@
 
 namespace velto::test {
 
-/// A program that goes on beside its test, which ends it and waits for it.
+/// A program that runs alongside its test, which ends it and waits for it.
 struct PipedProgram {
     pid_t process = -1;
     files::Descriptor input;  ///< Feeds its standard input.
@@ -16,7 +16,7 @@ struct PipedProgram {
 };
 
 /// Starts the program with the other ends of two pipes at its standard input and at `stream` (standard output
-/// or error); throws where it cannot be started.
+/// or error); throws if it cannot be started.
 [[nodiscard]] PipedProgram startPiped(const std::vector<std::string>& arguments, int stream);
 
 } // namespace velto::test

@@ -11,7 +11,7 @@
 
 namespace velto::test {
 
-/// Keeps what it is told, from whichever thread; read it when what tells it is over.
+/// Keeps what is reported, from whichever thread; read it when the reporting is over.
 class RecordingCrashReporter final : public CrashReporter {
   public:
     void log(std::string_view text) override {
@@ -30,7 +30,7 @@ class RecordingCrashReporter final : public CrashReporter {
     std::vector<std::string> lines;
     std::vector<std::string> errors;
     std::optional<std::string> user;
-    std::function<void()> onError; ///< on the thread that tells it
+    std::function<void()> onError; ///< on the thread that reports it
 
   private:
     std::mutex mutex_;

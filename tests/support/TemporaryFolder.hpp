@@ -26,11 +26,11 @@ class TemporaryFolder {
     std::filesystem::path path_;
 };
 
-/// The whole content of a file; throws where it cannot be read.
+/// The whole content of a file; throws if it cannot be read.
 [[nodiscard]] std::string readFile(const std::filesystem::path& path);
 
 /// Runs a program with its arguments (no shell), e.g. ffmpeg or a mutagen script; standard output, and the
-/// exit status in `status` where given (otherwise a status other than 0 throws with standard error).
+/// exit status in `status` if given (otherwise a status other than 0 throws with standard error).
 std::string runProgram(std::vector<std::string> arguments, int* status = nullptr);
 
 } // namespace velto::test

@@ -11,7 +11,7 @@
 
 namespace velto::test {
 
-/// A main actor on the test's own thread and a small pool beside it.
+/// A main actor on the test's own thread and a small pool.
 class TestRuntime {
   public:
     TestRuntime();

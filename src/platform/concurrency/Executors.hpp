@@ -46,7 +46,7 @@ Task<std::invoke_result_t<F>> offload(Executors executors, F function) {
 /// one that lets an exception out is a bug and ends the program with a log line.
 void spawn(Executor executor, Task<void> task);
 
-/// Drops what takes long to free: on the pool, and it must allow that.
+/// Frees on the pool what takes long to free; its destructor must allow that.
 template <typename T>
 void freeOnPool(const Executors& executors, T spent) {
     asio::post(executors.pool, [dropped = std::move(spent)] {});
@@ -55,10 +55,10 @@ void freeOnPool(const Executors& executors, T spent) {
 /// Gives way: the rest of the executor's queue runs before this coroutine goes on.
 Task<void> yieldNow();
 
-/// A turn of the main actor, from its making on: for loops whose steps may take long.
+/// A turn of the main actor, begun when this is made: for loops whose steps may take long.
 class Turn {
   public:
-    /// True where it is time to give way, if the window is not to stutter.
+    /// True once it is time to give way, so that the window does not stutter.
     [[nodiscard]] bool isOver() const { return std::chrono::steady_clock::now() - start_ > length; }
 
   private:

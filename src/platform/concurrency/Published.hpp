@@ -21,7 +21,7 @@ class [[nodiscard]] Subscription {
     std::shared_ptr<void> token_;
 };
 
-/// An observable field: reads as its value, and tells its observers after each assignment. Confined to the
+/// An observable field: reads as its value, and calls its observers after each assignment. Confined to the
 /// main actor. Observers may subscribe, unsubscribe and assign from inside a notification.
 template <typename T>
 class Published {
@@ -51,7 +51,7 @@ class Published {
 
     const T* operator->() const { return &value_; }
 
-    /// Changes the value in place through `change`, then tells the observers.
+    /// Changes the value in place through `change`, then calls the observers.
     template <typename F>
     void mutate(F change) {
         change(value_);

@@ -25,7 +25,7 @@ using Seconds = std::chrono::duration<double>;
 /// "2026-05-01T09:30:00.123Z": ISO 8601 in UTC with milliseconds, for JSON and log lines.
 [[nodiscard]] std::string iso8601(Date date);
 
-/// Reads the form that iso8601 writes (with or without a fraction); nothing where the text is another.
+/// Reads the form that iso8601 writes (with or without a fraction); nothing for any other text.
 [[nodiscard]] std::optional<Date> dateFromIso8601(std::string_view text);
 
 } // namespace velto

@@ -39,11 +39,11 @@ class CancellationError : public Error {
         : Error("The operation was cancelled") {}
 };
 
-/// Text and type name of any exception, for log lines and for wrapping in an error of one's own.
+/// Text and type name of any exception, for log lines and for wrapping in another error.
 [[nodiscard]] std::string describe(const std::exception& error);
 [[nodiscard]] std::string typeName(const std::exception& error);
 
-/// The same for the exception being handled or held; "Unknown error" for what is no std::exception.
+/// The same for the exception being handled or held; "Unknown error" if it is not a std::exception.
 [[nodiscard]] std::string describe(const std::exception_ptr& error);
 
 } // namespace velto

@@ -34,7 +34,7 @@ Pipe makePipe(const std::string& program) {
     return {Descriptor(ends[0]), Descriptor(ends[1])};
 }
 
-/// What a child is started with; an end of -1 stands for /dev/null.
+/// What a child is started with; -1 means /dev/null.
 struct Streams {
     int input = -1;
     int output = -1;
@@ -129,7 +129,7 @@ void drain(Descriptor& from, std::string& into) {
         from.reset();
 }
 
-/// Reads both pipes to their ends; false where one gave more than the limit.
+/// Reads both pipes to their ends; false if one gave more than the limit.
 bool drainBoth(Descriptor& output, Descriptor& error, ProcessOutput& into, std::size_t limitBytes) {
     while (output || error) {
         std::array<pollfd, 2> waiting{{{output.get(), POLLIN, 0}, {error.get(), POLLIN, 0}}};

@@ -12,7 +12,7 @@
 
 namespace velto::files {
 
-/// What a program left behind when it ended.
+/// What a program printed, and how it ended.
 struct ProcessOutput {
     int status = 0; ///< exit status, or 128 + the signal that ended it
     std::string standardOutput;
@@ -20,16 +20,16 @@ struct ProcessOutput {
 };
 
 /// Runs a program to its end; blocks, so call it on the pool. `arguments` begins with the program's absolute
-/// path and reaches it as it is: there is no shell. Both outputs are collected while it runs, so that it
+/// path; they reach it unchanged, without a shell. Both outputs are collected while it runs, so that it
 /// never waits for a reader; a program that prints more than `outputLimitBytes` on one of them is killed.
 /// Standard input is empty, and no descriptor but the three standard streams is inherited. Throws SystemError
-/// where the program cannot be started or printed too much (EFBIG).
+/// if the program cannot be started or prints too much (EFBIG).
 [[nodiscard]] ProcessOutput runProcess(const std::vector<std::string>& arguments,
                                        std::size_t outputLimitBytes = std::size_t{512} << 20);
 
 /// Starts a program that goes on by itself, also when this process ends: it has a session of its own and
-/// /dev/null for its standard streams. Blocks until it is started; whether it then does its work is not told.
-/// Throws SystemError where nothing can be started.
+/// /dev/null for its standard streams. Blocks until it is started; whether it then does its work is unknown.
+/// Throws SystemError if nothing can be started.
 void startDetached(std::vector<std::string> arguments);
 
 /// A helper program that lives as long as this object. Its standard input is a pipe that stays open, so that
@@ -45,9 +45,9 @@ class ChildProcess {
     ChildProcess& operator=(ChildProcess&& other) noexcept;
     ~ChildProcess();
 
-    /// The first line of standard output, without its line feed; absent where the child ends, says 64 KiB
-    /// without a line feed, or has not said it after `deadline`. Blocks. What the child prints later is not
-    /// read: a child that prints more than a pipe holds (64 KiB) waits forever.
+    /// The first line of standard output, without its line feed; absent if the child ends, prints
+    /// 64 KiB without a line feed, or is silent until `deadline` has passed. Blocks. What the child prints
+    /// later is not read: a child that prints more than a pipe holds (64 KiB) waits forever.
     [[nodiscard]] std::optional<std::string> readFirstLine(Seconds deadline);
 
     [[nodiscard]] bool isRunning();

@@ -8,11 +8,11 @@ namespace velto::files {
 
 namespace {
 
-std::optional<mode_t> mode(const std::filesystem::path& path) {
+std::optional<struct ::stat> attributes(const std::filesystem::path& path) {
     struct ::stat info {};
 
     if (::stat(path.c_str(), &info) != 0) return std::nullopt;
-    return info.st_mode;
+    return info;
 }
 
 } // namespace
@@ -26,18 +26,24 @@ std::optional<Date> creationDate(const std::filesystem::path& path) {
                 std::chrono::microseconds(info.stx_btime.tv_nsec / 1'000));
 }
 
+std::optional<FileIdentity> identityOf(const std::filesystem::path& path) {
+    const auto found = attributes(path);
+    if (!found) return std::nullopt;
+    return FileIdentity{found->st_dev, found->st_ino};
+}
+
 bool exists(const std::filesystem::path& path) {
-    return mode(path).has_value();
+    return attributes(path).has_value();
 }
 
 bool isDirectory(const std::filesystem::path& path) {
-    const auto found = mode(path);
-    return found && S_ISDIR(*found);
+    const auto found = attributes(path);
+    return found && S_ISDIR(found->st_mode);
 }
 
 bool isRegularFile(const std::filesystem::path& path) {
-    const auto found = mode(path);
-    return found && S_ISREG(*found);
+    const auto found = attributes(path);
+    return found && S_ISREG(found->st_mode);
 }
 
 bool isReadable(const std::filesystem::path& path) {

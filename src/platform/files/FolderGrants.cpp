@@ -3,8 +3,6 @@
 #include "platform/files/FileAttributes.hpp"
 #include "platform/log/Log.hpp"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -21,12 +19,6 @@ namespace {
 constexpr std::array<std::uint8_t, 4> grantMark = {'V', 'F', 'G', '1'};
 constexpr std::size_t headerBytes = grantMark.size() + 16;
 
-struct Identity {
-    std::uint64_t device;
-    std::uint64_t inode;
-    bool operator==(const Identity&) const = default;
-};
-
 std::string_view text(FolderGrantError::Case kind) {
     switch (kind) {
     case FolderGrantError::Case::folderNotFound:
@@ -41,13 +33,13 @@ std::string_view text(FolderGrantError::Case kind) {
     return "";
 }
 
-Identity identityOf(const std::filesystem::path& folder) {
+files::FileIdentity identityOfFolder(const std::filesystem::path& folder) {
     using Case = FolderGrantError::Case;
-    struct ::stat info {};
-    if (::stat(folder.c_str(), &info) != 0)
+    const auto identity = files::identityOf(folder);
+    if (!identity)
         throw FolderGrantError(errno == EACCES ? Case::folderNotReadable : Case::folderNotFound, folder);
-    if (!S_ISDIR(info.st_mode)) throw FolderGrantError(Case::notAFolder, folder);
-    return {info.st_dev, info.st_ino};
+    if (!files::isDirectory(folder)) throw FolderGrantError(Case::notAFolder, folder);
+    return *identity;
 }
 
 void append(FolderGrants::Grant& grant, std::uint64_t number) {
@@ -77,7 +69,7 @@ FolderGrantError::FolderGrantError(Case kind, const std::filesystem::path& path)
 
 FolderGrants::Grant FolderGrants::makeGrant(const std::filesystem::path& folder) {
     const std::string path = key(folder);
-    const Identity identity = identityOf(path);
+    const files::FileIdentity identity = identityOfFolder(path);
     if (!files::isReadable(path)) throw FolderGrantError(FolderGrantError::Case::folderNotReadable, path);
     Grant grant(grantMark.begin(), grantMark.end());
     append(grant, identity.device);
@@ -92,12 +84,9 @@ FolderGrants::Resolved FolderGrants::resolve(const Grant& grant) {
         grant[headerBytes] == '/' && std::find(grant.begin() + headerBytes, grant.end(), 0) == grant.end();
     if (!isGrant) throw FolderGrantError(FolderGrantError::Case::invalidGrant);
     const std::string path(grant.begin() + headerBytes, grant.end());
-    const Identity granted{numberAt(grant, grantMark.size()), numberAt(grant, grantMark.size() + 8)};
-    return {path, identityOf(path) != granted, files::isReadable(path)};
-}
-
-bool FolderGrants::startAccessing(const std::filesystem::path& folder) {
-    return startAccessing(Resolved{folder, false, files::isDirectory(folder) && files::isReadable(folder)});
+    const files::FileIdentity granted{numberAt(grant, grantMark.size()),
+                                      numberAt(grant, grantMark.size() + 8)};
+    return {path, identityOfFolder(path) != granted, files::isReadable(path)};
 }
 
 bool FolderGrants::startAccessing(const Resolved& folder) {

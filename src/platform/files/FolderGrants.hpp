@@ -10,7 +10,7 @@
 
 namespace velto {
 
-/// A folder that cannot be granted or reached, or a grant that is no grant.
+/// A folder that cannot be granted or reached, or bytes that are not a grant.
 class FolderGrantError : public Error {
   public:
     enum class Case {
@@ -28,9 +28,9 @@ class FolderGrantError : public Error {
     Case kind_;
 };
 
-/// The user's leave to use a folder, as a durable token , and the bracket of a folder's use.
-/// Plain folder access stands behind it: a grant opens nothing, but it tells when the folder at its path is
-/// no longer the one that was granted. Confined to the main actor.
+/// The user's permission to use a folder, in bytes that can be kept, and the count of the folder's uses. A
+/// grant opens nothing that the file system does not: it says whether the folder at its path is still the
+/// one that was granted. The counts are confined to the main actor and never ask the file system.
 class FolderGrants {
   public:
     using Grant = std::vector<std::uint8_t>;
@@ -41,17 +41,16 @@ class FolderGrants {
         bool isReadable = false; ///< when it was resolved
     };
 
-    /// A token for an existing readable folder. Throws FolderGrantError.
+    /// A grant for an existing readable folder, by its absolute path. Throws FolderGrantError. Asks the file
+    /// system, which may hang: call it on the pool.
     [[nodiscard]] static Grant makeGrant(const std::filesystem::path& folder);
 
-    /// Throws FolderGrantError: the bytes are no grant, or no folder is at its path. Asks the file system:
-    /// call it off the main actor, which it does not need.
+    /// Where a grant leads now. Throws FolderGrantError if the bytes are not a grant or no folder is at its
+    /// path. Asks the file system, which may hang: call it on the pool.
     [[nodiscard]] static Resolved resolve(const Grant& grant);
 
-    /// Begins a use of the folder; false (and nothing to stop) where it is missing, no folder or unreadable.
+    /// Begins a use of the folder; false, and nothing to stop, if it was not readable when it was resolved.
     /// Each success needs one stopAccessing of the same path.
-    [[nodiscard]] bool startAccessing(const std::filesystem::path& folder);
-    /// The same by what resolve() has seen, without a further question to the file system.
     [[nodiscard]] bool startAccessing(const Resolved& folder);
     /// Ends one use; of a folder that is not in use, a bug that is logged and otherwise ignored.
     void stopAccessing(const std::filesystem::path& folder);

@@ -48,7 +48,7 @@ EntryKind kindOf(const dirent& entry, int folder) {
     case DT_DIR:
         return EntryKind::folder;
     case DT_UNKNOWN:
-        break; // some file systems do not tell
+        break; // some file systems do not say
     default:
         return EntryKind::other;
     }
@@ -74,7 +74,7 @@ FolderListing::~FolderListing() {
 std::optional<Entry> FolderListing::next() {
     if (stream_ == nullptr) return std::nullopt;
     while (true) {
-        errno = 0; // nothing else tells the end from a failure
+        errno = 0; // nothing else sets the end apart from a failure
         const dirent* entry = ::readdir(stream_);
         if (entry == nullptr && errno != 0) throw SystemError(errno, "Cannot read on in the folder", path_);
         if (entry == nullptr) return std::nullopt;

@@ -26,11 +26,12 @@ struct Entry {
 struct EntryAttributes {
     std::int64_t sizeBytes;
     Date modificationDate;
-    std::optional<Date> creationDate; ///< absent where the file system keeps none
+    std::optional<Date> creationDate; ///< absent if the file system keeps none
 };
 
 /// The entries of one folder, in the file system's order, "." and ".." left out. Holds one descriptor. Paths
-/// may be longer than a system call takes. One thread at a time.
+/// may be longer than a system call takes. One thread at a time; each call may block
+/// for as long as the drive does.
 class FolderListing {
   public:
     /// Opens the folder; `followLink` says whether a link at the path itself is followed.
@@ -39,13 +40,13 @@ class FolderListing {
     FolderListing(const FolderListing&) = delete;
     FolderListing& operator=(const FolderListing&) = delete;
 
-    /// False where the path is no folder or cannot be read.
+    /// False if the path is not a folder or cannot be read.
     [[nodiscard]] bool isOpen() const { return stream_ != nullptr; }
 
-    /// The next entry; absent at the end. Throws SystemError where the folder cannot be read on.
+    /// The next entry; absent at the end. Throws SystemError if the rest of the folder cannot be read.
     [[nodiscard]] std::optional<Entry> next();
 
-    /// Of an entry by its name; absent where it is gone. Throws SystemError where it cannot be asked.
+    /// Of an entry by its name; absent if it is gone. Throws SystemError if it cannot be asked.
     [[nodiscard]] std::optional<EntryAttributes> attributes(std::string_view name) const;
 
   private:

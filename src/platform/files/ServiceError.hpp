@@ -25,7 +25,7 @@ class ServiceError : public Error {
     };
 
     /// `payload` is the path, extension or pattern that the case's text ends with; `underlying` is the text
-    /// of the failure behind it, for the cases that can have one.
+    /// of the failure that caused it, for the cases that can have one.
     explicit ServiceError(Case kind, const std::string& payload = {},
                           const std::optional<std::string>& underlying = std::nullopt);
 

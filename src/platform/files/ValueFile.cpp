@@ -103,16 +103,17 @@ void setAside(const std::filesystem::path& file, const std::exception& reason) {
 /// Brings states of the values to the disk in the order in which they were made, from any thread of the pool.
 struct ValueFile::Writer {
     std::filesystem::path file;
-    std::string refusal; ///< why nothing is written; empty where all is well. Set once.
+    std::string refusal; ///< why nothing is written; empty if all is well. Set once.
     std::mutex mutex;
     std::uint64_t written = 0;
     std::uint64_t made = 0; ///< main actor only
 
-    void write(std::uint64_t number, const std::string& content) {
+    template <typename Values>
+    void write(std::uint64_t number, const Values& values) {
         if (!refusal.empty()) throw Error(refusal);
         const std::lock_guard lock(mutex);
         if (number <= written) return; // a later state, which holds this one, is on the disk
-        files::replaceFile(file, content);
+        files::replaceFile(file, encoded(values));
         written = number;
     }
 };
@@ -125,7 +126,7 @@ ValueFile::ValueFile(std::filesystem::path file, Executors executors)
         const auto content = readWhole(writer_->file);
         if (content) take(*content);
     } catch (const SystemError& error) {
-        writer_->refusal = describe(error); // what may stand there is not overwritten
+        writer_->refusal = describe(error); // what may be there is not overwritten
         log::line("⚠️ [DEFAULTS] The user defaults start empty and are not kept: {}", describe(error));
     }
 }
@@ -175,8 +176,8 @@ Task<void> ValueFile::remove(std::string key) {
 }
 
 Task<void> ValueFile::write() {
-    const auto writing = [writer = writer_, number = ++writer_->made, content = encoded(values_)] {
-        writer->write(number, content);
+    const auto writing = [writer = writer_, number = ++writer_->made, values = values_] {
+        writer->write(number, values);
     };
     co_await offload(executors_, writing);
 }

@@ -21,20 +21,20 @@ class ValueFile {
     using Bytes = std::vector<std::uint8_t>;
 
     /// Reads `file` (absent: no values). A file that makes no sense is renamed to "<file>.damaged-<seconds
-    /// since 1970>", with a log line, and the values start empty. They also do where an existing file
+    /// since 1970>", with a log line, and the values start empty. They also do if an existing file
     /// cannot be read at all; every write then fails, so that nothing in it is lost.
     ValueFile(std::filesystem::path file, Executors executors);
     ~ValueFile();
     ValueFile(const ValueFile&) = delete;
     ValueFile& operator=(const ValueFile&) = delete;
 
-    /// Absent where the key has no value or one of the other kind.
+    /// Absent if the key has no value or one of the other kind.
     [[nodiscard]] std::optional<Bytes> data(const std::string& key) const;
     [[nodiscard]] std::optional<std::string> string(const std::string& key) const;
     [[nodiscard]] std::vector<std::string> keys() const;
 
     /// The new value is readable as soon as the task runs, and on the disk when it ends. Throws Error
-    /// where the file cannot be written: the value then holds until the program ends or a later write
+    /// if the file cannot be written: the value then holds until the program ends or a later write
     /// succeeds. Texts are UTF-8.
     Task<void> setData(std::string key, Bytes value);
     Task<void> setString(std::string key, std::string value);

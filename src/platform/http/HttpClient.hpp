@@ -38,8 +38,8 @@ class Transport {
   public:
     virtual ~Transport() = default;
 
-    /// Comes back on the caller's executor. Throws URLError; a status other than 200 is no failure here. Any
-    /// thread may call, any number of times at once.
+    /// Comes back on the caller's executor. Throws URLError; a status other than 200 is not a failure here.
+    /// Any thread may call, any number of times at once.
     virtual Task<Response> send(Request request) = 0;
 };
 

@@ -17,7 +17,8 @@ class Completion {
     virtual void finish(std::exception_ptr failure, Response response) = 0;
 };
 
-/// One exchange: the curl handle, what it sends and what has come so far. Used on one thread at a time.
+/// One exchange: the curl handle, what it sends and what has come so far. Used on one thread at a time, and
+/// finished or failed exactly once.
 class Transfer {
   public:
     Transfer(Request request, std::unique_ptr<Completion> completion);
@@ -42,7 +43,7 @@ class Transfer {
     bool tooLarge_ = false;
 };
 
-/// `osError` is the errno of the failed connection, 0 where there is none; `hasNetwork` says whether the
+/// `osError` is the errno of the failed connection, 0 if there is none; `hasNetwork` says whether the
 /// machine has an address other than loopback.
 [[nodiscard]] URLError::Code codeFor(CURLcode result, long osError, bool hasNetwork);
 

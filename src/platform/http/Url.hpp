@@ -18,7 +18,7 @@ struct QueryItem {
 /// A URL cut at its delimiters. Foreign text comes in: nothing here trusts it.
 class Url {
   public:
-    /// Nothing where the text is no absolute URL with an authority, holds control characters or white space,
+    /// Nothing if the text is not an absolute URL with an authority, holds control characters or white space,
     /// or holds a broken percent escape.
     [[nodiscard]] static std::optional<Url> parse(std::string_view text);
 
@@ -37,14 +37,14 @@ class Url {
     std::vector<QueryItem> queryItems_;
 };
 
-/// What stands before the first colon, as written; nothing where no scheme can stand there. Any text will do.
+/// What comes before the first colon, as written; nothing if it cannot be a scheme. Any text will do.
 [[nodiscard]] std::optional<std::string> schemeOf(std::string_view text);
 
-/// The host after "//" without user and port, as written; nothing where there is none. Any text will do.
+/// The host after "//" without user and port, as written; nothing if there is none. Any text will do.
 [[nodiscard]] std::optional<std::string> hostOf(std::string_view text);
 
-/// The text with its percent escapes decoded ("+" stays); nothing where an escape is broken or the result is
-/// no UTF-8.
+/// The text with its percent escapes decoded ("+" stays); nothing if an escape is broken or the result is
+/// not UTF-8.
 [[nodiscard]] std::optional<std::string> percentDecoded(std::string_view text);
 
 } // namespace velto::http

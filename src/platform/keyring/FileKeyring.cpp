@@ -47,7 +47,7 @@ std::string reasonOf(int errorNumber) {
     return std::generic_category().message(errorNumber);
 }
 
-/// Opens and looks at the very file that is then read; false where there is none.
+/// Opens and looks at the very file that is then read; false if there is none.
 bool readChecked(const std::filesystem::path& path, std::string* content) {
     // Without O_NONBLOCK a pipe in the file's place would hang the program.
     const files::Descriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));

@@ -27,7 +27,7 @@ class KeyringService {
 
     /// Replaces the token that is there. Throws KeychainError.
     virtual void saveToken(const std::string& token) = 0;
-    /// Nothing where no token is kept. Throws KeychainError.
+    /// Nothing if no token is kept. Throws KeychainError.
     virtual std::optional<std::string> retrieveToken() = 0;
     /// Deleting what is not there succeeds. Throws KeychainError.
     virtual void deleteToken() = 0;

@@ -76,7 +76,7 @@ class Call {
     explicit Call(Seconds limit)
         : lock_(mutex())
         , limit_(limit) {
-        // The shared bus connection ends the whole program when the bus goes, unless told otherwise.
+        // The shared bus connection ends the whole program when the bus goes, unless it is set otherwise.
         GError* failure = nullptr;
         if (GDBusConnection* bus = g_bus_get_sync(G_BUS_TYPE_SESSION, limit_.cancellable(), &failure)) {
             g_dbus_connection_set_exit_on_close(bus, FALSE);
@@ -97,14 +97,14 @@ class Call {
     TimeLimit limit_;
 };
 
-/// True where the operation reported no failure.
+/// True if the operation reported no failure.
 bool succeeded(GError* failure) {
     const ErrorOwner owner(failure, &g_error_free);
     return failure == nullptr;
 }
 
 /// Whether the keyring holds the item, locked or not: a look-up and a removal pass over a locked one without
-/// a failure. Nothing where the search failed.
+/// a failure. Nothing if the search failed.
 std::optional<bool> holds(GCancellable* cancellable, SecretSearchFlags flags, const std::string& service,
                           const std::string& account) {
     GError* failure = nullptr;
@@ -166,7 +166,7 @@ std::optional<std::string> SecretServiceKeyring::retrieveToken() {
 void SecretServiceKeyring::deleteToken() {
     const Call call(timeLimit_);
     GError* failure = nullptr;
-    // Only what is unlocked is cleared. Where nobody unlocks it, the token stays.
+    // Only what is unlocked is cleared. If nobody unlocks it, the token stays.
     constexpr auto unlocking = static_cast<SecretSearchFlags>(SECRET_SEARCH_ALL | SECRET_SEARCH_UNLOCK);
     static_cast<void>(holds(call.cancellable(), unlocking, serviceName_, accountName_));
     secret_password_clear_sync(schema(), call.cancellable(), &failure, "service", serviceName_.c_str(),

@@ -8,7 +8,7 @@
 namespace velto {
 
 /// The token as an item of the user's default keyring, over the Secret Service: found by its attributes
-/// "service" and "account", readable only while the keyring is unlocked. Where there is no session bus, no
+/// "service" and "account", readable only while the keyring is unlocked. If there is no session bus, no
 /// Secret Service or no answer within `timeLimit`, the operation fails with its KeychainError.
 class SecretServiceKeyring final : public KeyringService {
   public:

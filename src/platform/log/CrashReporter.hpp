@@ -9,8 +9,8 @@
 
 namespace velto {
 
-/// Where milestones and unexpected errors are recorded. No service stands behind it: the production
-/// implementation appends to a file of the user's own, and no data leaves the machine. Any thread may call.
+/// Where milestones and unexpected errors are recorded. There is no service: the production implementation
+/// appends to a file of the user's own, and no data leaves the machine. Any thread may call.
 class CrashReporter {
   public:
     virtual ~CrashReporter() = default;
@@ -20,7 +20,8 @@ class CrashReporter {
     virtual void setUserID(const std::optional<std::string>& identifier) = 0;
 };
 
-/// Appends one line a record to `path` (mode 0600; started afresh over 1 MiB). An unwritable file is ignored.
+/// Appends a line for each record to `path` (mode 0600; emptied when it passes 1 MiB). If it cannot be opened
+/// or written, records are lost and nobody hears of it. Each call writes before it returns.
 class FileCrashReporter final : public CrashReporter {
   public:
     explicit FileCrashReporter(std::filesystem::path path);

@@ -18,7 +18,7 @@
 /// \n, \xNN. Nothing is shown anywhere until somebody adds a sink.
 namespace velto::log {
 
-/// How urgent a line is; told from the line itself, so that its level cannot contradict its text.
+/// How urgent a line is; known from the line itself, so that its level cannot contradict its text.
 enum class Level { info, warning, error };
 
 /// Of one line as it was logged: from its emoji, or from how it starts when it has none.

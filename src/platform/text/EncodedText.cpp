@@ -42,7 +42,7 @@ std::string fromUtf8(std::string_view bytes) {
     return out;
 }
 
-/// Most texts have many characters below 256: their zero bytes tell the order.
+/// Most texts have many characters below 256: their zero bytes give the order away.
 ByteOrder likelierOrder(std::string_view bytes) {
     std::size_t zerosAtEven = 0;
     std::size_t zerosAtOdd = 0;

@@ -12,24 +12,24 @@ namespace velto::text {
 
 enum class Encoding : std::uint8_t { latin1, utf16, utf16BigEndian, utf8 };
 
-/// What is no character becomes U+FFFD.
+/// A number that is not a character becomes U+FFFD.
 void appendUtf8(std::string& text, char32_t character);
 
 /// All of `bytes`, byte-order mark left out. UTF-16 without its mark (taggers forget it) is read in the order
-/// that gives the likelier text, little-endian where both do.
+/// that gives the likelier text, little-endian if both do.
 [[nodiscard]] std::string toUtf8(std::string_view bytes, Encoding encoding);
 
-/// Bytes of an encoding that is not told: UTF-8 where they are, else Latin-1, in which every byte is a
+/// Bytes of an unknown encoding: as UTF-8 if they are valid, else as Latin-1, in which every byte is a
 /// character.
 [[nodiscard]] std::string toUtf8OrLatin1(std::string_view bytes);
 
-/// Cuts the first text and its terminator (a zero character) off; what is behind them. All of it where no
-/// terminator stands.
+/// The first text without its terminator (a zero character), and what follows it; all of it and nothing if
+/// there is no terminator. The views are of `bytes`.
 [[nodiscard]] std::pair<std::string_view, std::string_view> splitAtTerminator(std::string_view bytes,
                                                                               Encoding encoding);
 
-/// The texts between terminators; empty ones are none. A UTF-16 text without a mark has the order of the one
-/// in front of it.
+/// The texts between terminators, empty ones left out. A UTF-16 text without a mark has the order of the one
+/// before it.
 [[nodiscard]] std::vector<std::string> terminatedTexts(std::string_view bytes, Encoding encoding);
 
 } // namespace velto::text

@@ -10,7 +10,7 @@ namespace velto::text {
 /// form.
 class RegularExpression {
   public:
-    /// Nothing where `pattern` does not compile.
+    /// Nothing if `pattern` does not compile.
     static std::optional<RegularExpression> compile(std::string_view pattern);
 
     /// Whether a match exists anywhere in `text`. Bounded in time and memory: a pattern that would search

@@ -23,7 +23,7 @@ bool isAscii(std::string_view text) {
     return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<signed char>(c) >= 0; });
 }
 
-/// Decodes the character at `at` and moves past it; negative for a byte that is no UTF-8.
+/// Decodes the character at `at` and moves past it; negative for a byte that is not UTF-8.
 UChar32 nextCharacter(std::string_view text, std::size_t& at) {
     const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data()) + at;
     const auto length = static_cast<std::int32_t>(std::min<std::size_t>(text.size() - at, 4));
@@ -34,7 +34,7 @@ UChar32 nextCharacter(std::string_view text, std::size_t& at) {
     return character;
 }
 
-/// The end of the valid UTF-8 that begins at `from`; `from` itself where its byte is broken.
+/// The end of the valid UTF-8 that begins at `from`; `from` itself if its byte is broken.
 std::size_t endOfValid(std::string_view text, std::size_t from) {
     std::size_t at = from;
     while (at < text.size() && at - from < maximumPieceBytes) {

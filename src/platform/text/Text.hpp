@@ -5,7 +5,7 @@
 #include <string_view>
 
 /// Text operations by the rules of Unicode. Texts are UTF-8; no function fails or throws on broken UTF-8, and
-/// bytes that are no UTF-8 come through unchanged (a file name may hold any byte). Any thread may call.
+/// bytes that are not UTF-8 come through unchanged (a file name may hold any byte). Any thread may call.
 namespace velto::text {
 
 /// Full Unicode lower-casing, the same on every machine whatever its locale.
@@ -25,7 +25,7 @@ namespace velto::text {
 
 [[nodiscard]] bool isValidUtf8(std::string_view text);
 
-/// The user's language's order, upper and lower case alike: how lists of names are sorted for people.
+/// The order of the user's language, upper and lower case alike: how lists of names are sorted for people.
 [[nodiscard]] std::weak_ordering localizedCompareCaseInsensitive(std::string_view left,
                                                                  std::string_view right);
 

@@ -1,5 +1,6 @@
 #include "tagwriting/id3/Mp3File.hpp"
 
+#include "platform/text/PathParts.hpp"
 #include "tagwriting/id3/ID3TagParser.hpp"
 
 #include <algorithm>
@@ -33,13 +34,6 @@ std::optional<Header> tagHeader(const FileBytes& file) {
     return header;
 }
 
-bool isMp3(const std::filesystem::path& path) {
-    std::string extension = path.extension().string();
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
-    return extension == ".mp3";
-}
-
 off_t roundedUp(off_t value, off_t unit) {
     return (value + unit - 1) / unit * unit;
 }
@@ -56,7 +50,8 @@ Bytes audioOfLastTagBlock(const FileBytes& file, const Mp3WithID3TagBuilder& pla
 } // namespace
 
 std::optional<Bytes> Mp3FileReader::read(const std::filesystem::path& path) {
-    if (!isMp3(path)) throw ID3TagEditorError(ID3TagEditorError::Case::invalidFileFormat);
+    if (lowercasedExtension(path.native()) != "mp3")
+        throw ID3TagEditorError(ID3TagEditorError::Case::invalidFileFormat);
     return read(FileBytes(path, FileBytes::Mode::read));
 }
 
