@@ -9,6 +9,7 @@
 #include "scanning/FileSignatureGenerator.hpp"
 #include "scanning/FilesystemScanner.hpp"
 #include "scanning/MetadataExtractor.hpp"
+#include "scanning/UnindexedFiles.hpp"
 
 #include <algorithm>
 #include <utility>
@@ -56,6 +57,10 @@ ConcurrentScanner::ConcurrentScanner(ScannerDependencies dependencies, ModelCont
     , clock_(clock)
     , crashReporter_(crashReporter)
     , progressActor_(clock) {}
+
+Task<std::vector<std::filesystem::path>> ConcurrentScanner::findUnindexedFiles(LibraryRef library) {
+    return unindexedFiles(modelContext_, executors_, std::move(library));
+}
 
 Task<ScanRunRef> ConcurrentScanner::scanLibrary(LibraryRef library) {
     assertMainActor();

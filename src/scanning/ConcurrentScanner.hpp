@@ -28,8 +28,7 @@ class ConcurrentScanner final : public Scanner {
     Task<std::optional<ScanProgress>> scanProgress() override;
     [[nodiscard]] Published<std::optional<ScanProgress>>& observableProgress() override;
 
-    /// The files that the system's find tool sees and the library's records lack. Changes nothing. Throws
-    /// ScannerError commandFailed.
+    /// Those of `unindexedFiles`.
     Task<std::vector<std::filesystem::path>> findUnindexedFiles(LibraryRef library);
 
     /// The canonicalSigs that the last scan found without a file.

@@ -1,6 +1,7 @@
+#include "scanning/UnindexedFiles.hpp"
+
 #include "platform/log/Log.hpp"
 #include "platform/model/InBackground.hpp"
-#include "scanning/ConcurrentScanner.hpp"
 #include "scanning/FileFinder.hpp"
 #include "scanning/Glob.hpp"
 
@@ -56,14 +57,15 @@ std::vector<std::filesystem::path> unknownFiles(const std::string& rootPath,
 
 } // namespace
 
-Task<std::vector<std::filesystem::path>> ConcurrentScanner::findUnindexedFiles(LibraryRef library) {
+Task<std::vector<std::filesystem::path>> unindexedFiles(ModelContext& modelContext, Executors executors,
+                                                        LibraryRef library) {
     assertMainActor();
     const FindSettings settings{library->rootPath, library->includeGlob, library->excludeGlob};
     const std::string name = library->name;
     const auto find = [&settings] { return findFiles(settings); };
-    std::vector<std::string> found = co_await offload(executors_, find);
+    std::vector<std::string> found = co_await offload(executors, find);
     log::line("🔍 [REFRESH] Found {} files in filesystem for library: {}", found.size(), name);
-    std::vector<std::string> known = co_await relativePaths(modelContext_, library);
+    std::vector<std::string> known = co_await relativePaths(modelContext, library);
     log::line("🔍 [REFRESH] Found {} files in database", known.size());
     log::line("🔍 [REFRESH] Existing paths: {}", description(known));
     const auto compare = [&] {
@@ -71,7 +73,7 @@ Task<std::vector<std::filesystem::path>> ConcurrentScanner::findUnindexedFiles(L
         found = known = {}; // not on the main actor: there may be many
         return missing;
     };
-    auto missing = co_await offload(executors_, compare);
+    auto missing = co_await offload(executors, compare);
     log::line("🔍 [REFRESH] Found {} missing files", missing.size());
     co_return missing;
 }
