@@ -8,9 +8,6 @@ namespace velto::cli {
 
 namespace {
 
-/// What the window's sheet offers.
-constexpr auto defaultIncludeGlob = "*.{mp3,m4a,aif,aiff,wav,flac}";
-
 std::string summary(const ScanRunRef& run) {
     return fmt::format("Scanned {}: {} files, {} new, {} changed, {} missing, {} with errors.\n",
                        run->library ? text::printable(run->library->name) : "", run->totalSeen, run->newCount,
@@ -84,11 +81,10 @@ Task<Output> addLibrary(Context& context) {
     const auto folder = absoluteFolder(context.options.folder);
     const std::string usualName = (folder.has_filename() ? folder.filename() : folder).string();
     const std::string name = context.options.library.value_or(usualName);
+    const std::string include = context.options.includeGlob.value_or(std::string(defaultIncludeGlob));
     LibraryRef library;
     try {
-        library = co_await viewModel->addLibrary(name, folder,
-                                                 context.options.includeGlob.value_or(defaultIncludeGlob),
-                                                 context.options.excludeGlob);
+        library = co_await viewModel->addLibrary(name, folder, include, context.options.excludeGlob);
     } catch (const LibraryCreationError& error) {
         throw CommandFailed(refusal(error, name, folder));
     }

@@ -6,6 +6,7 @@
 #include "cli/LibraryNames.hpp"
 #include "cli/Manual.hpp"
 #include "platform/text/Printable.hpp"
+#include "store/Library.hpp"
 
 #include <CLI/CLI.hpp>
 
@@ -110,7 +111,7 @@ class Parser {
             ->type_name("N")
             ->check(isNotEmpty);
         add->add_option("--include", options_.includeGlob,
-                        "Files to take (default: *.{mp3,m4a,aif,aiff,wav,flac})")
+                        "Files to take (default: " + std::string(defaultIncludeGlob) + ")")
             ->type_name("G");
         add->add_option("--exclude", options_.excludeGlob, "Files to leave out")->type_name("G");
         add->add_flag_callback(

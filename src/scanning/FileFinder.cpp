@@ -6,6 +6,7 @@
 #include "platform/text/Text.hpp"
 #include "scanning/Glob.hpp"
 #include "scanning/ScannerError.hpp"
+#include "store/Library.hpp"
 
 #include <algorithm>
 #include <exception>
@@ -14,7 +15,6 @@ namespace velto {
 
 namespace {
 
-constexpr std::string_view usualIncludeGlob = "*.{mp3,m4a,aif,aiff,wav,flac}";
 constexpr std::string_view findProgram = "/usr/bin/find";
 
 /// The exclude patterns, made ready once for many paths.
@@ -78,7 +78,7 @@ std::vector<std::string> findArguments(const FindSettings& settings) {
     std::vector<std::string> arguments{settings.rootPath, "-type", "f"};
     std::string_view separator = "(";
     for (const std::string& pattern :
-         namePatterns(settings.includeGlob.value_or(std::string(usualIncludeGlob)))) {
+         namePatterns(settings.includeGlob.value_or(std::string(defaultIncludeGlob)))) {
         arguments.insert(arguments.end(), {std::string(separator), "-name", pattern});
         separator = "-o";
     }

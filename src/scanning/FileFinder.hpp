@@ -10,7 +10,7 @@ namespace velto {
 /// What the finder goes by.
 struct FindSettings {
     std::string rootPath;
-    std::optional<std::string> includeGlob; ///< absent: the usual music files
+    std::optional<std::string> includeGlob; ///< absent: `defaultIncludeGlob`
     std::optional<std::string> excludeGlob;
 };
 

@@ -4,6 +4,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace velto {
@@ -11,6 +12,9 @@ namespace velto {
 class FileItem;
 class ScanRun;
 class Track;
+
+/// The files that count as music unless the user says otherwise.
+inline constexpr std::string_view defaultIncludeGlob = "*.{mp3,m4a,aif,aiff,wav,flac}";
 
 struct LibraryFields {
     std::string name; ///< unique, shown to the user
