@@ -1,7 +1,7 @@
 #include "Fuzzer.hpp"
 
-#include "tagwriting/id3/ID3TagCreator.hpp"
-#include "tagwriting/id3/ID3TagParser.hpp"
+#include "id3/ID3TagCreator.hpp"
+#include "id3/ID3TagParser.hpp"
 
 using namespace velto::id3;
 

@@ -1,7 +1,7 @@
 #include "Fuzzer.hpp"
 
-#include "tagwriting/id3/ID3TagEditor.hpp"
-#include "tagwriting/id3/Mp3File.hpp"
+#include "tagwriting/mp3/ID3TagEditor.hpp"
+#include "tagwriting/mp3/Mp3File.hpp"
 
 #include <unistd.h>
 

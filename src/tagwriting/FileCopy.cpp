@@ -2,7 +2,7 @@
 
 #include "platform/core/Error.hpp"
 #include "platform/files/Descriptor.hpp"
-#include "tagwriting/id3/FileBytes.hpp"
+#include "tagwriting/mp3/FileBytes.hpp"
 
 #include <fcntl.h>
 #include <sys/stat.h>

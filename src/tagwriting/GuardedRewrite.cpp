@@ -4,8 +4,8 @@
 #include "platform/files/Sha256.hpp"
 #include "platform/log/Log.hpp"
 #include "tagwriting/FileCopy.hpp"
-#include "tagwriting/id3/FileBytes.hpp"
-#include "tagwriting/id3/Mp3File.hpp"
+#include "tagwriting/mp3/FileBytes.hpp"
+#include "tagwriting/mp3/Mp3File.hpp"
 
 #include <sys/stat.h>
 #include <unistd.h>

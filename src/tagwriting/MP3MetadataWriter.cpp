@@ -1,13 +1,13 @@
+#include "id3/ID3Genre.hpp"
+#include "id3/ID3TagBuilder.hpp"
 #include "platform/log/Log.hpp"
 #include "tagwriting/CarriedFrames.hpp"
 #include "tagwriting/GenreText.hpp"
 #include "tagwriting/MetadataWriter.hpp"
 #include "tagwriting/RewriteSteps.hpp"
-#include "tagwriting/id3/FileBytes.hpp"
-#include "tagwriting/id3/ID3Genre.hpp"
-#include "tagwriting/id3/ID3TagBuilder.hpp"
-#include "tagwriting/id3/ID3TagEditor.hpp"
-#include "tagwriting/id3/Mp3File.hpp"
+#include "tagwriting/mp3/FileBytes.hpp"
+#include "tagwriting/mp3/ID3TagEditor.hpp"
+#include "tagwriting/mp3/Mp3File.hpp"
 
 #include <algorithm>
 #include <array>

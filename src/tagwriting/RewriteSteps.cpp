@@ -7,9 +7,9 @@
 #include "platform/text/PathParts.hpp"
 #include "tagwriting/CarriedFrames.hpp"
 #include "tagwriting/MetadataWriter.hpp"
-#include "tagwriting/id3/FileBytes.hpp"
-#include "tagwriting/id3/ID3TagEditor.hpp"
-#include "tagwriting/id3/Mp3File.hpp"
+#include "tagwriting/mp3/FileBytes.hpp"
+#include "tagwriting/mp3/ID3TagEditor.hpp"
+#include "tagwriting/mp3/Mp3File.hpp"
 
 #include <algorithm>
 #include <array>

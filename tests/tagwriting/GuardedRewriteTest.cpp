@@ -4,8 +4,8 @@
 #include "tagwriting/FileCopy.hpp"
 #include "tagwriting/MetadataWriter.hpp"
 #include "tagwriting/TagFixtures.hpp"
-#include "tagwriting/id3/ID3TagBuilder.hpp"
-#include "tagwriting/id3/ID3TagEditor.hpp"
+#include "id3/ID3TagBuilder.hpp"
+#include "tagwriting/mp3/ID3TagEditor.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 #include "tagwriting/TagFixtures.hpp"
-#include "tagwriting/id3/ID3Genre.hpp"
-#include "tagwriting/id3/ID3TagEditor.hpp"
-#include "tagwriting/id3/ID3TagParser.hpp"
+#include "id3/ID3Genre.hpp"
+#include "tagwriting/mp3/ID3TagEditor.hpp"
+#include "id3/ID3TagParser.hpp"
 
 #include <gtest/gtest.h>
 

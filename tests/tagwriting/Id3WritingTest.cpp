@@ -1,9 +1,9 @@
 #include "tagwriting/TagFixtures.hpp"
-#include "tagwriting/id3/ID3TagBuilder.hpp"
-#include "tagwriting/id3/ID3TagCreator.hpp"
-#include "tagwriting/id3/ID3TagEditor.hpp"
-#include "tagwriting/id3/ID3TagParser.hpp"
-#include "tagwriting/id3/Mp3File.hpp"
+#include "id3/ID3TagBuilder.hpp"
+#include "id3/ID3TagCreator.hpp"
+#include "tagwriting/mp3/ID3TagEditor.hpp"
+#include "id3/ID3TagParser.hpp"
+#include "tagwriting/mp3/Mp3File.hpp"
 
 #include <gtest/gtest.h>
 

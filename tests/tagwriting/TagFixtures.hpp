@@ -3,7 +3,7 @@
 #include "platform/log/CrashReporter.hpp"
 #include "support/TemporaryFolder.hpp"
 #include "support/TestRuntime.hpp"
-#include "tagwriting/id3/ID3Types.hpp"
+#include "id3/ID3Types.hpp"
 
 #include <atomic>
 #include <cstdint>

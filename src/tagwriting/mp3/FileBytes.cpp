@@ -1,4 +1,4 @@
-#include "tagwriting/id3/FileBytes.hpp"
+#include "tagwriting/mp3/FileBytes.hpp"
 
 #include "platform/files/CopyContent.hpp"
 

@@ -1,7 +1,7 @@
-#include "tagwriting/id3/FrameIdentifiers.hpp"
-#include "tagwriting/id3/ID3Genre.hpp"
-#include "tagwriting/id3/ID3TagParser.hpp"
-#include "tagwriting/id3/TextEncoding.hpp"
+#include "id3/FrameIdentifiers.hpp"
+#include "id3/ID3Genre.hpp"
+#include "id3/ID3TagParser.hpp"
+#include "id3/TextEncoding.hpp"
 
 #include <algorithm>
 #include <array>

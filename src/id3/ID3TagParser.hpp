@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tagwriting/id3/ID3Tag.hpp"
+#include "id3/ID3Tag.hpp"
 
 #include <optional>
 #include <string_view>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tagwriting/id3/FileBytes.hpp"
+#include "tagwriting/mp3/FileBytes.hpp"
 
 #include <filesystem>
 #include <functional>

@@ -1,6 +1,6 @@
-#include "tagwriting/id3/ID3TagParser.hpp"
+#include "id3/ID3TagParser.hpp"
 
-#include "tagwriting/id3/FrameIdentifiers.hpp"
+#include "id3/FrameIdentifiers.hpp"
 
 #include <zlib.h>
 

@@ -1,4 +1,4 @@
-#include "tagwriting/id3/FrameIdentifiers.hpp"
+#include "id3/FrameIdentifiers.hpp"
 
 #include <algorithm>
 #include <array>

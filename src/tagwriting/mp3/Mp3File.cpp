@@ -1,7 +1,7 @@
-#include "tagwriting/id3/Mp3File.hpp"
+#include "tagwriting/mp3/Mp3File.hpp"
 
+#include "id3/ID3TagParser.hpp"
 #include "platform/text/PathParts.hpp"
-#include "tagwriting/id3/ID3TagParser.hpp"
 
 #include <algorithm>
 #include <array>

@@ -1,34 +1,12 @@
-#include "tagwriting/id3/ID3TagEditor.hpp"
+#include "tagwriting/mp3/ID3TagEditor.hpp"
 
-#include "tagwriting/id3/ID3TagCreator.hpp"
-#include "tagwriting/id3/ID3TagParser.hpp"
-#include "tagwriting/id3/Mp3File.hpp"
+#include "id3/ID3TagCreator.hpp"
+#include "id3/ID3TagParser.hpp"
+#include "tagwriting/mp3/Mp3File.hpp"
 
 #include <algorithm>
 
 namespace velto::id3 {
-
-namespace {
-
-const char* text(ID3TagEditorError::Case kind) {
-    switch (kind) {
-    case ID3TagEditorError::Case::invalidFileFormat:
-        return "Not an MP3 file";
-    case ID3TagEditorError::Case::tagTooBig:
-        return "The tag is too big";
-    case ID3TagEditorError::Case::invalidTagData:
-        return "Invalid tag data";
-    case ID3TagEditorError::Case::corruptedFile:
-        return "The tag declares more bytes than the file has";
-    }
-    return "";
-}
-
-} // namespace
-
-ID3TagEditorError::ID3TagEditorError(Case kind)
-    : Error(text(kind))
-    , kind_(kind) {}
 
 std::optional<ID3Tag> ID3TagEditor::read(const std::filesystem::path& from) {
     const auto data = Mp3FileReader::read(from);

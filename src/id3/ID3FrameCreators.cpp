@@ -1,8 +1,8 @@
-#include "tagwriting/id3/ID3FrameCreators.hpp"
+#include "id3/ID3FrameCreators.hpp"
 
-#include "tagwriting/id3/FrameIdentifiers.hpp"
-#include "tagwriting/id3/ID3Genre.hpp"
-#include "tagwriting/id3/TextEncoding.hpp"
+#include "id3/FrameIdentifiers.hpp"
+#include "id3/ID3Genre.hpp"
+#include "id3/TextEncoding.hpp"
 
 #include <fmt/format.h>
 

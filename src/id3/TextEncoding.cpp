@@ -1,4 +1,4 @@
-#include "tagwriting/id3/TextEncoding.hpp"
+#include "id3/TextEncoding.hpp"
 
 #include <algorithm>
 #include <array>

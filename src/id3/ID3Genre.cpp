@@ -1,4 +1,4 @@
-#include "tagwriting/id3/ID3Genre.hpp"
+#include "id3/ID3Genre.hpp"
 
 #include "platform/core/GenreSeparator.hpp"
 

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "id3/ID3Types.hpp"
 #include "platform/text/EncodedText.hpp"
-#include "tagwriting/id3/ID3Types.hpp"
 
 #include <optional>
 #include <string>

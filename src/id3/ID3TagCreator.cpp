@@ -1,7 +1,7 @@
-#include "tagwriting/id3/ID3TagCreator.hpp"
+#include "id3/ID3TagCreator.hpp"
 
-#include "tagwriting/id3/FrameIdentifiers.hpp"
-#include "tagwriting/id3/ID3FrameCreators.hpp"
+#include "id3/FrameIdentifiers.hpp"
+#include "id3/ID3FrameCreators.hpp"
 
 #include <algorithm>
 #include <array>
