@@ -17,7 +17,7 @@ HOMES = {
     r"^unicode/": ["platform/text"],
     r"^curl/": ["platform/http"],
     r"^openssl/": ["platform/files"],
-    r"^zlib\.h": ["id3", "media"],
+    r"^zlib\.h": ["id3"],
     r"^nlohmann/": ["backend", "cli", "platform/files", "platform/model"],
     r"^libsecret/": ["platform/keyring"],
     r"^asio[./]": ["platform/concurrency", "platform/http", "cli", "desktop"],

@@ -2,12 +2,13 @@
 
 #include "id3/ID3Tag.hpp"
 
+#include <array>
 #include <optional>
 #include <string_view>
 
 namespace velto::id3 {
 
-/// How a frame's content is laid out.
+/// How a frame's content is laid out, in the order of ID3Frame's alternatives.
 enum class FrameContent : std::uint8_t {
     text,
     integer,
@@ -49,6 +50,13 @@ struct ID3AttachedPictureFrameConfiguration {
         if (format == ID3PictureFormat::png) return hasShortFormat ? "PNG" : "image/png";
         return {};
     }
+};
+
+/// The frames that a rewrite carries over, in the order in which they are written; of pictures only the front
+/// cover. A tag that cannot be read to its end is looked through for their names.
+inline constexpr std::array<FrameName::Kind, 7> carriedKinds{
+    FrameName::title,         FrameName::artist,       FrameName::album,   FrameName::albumArtist,
+    FrameName::trackPosition, FrameName::discPosition, FrameName::picture,
 };
 
 /// The one list that reading and writing share.

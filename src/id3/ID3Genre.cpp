@@ -99,7 +99,12 @@ std::string_view genreName(ID3Genre genre) {
     return number < names.size() ? names[number] : std::string_view();
 }
 
-ID3FrameGenre ID3GenreStringAdapter::adapt(const std::vector<std::string>& values) {
+std::string namedGenre(std::string text) {
+    const auto found = reference(text);
+    return found && !found->name.empty() ? std::string(found->name) : text;
+}
+
+ID3FrameGenre genreOf(const std::vector<std::string>& values) {
     Collector collector;
     for (const std::string& value : values)
         collector.addValue(value);
@@ -114,7 +119,7 @@ ID3FrameGenre ID3GenreStringAdapter::adapt(const std::vector<std::string>& value
     return collector.genre;
 }
 
-std::string ID3GenreStringAdapter::content(const ID3FrameGenre& genre, ID3Version version) {
+std::string genreText(const ID3FrameGenre& genre, ID3Version version) {
     const std::string description = genre.description.value_or("");
     if (!genre.identifier)
         return description.starts_with('(') && version != ID3Version::version4 ? "(" + description

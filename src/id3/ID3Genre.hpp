@@ -11,14 +11,15 @@ namespace velto::id3 {
 /// The published name of a genre number; empty where the list has none.
 [[nodiscard]] std::string_view genreName(ID3Genre genre);
 
-/// Between the content of a genre frame and its value.
-struct ID3GenreStringAdapter {
-    /// Understands "(17)", "(17)Refinement", "(4)(RX)", "((text", "17" and free text; several values (also of
-    /// a version 2.4 frame) become one description, joined by genreSeparator.
-    [[nodiscard]] static ID3FrameGenre adapt(const std::vector<std::string>& values);
+/// The name that `text` stands for: a number of the list, "RX" or "CR"; any other text itself.
+[[nodiscard]] std::string namedGenre(std::string text);
 
-    /// The published form: number in parentheses (bare in version 2.4), then the description.
-    [[nodiscard]] static std::string content(const ID3FrameGenre& genre, ID3Version version);
-};
+/// The value of a tag's genre frames, whose values these are. Understands "(17)", "(17)Refinement",
+/// "(4)(RX)",
+/// "((text", "17" and free text; several become one description, each once, joined by genreSeparator.
+[[nodiscard]] ID3FrameGenre genreOf(const std::vector<std::string>& values);
+
+/// The published form: number in parentheses (bare in version 2.4), then the description.
+[[nodiscard]] std::string genreText(const ID3FrameGenre& genre, ID3Version version);
 
 } // namespace velto::id3

@@ -1,12 +1,13 @@
 #include "media/AiffExport.hpp"
 
+#include "id3/FrameBytes.hpp"
+#include "id3/FrameIdentifiers.hpp"
 #include "media/Id3Items.hpp"
 #include "media/RiffChunks.hpp"
 #include "platform/files/CopyContent.hpp"
 
 #include <linux/fs.h>
 #include <sys/ioctl.h>
-#include <tstring.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -28,26 +29,18 @@ void appendSize(std::string& bytes, std::size_t size) {
 }
 
 void appendGenre(Id3Frames& tag, const std::string& text) {
-    const bool ascii = std::all_of(text.begin(), text.end(), [](char c) { return (c & 0x80) == 0; });
     Id3Frame frame;
-    frame.name = tag.version == 2 ? "TCO" : "TCON";
-    if (tag.version == 4)
-        frame.content = '\3' + text;
-    else if (ascii)
-        frame.content = '\0' + text;
-    else {
-        const auto wide = TagLib::String(text, TagLib::String::UTF8).data(TagLib::String::UTF16);
-        frame.content = '\1' + std::string(wide.data(), wide.size());
-    }
+    frame.header.name = id3::frameDescription(id3::FrameName::genre).identifier(tag.version());
+    frame.content = id3::contentBytes(id3::ID3FrameGenre{std::nullopt, text}, tag.version());
     tag.frames.push_back(std::move(frame));
 }
 
 /// The chunk with its header and the byte that an odd size is filled up with; empty for a tag without frames.
-std::string id3Chunk(const std::string& name, const std::string& tag) {
+std::string id3Chunk(const std::string& name, const id3::Bytes& tag) {
     if (tag.empty()) return {};
     std::string chunk = name;
     appendSize(chunk, tag.size());
-    chunk += tag;
+    chunk += id3::asText(tag);
     if (tag.size() % 2 != 0) chunk += '\0';
     return chunk;
 }

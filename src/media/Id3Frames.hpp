@@ -1,5 +1,6 @@
 #pragma once
 
+#include "id3/TagFrames.hpp"
 #include "media/FileReader.hpp"
 
 #include <optional>
@@ -8,23 +9,23 @@
 namespace velto::media {
 
 struct Id3Frame {
-    std::string name;        ///< as it stands in the tag: three characters in version 2.2, and maybe
-                             ///< filled up with a zero or a blank behind it
-    std::uint8_t status = 0; ///< both flag bytes are 0 in version 2.2
-    std::uint8_t format = 0;
-    std::string content; ///< as it stands in the tag: see readableContent()
+    id3::FrameHeader header;
+    id3::Bytes content; ///< as it stands in the tag: id3::FrameContents undoes what the flags say
 };
 
 struct Id3Frames {
-    unsigned version = 3;        ///< 2, 3 or 4
-    bool unsynchronised = false; ///< each frame by itself, in version 2.4; a whole-tag scheme is undone
+    id3::TagHeader header; ///< without a size where the tag is new
     std::vector<Id3Frame> frames;
     /// What the tag takes in the file with header and footer, never beyond its limit.
     std::uint64_t sizeInFile = 0;
+
+    /// Not to be asked of a tag without frames, whose version may be any.
+    [[nodiscard]] id3::ID3Version version() const { return static_cast<id3::ID3Version>(header.version); }
 };
 
-/// Which frames are wanted. Reading wants the text frames, up to a total that no real ones reach. Writing a
-/// tag anew wants every frame; one too large to be held is refused.
+/// Which frames are wanted. Reading wants the text frames, up to a total that no real ones reach; all others,
+/// such as pictures, are never read. Writing a tag anew wants every frame; one too large to be held is
+/// refused.
 enum class Id3Content { texts, everything };
 
 /// The ID3v2 tag that begins at `offset` and may reach to `end`, without extended header and padding. Absent
@@ -33,12 +34,6 @@ enum class Id3Content { texts, everything };
                                                    std::uint64_t end, Id3Content content = Id3Content::texts);
 
 /// A tag of these frames, with its header and without padding; empty without frames.
-[[nodiscard]] std::string renderedTag(const Id3Frames& tag);
-
-/// The content without what the frame's flags put in front of it or did to it: inflated, its
-/// unsynchronisation undone. Absent where it is encrypted, broken or inflates to more than 64 KiB.
-[[nodiscard]] std::optional<std::string> readableContent(const Id3Frames& tag, const Id3Frame& frame);
-
-[[nodiscard]] bool isCompressed(const Id3Frames& tag, const Id3Frame& frame);
+[[nodiscard]] id3::Bytes renderedTag(const Id3Frames& tag);
 
 } // namespace velto::media

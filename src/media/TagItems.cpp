@@ -1,10 +1,10 @@
 #include "media/TagItems.hpp"
 
+#include "id3/ID3Genre.hpp"
 #include "platform/text/EncodedText.hpp"
 #include "platform/text/Text.hpp"
 
 #include <apetag.h>
-#include <id3v1genres.h>
 #include <id3v1tag.h>
 #include <infotag.h>
 #include <mp4tag.h>
@@ -94,7 +94,7 @@ std::string joined(const TagLib::StringList& values, bool genres) {
     DistinctTexts texts(genres ? genreSeparator : valueSeparator);
     for (const TagLib::String& value : values) {
         if (texts.isFull()) break;
-        texts.add(genres ? genreName(utf8(value)) : utf8(value));
+        texts.add(genres ? id3::namedGenre(utf8(value)) : utf8(value));
     }
     return texts.text();
 }
@@ -141,16 +141,6 @@ void setText(MetadataItem& item, std::string text) {
     }
     item.numberValue = leadingNumber(text);
     item.value = std::move(text);
-}
-
-std::string genreName(std::string text) {
-    if (text == "RX") return "Remix";
-    if (text == "CR") return "Cover";
-    int number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc{} || end != text.data() + text.size() || number < 0 || number > 255) return text;
-    std::string name = utf8(TagLib::ID3v1::genre(number));
-    return name.empty() ? text : name;
 }
 
 void DistinctTexts::add(std::string text) {
@@ -226,7 +216,7 @@ void appendItems(std::vector<MetadataItem>& items, const TagLib::RIFF::Info::Tag
 
 void appendAtomText(std::vector<MetadataItem>& items, std::string_view key, std::string text) {
     MetadataItem item = makeAtomItem(key);
-    if (isGenre(item)) text = genreName(std::move(text));
+    if (isGenre(item)) text = id3::namedGenre(std::move(text));
     appendText(items, std::move(item), std::move(text));
 }
 

@@ -46,9 +46,6 @@ enum class Meaning { artist, title, album, genre, date, track };
 
 void setText(MetadataItem& item, std::string text);
 
-/// A number stands for a name in the list that all ID3 versions share; "RX" and "CR" for theirs.
-[[nodiscard]] std::string genreName(std::string text);
-
 /// Collects the values of one field in order, each once, and joins them.
 class DistinctTexts {
   public:

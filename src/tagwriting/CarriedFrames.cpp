@@ -1,5 +1,7 @@
 #include "tagwriting/CarriedFrames.hpp"
 
+#include "id3/FrameIdentifiers.hpp"
+
 #include <algorithm>
 
 namespace velto {
@@ -8,31 +10,24 @@ namespace {
 
 using namespace id3;
 
-const std::array<FrameName, 7>& carriedNames() {
-    static const std::array<FrameName, 7> names{
-        FrameName::title,
-        FrameName::artist,
-        FrameName::album,
-        FrameName::albumArtist,
-        FrameName::trackPosition,
-        FrameName::discPosition,
-        FrameName::attachedPicture(ID3PictureType::frontCover),
-    };
-    return names;
+FrameName carriedName(FrameName::Kind kind) {
+    return kind == FrameName::picture ? FrameName::attachedPicture(ID3PictureType::frontCover)
+                                      : FrameName(kind);
 }
 
 } // namespace
 
 std::map<FrameName, ID3Frame> carriedFrames(const ID3Tag& old) {
     std::map<FrameName, ID3Frame> frames;
-    for (const FrameName& name : carriedNames())
-        if (const auto found = old.frames.find(name); found != old.frames.end()) frames.insert(*found);
+    for (const FrameName::Kind kind : carriedKinds)
+        if (const auto found = old.frames.find(carriedName(kind)); found != old.frames.end())
+            frames.insert(*found);
     return frames;
 }
 
 bool hidesCarriedFrames(const ID3Tag& old) {
-    return std::any_of(carriedNames().begin(), carriedNames().end(),
-                       [&](const FrameName& name) { return old.unreadable.contains(name.kind); });
+    return std::any_of(carriedKinds.begin(), carriedKinds.end(),
+                       [&](FrameName::Kind kind) { return old.unreadable.contains(kind); });
 }
 
 } // namespace velto

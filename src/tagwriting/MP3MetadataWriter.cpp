@@ -31,8 +31,7 @@ ID32v3TagBuilder carriedOver(const ID3Tag& old) {
 void prove(const ID3Tag& meant, const RewritePaths& paths) {
     auto expected = meant.frames;
     if (const auto* genre = meant.frame<ID3FrameGenre>(FrameName::genre))
-        expected[FrameName::genre] =
-            ID3GenreStringAdapter::adapt({ID3GenreStringAdapter::content(*genre, meant.properties.version)});
+        expected[FrameName::genre] = genreOf({genreText(*genre, meant.properties.version)});
     const FileBytes file(paths.file, FileBytes::Mode::read);
     const auto written = ID3TagEditor::read(file);
     if (!written || written->frames != expected) throw Error("The written tag does not read as it was meant");

@@ -30,7 +30,7 @@ bool isTorn(const id3::FileBytes& file) {
 /// A header with room behind it may be all that has reached the disk of a tag.
 bool hasEmptyTag(const id3::FileBytes& file) {
     const auto data = id3::Mp3FileReader::read(file);
-    return data && std::all_of(data->begin() + id3::ID3TagConfiguration::tagHeaderSizeInBytes, data->end(),
+    return data && std::all_of(data->begin() + id3::tagHeaderSize, data->end(),
                                [](std::uint8_t byte) { return byte == 0; });
 }
 

@@ -17,22 +17,6 @@ unsigned byteAt(std::string_view bytes, std::size_t index) {
     return static_cast<unsigned char>(bytes[index]);
 }
 
-/// Takes one character off the front; a broken sequence gives the replacement and takes one byte.
-char32_t takeUtf8(std::string_view& bytes) {
-    const unsigned lead = byteAt(bytes, 0);
-    const std::size_t length = lead < 0x80 ? 1 : lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC2 ? 2 : 0;
-    constexpr std::array<char32_t, 5> leastPoint{0, 0, 0x80, 0x800, 0x10000};
-    char32_t point = length < 2 ? lead : lead & (0x7FU >> length);
-    bool sound = length != 0 && length <= bytes.size();
-    for (std::size_t index = 1; sound && index < length; ++index) {
-        sound = (byteAt(bytes, index) & 0xC0) == 0x80;
-        point = point << 6 | (byteAt(bytes, index) & 0x3FU);
-    }
-    sound = sound && point >= leastPoint[length] && point <= 0x10FFFF && (point < 0xD800 || point > 0xDFFF);
-    bytes.remove_prefix(sound ? length : 1);
-    return sound ? point : replacement;
-}
-
 std::string fromUtf8(std::string_view bytes) {
     if (bytes.starts_with("\xEF\xBB\xBF")) bytes.remove_prefix(3);
     if (isValidUtf8(bytes)) return std::string(bytes);
@@ -113,6 +97,21 @@ void appendUtf8(std::string& text, char32_t c) {
         text += static_cast<char>(0x80 | (c >> 6 & 0x3F));
         text += static_cast<char>(0x80 | (c & 0x3F));
     }
+}
+
+char32_t takeUtf8(std::string_view& bytes) {
+    const unsigned lead = byteAt(bytes, 0);
+    const std::size_t length = lead < 0x80 ? 1 : lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC2 ? 2 : 0;
+    constexpr std::array<char32_t, 5> leastPoint{0, 0, 0x80, 0x800, 0x10000};
+    char32_t point = length < 2 ? lead : lead & (0x7FU >> length);
+    bool sound = length != 0 && length <= bytes.size();
+    for (std::size_t index = 1; sound && index < length; ++index) {
+        sound = (byteAt(bytes, index) & 0xC0) == 0x80;
+        point = point << 6 | (byteAt(bytes, index) & 0x3FU);
+    }
+    sound = sound && point >= leastPoint[length] && point <= 0x10FFFF && (point < 0xD800 || point > 0xDFFF);
+    bytes.remove_prefix(sound ? length : 1);
+    return sound ? point : replacement;
 }
 
 std::string toUtf8(std::string_view bytes, Encoding encoding) {

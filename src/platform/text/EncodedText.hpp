@@ -15,6 +15,10 @@ enum class Encoding : std::uint8_t { latin1, utf16, utf16BigEndian, utf8 };
 /// A number that is not a character becomes U+FFFD.
 void appendUtf8(std::string& text, char32_t character);
 
+/// Takes one character off the front of `bytes`, which are not empty; a broken sequence gives U+FFFD and
+/// takes one byte.
+[[nodiscard]] char32_t takeUtf8(std::string_view& bytes);
+
 /// All of `bytes`, byte-order mark left out. UTF-16 without its mark (taggers forget it) is read in the order
 /// that gives the likelier text, little-endian if both do.
 [[nodiscard]] std::string toUtf8(std::string_view bytes, Encoding encoding);

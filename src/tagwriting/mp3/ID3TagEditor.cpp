@@ -2,6 +2,7 @@
 
 #include "id3/ID3TagCreator.hpp"
 #include "id3/ID3TagParser.hpp"
+#include "id3/TagFrames.hpp"
 #include "tagwriting/mp3/Mp3File.hpp"
 
 #include <algorithm>
@@ -10,18 +11,18 @@ namespace velto::id3 {
 
 std::optional<ID3Tag> ID3TagEditor::read(const std::filesystem::path& from) {
     const auto data = Mp3FileReader::read(from);
-    return data ? ID3TagParser::parse(*data) : std::nullopt;
+    return data ? parseTag(*data) : std::nullopt;
 }
 
 std::optional<ID3Tag> ID3TagEditor::read(const FileBytes& from) {
     const auto data = Mp3FileReader::read(from);
-    return data ? ID3TagParser::parse(*data) : std::nullopt;
+    return data ? parseTag(*data) : std::nullopt;
 }
 
 void ID3TagEditor::write(const ID3Tag& tag, const std::filesystem::path& to,
                          const std::optional<std::filesystem::path>& andSaveTo,
                          const std::function<void()>& beforeAudioMoves) {
-    Bytes bytes = ID3TagCreator::create(tag);
+    Bytes bytes = tagBytes(tag);
     std::optional<FileBytes> copy;
     if (andSaveTo) {
         std::filesystem::remove(*andSaveTo);
@@ -31,8 +32,7 @@ void ID3TagEditor::write(const ID3Tag& tag, const std::filesystem::path& to,
     FileBytes file = copy ? std::move(*copy) : FileBytes(to, FileBytes::Mode::readWrite);
     const auto plan = Mp3WithID3TagBuilder::plan(file, bytes.size());
     const std::size_t total = static_cast<std::size_t>(plan.newLength);
-    const Bytes header = ID3TagHeaderCreator::create(tag.properties.version,
-                                                     total - ID3TagConfiguration::tagHeaderSizeInBytes);
+    const Bytes header = tagHeaderBytes(tag.properties.version, total - tagHeaderSize);
     bytes.resize(total, 0);
     std::copy(header.begin(), header.end(), bytes.begin());
     Mp3FileWriter::write(file, plan, std::move(bytes), beforeAudioMoves);

@@ -1,6 +1,6 @@
 #include "tagwriting/mp3/Mp3File.hpp"
 
-#include "id3/ID3TagParser.hpp"
+#include "id3/TagFrames.hpp"
 #include "platform/text/PathParts.hpp"
 
 #include <algorithm>
@@ -11,7 +11,6 @@ namespace velto::id3 {
 
 namespace {
 
-constexpr std::size_t headerSize = ID3TagConfiguration::tagHeaderSizeInBytes;
 constexpr off_t leastPadding = 1 << 10;
 constexpr off_t paddingUnit = 1 << 10;
 /// A room of more than this over what is needed (large frames that are gone now) is worth moving the audio
@@ -21,17 +20,28 @@ constexpr off_t blockSizeLimit = 64 << 10;
 /// A tag beyond it is not taken into memory. Covers of a few MiB are the largest that are found.
 constexpr off_t mostTag = 64 << 20;
 
-using Header = std::array<std::uint8_t, headerSize>;
+/// The head of a file as a tag's header.
+struct Head {
+    std::array<std::uint8_t, tagHeaderSize> bytes{};
+    std::size_t length = 0; ///< how many of the bytes the file has
+    std::optional<TagHeader> header;
 
-std::optional<Header> tagHeader(const FileBytes& file) {
-    Header header{};
-    if (file.read(header, 0) != header.size()) return std::nullopt;
-    if (!ID3TagPresence::isPresent(header, ID3TagVersionParser::parse(header))) return std::nullopt;
-    const off_t declared = ID3TagSizeParser::parse(header);
-    if (declared > mostTag) throw ID3TagEditorError(ID3TagEditorError::Case::corruptedFile);
-    if (declared > file.size() - static_cast<off_t>(headerSize))
+    explicit Head(const FileBytes& file)
+        : length(file.read(bytes, 0)) {
+        if (length == bytes.size()) header = tagHeader(bytes);
+    }
+
+    [[nodiscard]] bool isKnown() const { return header && header->knownVersion(); }
+};
+
+/// The header of the tag at the head of the file.
+std::optional<TagHeader> headerOf(const FileBytes& file) {
+    const Head head(file);
+    if (!head.isKnown()) return std::nullopt;
+    const off_t declared = head.header->size;
+    if (declared > mostTag || declared > file.size() - static_cast<off_t>(tagHeaderSize))
         throw ID3TagEditorError(ID3TagEditorError::Case::corruptedFile);
-    return header;
+    return head.header;
 }
 
 off_t roundedUp(off_t value, off_t unit) {
@@ -56,34 +66,31 @@ std::optional<Bytes> Mp3FileReader::read(const std::filesystem::path& path) {
 }
 
 std::optional<Bytes> Mp3FileReader::read(const FileBytes& file) {
-    const auto header = tagHeader(file);
+    const auto header = headerOf(file);
     if (!header) return std::nullopt;
-    Bytes data(headerSize + ID3TagSizeParser::parse(*header));
+    Bytes data(tagHeaderSize + header->size);
     // The file may have shrunk since its size was looked at.
     if (file.read(data, 0) != data.size()) throw ID3TagEditorError(ID3TagEditorError::Case::corruptedFile);
     return data;
 }
 
 off_t tagLength(const FileBytes& file) {
-    const auto header = tagHeader(file);
+    const auto header = headerOf(file);
     if (!header) return 0;
-    constexpr std::uint8_t footerFlag = 0x10;
-    const off_t length = static_cast<off_t>(headerSize) + ID3TagSizeParser::parse(*header);
-    if ((*header)[3] != 4 || ((*header)[5] & footerFlag) == 0) return length;
+    const off_t length = static_cast<off_t>(tagHeaderSize + header->size);
+    if (!header->hasFooter()) return length;
     // The flag alone is no reason to take ten bytes from the audio: the footer must stand there.
     std::array<std::uint8_t, 3> mark{};
-    const bool isThere =
-        file.read(mark, length) == mark.size() && mark == std::array<std::uint8_t, 3>{'3', 'D', 'I'};
-    return isThere ? std::min(length + static_cast<off_t>(headerSize), file.size()) : length;
+    const bool isThere = file.read(mark, length) == mark.size() && asText(mark) == "3DI";
+    return isThere ? std::min(length + static_cast<off_t>(tagHeaderSize), file.size()) : length;
 }
 
 bool hasForeignTag(const FileBytes& file) {
-    Header header{};
-    const std::size_t got = file.read(header, 0);
-    if (got < 3 || !std::equal(header.begin(), header.begin() + 3, "ID3")) return false;
-    // A size with a high bit set is read in more than one way, and so is where the audio begins.
-    return !tagHeader(file) ||
-           std::any_of(header.begin() + 6, header.end(), [](std::uint8_t byte) { return byte > 0x7F; });
+    const Head head(file);
+    if (head.length < 3 || !asText(head.bytes).starts_with("ID3")) return false;
+    if (head.isKnown()) (void)headerOf(file); // refuses one that is cut short
+    // Where the size can be read in more than one way, so can the place where the audio begins.
+    return !head.isKnown() || head.header->hasDoubtfulSize;
 }
 
 Mp3WithID3TagBuilder Mp3WithID3TagBuilder::plan(const FileBytes& file, std::size_t tagSize) {
@@ -107,20 +114,19 @@ void Mp3FileWriter::write(FileBytes& file, const Mp3WithID3TagBuilder& plan, Byt
     }
     const bool movesAudio = plan.step != Step::headOnly && !inserted;
     if (movesAudio && beforeAudioMoves) beforeAudioMoves();
-    if (plan.oldLength > 0 && !inserted) file.write(Header{}, 0);
+    if (plan.oldLength > 0 && !inserted) file.write(std::array<std::uint8_t, tagHeaderSize>{}, 0);
     if (movesAudio) file.shiftTail(plan.oldLength, plan.newLength);
     const ByteView bytes(tag);
-    file.write(bytes.subspan(headerSize), static_cast<off_t>(headerSize));
-    file.write(bytes.first(headerSize), 0);
+    file.write(bytes.subspan(tagHeaderSize), static_cast<off_t>(tagHeaderSize));
+    file.write(bytes.first(tagHeaderSize), 0);
 }
 
 bool Mp3FileWriter::removeRoom(FileBytes& file) {
-    constexpr std::array<std::uint8_t, 3> tagMark{'I', 'D', '3'};
     Bytes block(static_cast<std::size_t>(file.blockSize()));
     for (off_t at = 0; at < mostTag; at += file.blockSize()) {
         if (file.blockSize() > blockSizeLimit || file.read(block, at) != block.size()) return false;
         if (std::all_of(block.begin(), block.end(), [](std::uint8_t byte) { return byte == 0; })) continue;
-        const bool isTag = std::equal(tagMark.begin(), tagMark.end(), block.begin());
+        const bool isTag = asText(block).starts_with("ID3");
         const bool isAudio = block[0] == 0xFF && block[1] >= 0xE0;
         return at > 0 && (isTag || isAudio) && file.removeFromFront(at);
     }
