@@ -24,7 +24,7 @@ enum class FrameContent : std::uint8_t {
 struct FrameDescription {
     FrameName::Kind kind;
     FrameContent content;
-    std::string_view identifier2; ///< empty where the version has no such frame
+    std::string_view identifier2; ///< empty if the version has no such frame
     std::string_view identifier3;
     std::string_view identifier4;
 
@@ -36,7 +36,7 @@ struct FrameDescription {
 };
 
 /// How the head of a picture frame is laid out: the MIME type as a terminated text, in version 2.2 three
-/// characters in its place; the byte of the picture's type stands right behind it.
+/// characters in its place; the byte of the picture's type comes right after it.
 struct ID3AttachedPictureFrameConfiguration {
     bool hasShortFormat;
 

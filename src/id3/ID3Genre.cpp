@@ -85,7 +85,7 @@ struct Collector {
             text.remove_prefix(close + 1);
         }
         if (text.starts_with("((")) text.remove_prefix(1);
-        // A text behind a number refines it and stands in its place.
+        // A text after a number refines it and replaces it.
         if (last && text.empty()) return addReference(*last);
         if (last && last->number && !genre.identifier) genre.identifier = last->number;
         add(text);

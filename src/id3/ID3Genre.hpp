@@ -8,10 +8,10 @@
 
 namespace velto::id3 {
 
-/// The published name of a genre number; empty where the list has none.
+/// The published name of a genre number; empty if the list has none.
 [[nodiscard]] std::string_view genreName(ID3Genre genre);
 
-/// The name that `text` stands for: a number of the list, "RX" or "CR"; any other text itself.
+/// The name that `text` means: a number of the list, "RX" or "CR"; any other text itself.
 [[nodiscard]] std::string namedGenre(std::string text);
 
 /// The value of a tag's genre frames, whose values these are. Understands "(17)", "(17)Refinement",

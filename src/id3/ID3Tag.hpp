@@ -50,8 +50,7 @@ struct ID3FrameWithLocalizedContent {
 
 struct ID3FrameGenre {
     std::optional<ID3Genre> identifier;
-    std::optional<std::string>
-        description; ///< the text; the published name where the frame holds a number only
+    std::optional<std::string> description; ///< the text; the published name if the frame holds a number only
     bool operator==(const ID3FrameGenre&) const = default;
 };
 
@@ -165,8 +164,7 @@ struct FrameName {
 
 struct ID3TagProperties {
     ID3Version version = ID3Version::version3;
-    std::uint32_t size =
-        0; ///< bytes behind the tag header, as the header declares; 0 in a tag that was built
+    std::uint32_t size = 0; ///< bytes after the tag header, as the header declares; 0 in a tag that was built
 };
 
 struct ID3Tag {
@@ -176,7 +174,7 @@ struct ID3Tag {
     /// way that does not come out. Only reading fills it.
     std::set<FrameName::Kind> unreadable{};
 
-    /// The frame of that name where there is one of that type.
+    /// The frame of that name if there is one of that type.
     template <typename Frame>
     [[nodiscard]] const Frame* frame(const FrameName& name) const {
         const auto found = frames.find(name);

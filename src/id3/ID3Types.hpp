@@ -21,7 +21,7 @@ enum class ID3Version : std::uint8_t { version2 = 2, version3 = 3, version4 = 4 
 
 enum class ID3StringEncoding : std::uint8_t { ISO88591 = 0, UTF16 = 1, UTF8 = 3 };
 
-/// What is wrong with a tag or with the file that it stands in. A failed system call is a SystemError
+/// What is wrong with a tag or with the file that has it. A failed system call is a SystemError
 /// instead.
 class ID3TagEditorError : public Error {
   public:

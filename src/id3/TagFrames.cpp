@@ -21,7 +21,7 @@ bool isFilledUp(ByteView name) {
     return name.size() == 4 && (name[3] == 0 || name[3] == ' ');
 }
 
-/// The frame name of `size` bytes at the front, what fills it up included; empty where none stands there.
+/// The frame name of `size` bytes at the front, what fills it up included; empty if there is none.
 std::string_view nameAt(ByteView bytes, std::size_t size) {
     if (bytes.size() < size) return {};
     const ByteView name = bytes.first(size);
@@ -92,8 +92,8 @@ FrameWalk::FrameWalk(TagBody& body, const TagHeader& header)
     if (header.hasExtendedHeader()) skipExtendedHeader();
 }
 
-/// A flag without such a header (a known frame stands there, or the letters of another frame's name, which
-/// are no size) is ignored. The size counts its own field in version 2.4 only.
+/// A flag without such a header (a known frame is there, or the letters of another frame's name, which
+/// are not a size) is ignored. The size counts its own field in version 2.4 only.
 void FrameWalk::skipExtendedHeader() {
     const ByteView front = body_.at(0, 4);
     if (front.size() < 4 || frameDescription(trimmedName(nameAt(front, 4))) != nullptr) return;
@@ -133,7 +133,7 @@ std::uint64_t FrameWalk::contentSize(ByteView header) {
     return leadsOn(begin + standard) || !leadsOn(begin + other) ? standard : other;
 }
 
-/// Whether a frame, padding or the tag's end stands there.
+/// Whether a frame, padding or the tag's end is there.
 bool FrameWalk::leadsOn(std::uint64_t position) {
     if (position >= body_.size()) return position == body_.size();
     const ByteView there = body_.at(position, headerSize_);
@@ -147,7 +147,7 @@ std::optional<ByteView> FrameContents::content(ByteView frame, std::uint8_t form
     const bool hasLength = is4_ ? (format & 0x01) != 0 : compressed;
     const std::size_t extra = (grouped ? 1U : 0U) + (hasLength ? 4U : 0U);
     if (encrypted || extra > frame.size() || (compressed && !hasLength)) return std::nullopt;
-    // The group stands in front of the length in version 2.4, after it in 2.3.
+    // The group comes before the length in version 2.4, after it in 2.3.
     const ByteView length = frame.subspan(is4_ && grouped ? 1 : 0, hasLength ? 4 : 0);
     frame = frame.subspan(extra);
     if (is4_ && (everyFrameIsUnsynchronised_ || (format & 0x02) != 0)) {

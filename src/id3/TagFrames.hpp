@@ -7,12 +7,12 @@
 #include <string_view>
 
 /// The one reader of a tag's layout: where its frames lie, and what their flags did to them. A scan and a
-/// rewrite both stand on it, so that a file cannot read one way in the one and another way in the other.
+/// rewrite both use it, so that a file cannot read one way in the one and another way in the other.
 namespace velto::id3 {
 
 /// The ten bytes in front of a tag.
 struct TagHeader {
-    std::uint8_t version = 3; ///< as it stands there, any number
+    std::uint8_t version = 3; ///< as the header has it, any number
     std::uint8_t revision = 0;
     std::uint8_t flags = 0;
     std::uint32_t size = 0; ///< declared bytes between header and footer, below 2^28
@@ -38,7 +38,7 @@ struct TagHeader {
     [[nodiscard]] bool everyFrameIsUnsynchronised() const { return version == 4 && isUnsynchronised(); }
 };
 
-/// The header that `data` begins with; absent without "ID3" or where fewer than ten bytes are there.
+/// The header that `data` begins with; absent without "ID3" or if fewer than ten bytes are there.
 [[nodiscard]] std::optional<TagHeader> tagHeader(ByteView data);
 
 /// The header in front of `bodySize` bytes (frames and padding). Throws tagTooBig from 2^28 on.
@@ -75,18 +75,18 @@ class TagBodyInMemory final : public TagBody {
 
 /// Where a frame lies and what its header says.
 struct FrameHeader {
-    std::string name;        ///< as it stands: three characters in version 2.2, four later
+    std::string name;        ///< as the tag has it: three characters in version 2.2, four later
     std::uint8_t status = 0; ///< flags of the frame; none in version 2.2
     std::uint8_t format = 0; ///< flags of its content: see FrameContents
     std::uint64_t begin = 0; ///< of the content, in the body
-    std::uint64_t size = 0;  ///< of the content, as it stands in the body
+    std::uint64_t size = 0;  ///< of the content, as it is in the body
 
     /// The name without what fills it up: some writers put three-character names of version 2.2 into a later
     /// tag, with a zero or a blank as the fourth.
     [[nodiscard]] std::string_view identifier() const;
 };
 
-/// A frame's name, size and flags as bytes. Throws tagTooBig where the version has no room for the size.
+/// A frame's name, size and flags as bytes. Throws tagTooBig if the version has no room for the size.
 void appendFrameHeader(Bytes& out, std::string_view name, std::size_t contentSize, ID3Version version,
                        std::uint8_t status = 0, std::uint8_t format = 0);
 
@@ -96,10 +96,10 @@ class FrameWalk {
     /// `body` outlives the walk. The header's version is a known one.
     FrameWalk(TagBody& body, const TagHeader& header);
 
-    /// The next frame; absent at the end, at padding, and where no frame stands or one would leave the tag.
+    /// The next frame; absent at the end, at padding, and if there is no frame or one would leave the tag.
     [[nodiscard]] std::optional<FrameHeader> next();
 
-    /// Where the next frame would begin: behind the last one that was given.
+    /// Where the next frame would begin: after the last one that was given.
     [[nodiscard]] std::uint64_t position() const { return position_; }
 
   private:
@@ -125,7 +125,7 @@ class FrameContents {
         , inflatable_(mostInflated) {}
 
     /// The content of a frame whose bytes and format flags these are; valid as long as `frame` and until the
-    /// next call. Absent where it is encrypted, broken, or inflates to more than is left or than it says.
+    /// next call. Absent if it is encrypted, broken, or inflates to more than is left or than it says.
     [[nodiscard]] std::optional<ByteView> content(ByteView frame, std::uint8_t format);
 
     [[nodiscard]] bool isCompressed(std::uint8_t format) const {

@@ -22,10 +22,10 @@ using TextForm = text::Encoding;
 /// are read.
 [[nodiscard]] std::string textUpToTerminator(ByteView bytes, TextForm form);
 
-/// Cuts the first text and its terminator off; what follows them. All of it where no terminator stands.
+/// Cuts the first text and its terminator off; what follows them. All of it if there is no terminator.
 [[nodiscard]] std::pair<ByteView, ByteView> splitAtTerminator(ByteView bytes, TextForm form);
 
-/// The bytes of `text` in ISO-8859-1, without a terminator; nothing where a character has no place in it.
+/// The bytes of `text` in ISO-8859-1, without a terminator; nothing if a character has no place in it.
 [[nodiscard]] std::optional<Bytes> latin1Bytes(std::string_view text);
 
 /// The bytes of `text` in little-endian UTF-16 with a byte-order mark, without a terminator.

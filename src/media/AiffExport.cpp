@@ -21,7 +21,7 @@ namespace {
 
 constexpr std::uint64_t chunkHeader = 8;
 constexpr std::uint64_t sizeOfForm =
-    4; ///< where the file's first chunk, which holds all others, tells its size
+    4; ///< where the file's first chunk, which holds all others, has its size
 
 void appendSize(std::string& bytes, std::size_t size) {
     for (int shift = 24; shift >= 0; shift -= 8)
@@ -53,7 +53,7 @@ void replaceBytes(const FileReader& source, std::uint64_t begin, std::uint64_t e
         throw MediaError(MediaError::Case::cannotWrite, source.path(), "it would be too large for its kind");
     std::string field;
     appendSize(field, size);
-    // Sharing all blocks first costs nothing where the file system can, also where some go again.
+    // Sharing all blocks first costs nothing if the file system can, even if some go again.
     const bool isWritten =
         (::ioctl(output, FICLONE, source.descriptor()) == 0 ||
          files::appendBytes(source.descriptor(), 0, begin, output)) &&

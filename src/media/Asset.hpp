@@ -11,10 +11,10 @@
 #include <vector>
 
 /// Reading what audio files say about themselves, and rewriting their tags without touching their audio. The
-/// media library behind it does not show in these headers. No function keeps state: any thread may call.
+/// media library under it does not show in these headers. No function keeps state: any thread may call.
 namespace velto::media {
 
-/// A file that cannot be opened, is no audio of a known kind, is damaged, or cannot be written.
+/// A file that cannot be opened, is not audio of a known kind, is damaged, or cannot be written.
 class MediaError : public Error {
   public:
     enum class Case {
@@ -55,7 +55,7 @@ inline constexpr std::string_view ape = "APE";
 inline constexpr std::string_view id3v1 = "ID3v1";
 } // namespace key_space
 
-/// Identifiers that writers name where they add a genre.
+/// Identifiers that writers name when they add a genre.
 namespace identifier {
 inline constexpr std::string_view id3ContentType = "TCON";
 inline constexpr std::string_view iTunesUserGenre = "itsk/%A9gen";
@@ -84,10 +84,10 @@ struct MetadataItem {
 
 /// What one open and one parse of a file give.
 struct Asset {
-    /// In container order; where a file has several tags, the one that players prefer comes last, so that the
+    /// In container order; if a file has several tags, the one that players prefer comes last, so that the
     /// last item of a common key is the one to take.
     std::vector<MetadataItem> items;
-    double durationSeconds; ///< NaN where the container does not tell
+    double durationSeconds; ///< NaN if the container does not say
 };
 
 /// Reads tags and duration of an mp3, m4a, mp4, aac, flac, wav, aiff or aif file. Nothing is decoded, and

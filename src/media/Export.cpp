@@ -41,8 +41,8 @@ TagLib::String asTagLibString(const std::string& text) {
     return {text, TagLib::String::UTF8};
 }
 
-/// A value's bytes, or what tells large ones apart. TagLib writes numbers in the width that is usual, so the
-/// zeros around them do not count; the type does only where an entry may have any.
+/// A value's bytes, or what sets large ones apart. TagLib writes numbers in the width that is usual, so the
+/// zeros around them do not count; the type does only if an entry may have any.
 std::string comparable(std::string_view payload, std::uint32_t type, bool hasAnyType) {
     constexpr std::uint32_t utf8Text = 1;
     if (type != utf8Text && payload.size() <= sizeof(std::uint64_t)) {

@@ -10,13 +10,14 @@
 namespace velto::media {
 
 /// A regular file read by position through a window that moves, so that many small looks at it cost few
-/// system calls; its head, to which every format comes back, has a window of its own. Throws MediaError where
-/// it cannot be opened or read.
+/// system calls; its head, to which every format comes back, has a window of its own. One thread at a
+/// time. Throws MediaError if it cannot be opened or read.
 class FileReader {
   public:
     /// The most that one view can span, in bytes.
     static constexpr std::size_t maximumView = 64 * 1024;
 
+    /// `path` outlives the reader.
     explicit FileReader(const std::filesystem::path& path);
     ~FileReader();
     FileReader(const FileReader&) = delete;

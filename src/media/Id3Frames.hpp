@@ -10,11 +10,11 @@ namespace velto::media {
 
 struct Id3Frame {
     id3::FrameHeader header;
-    id3::Bytes content; ///< as it stands in the tag: id3::FrameContents undoes what the flags say
+    id3::Bytes content; ///< as it is in the tag: id3::FrameContents undoes what the flags say
 };
 
 struct Id3Frames {
-    id3::TagHeader header; ///< without a size where the tag is new
+    id3::TagHeader header; ///< without a size if the tag is new
     std::vector<Id3Frame> frames;
     /// What the tag takes in the file with header and footer, never beyond its limit.
     std::uint64_t sizeInFile = 0;
@@ -29,7 +29,7 @@ struct Id3Frames {
 enum class Id3Content { texts, everything };
 
 /// The ID3v2 tag that begins at `offset` and may reach to `end`, without extended header and padding. Absent
-/// where no tag begins there.
+/// if no tag begins there.
 [[nodiscard]] std::optional<Id3Frames> id3FramesAt(FileReader& reader, std::uint64_t offset,
                                                    std::uint64_t end, Id3Content content = Id3Content::texts);
 

@@ -22,7 +22,7 @@ struct Kind {
     std::optional<Meaning> meaning;
 };
 
-/// What a frame is, whatever version its name is from; both ways to tell a year count as one.
+/// What a frame is, whatever version its name is from; both ways to give a year count as one.
 Kind kindOf(const id3::FrameHeader& header) {
     const std::string_view identifier = header.identifier();
     if (identifier == "TXX") return {described, std::nullopt};

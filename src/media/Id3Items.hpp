@@ -13,7 +13,7 @@ namespace velto::media {
 /// once, joined by " - ".
 void appendItems(std::vector<MetadataItem>& items, const Id3Frames& tag, Genre genre = Genre::included);
 
-/// Any frame; a frame of no text has a value of bytes.
+/// Any frame; a frame without text has a value of bytes.
 [[nodiscard]] MetadataItem itemOfFrame(const Id3Frames& tag, const Id3Frame& frame);
 
 } // namespace velto::media

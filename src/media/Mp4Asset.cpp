@@ -45,7 +45,7 @@ const Atom& atomAt(const AtomTree& tree, std::initializer_list<std::string_view>
     return tree.atoms[static_cast<std::size_t>(tree.find(path))];
 }
 
-/// To the millisecond, where the file has one track and that one sounds.
+/// To the millisecond, if the file has one track and it is sound.
 std::optional<double> plainDuration(FileReader& reader, const AtomTree& tree) {
     if (count(tree, {"moov", "trak"}) != 1 || count(tree, {"moov", "trak", "mdia", "hdlr"}) != 1 ||
         count(tree, {"moov", "trak", "mdia", "mdhd"}) != 1)

@@ -57,7 +57,7 @@ class Walk {
         return true;
     }
 
-    /// "meta" has four bytes of version in front of its children, except where QuickTime wrote it.
+    /// "meta" has four bytes of version in front of its children, unless QuickTime wrote it.
     std::uint64_t firstChild(const Atom& atom) {
         if (atom.name == atomName("stsd")) return atom.content + 8;
         if (atom.name != atomName("meta")) return atom.content;

@@ -33,7 +33,7 @@ struct AtomTree {
     [[nodiscard]] int find(std::initializer_list<std::string_view> path) const;
 };
 
-/// All atoms down to the items of the tag list. Throws MediaError where they nest deeper than any real file
+/// All atoms down to the items of the tag list. Throws MediaError if they nest deeper than any real file
 /// or are more than memory should be spent on: TagLib, which follows them by recursion, may then have the
 /// file.
 [[nodiscard]] AtomTree atomsOf(FileReader& reader);

@@ -19,7 +19,7 @@ constexpr std::uint64_t id3v1Size = 128;
 constexpr std::uint64_t apeFooterSize = 32;
 constexpr std::uint64_t maximumApe = 1024 * 1024;
 
-/// The tags behind the sound.
+/// The tags after the sound.
 struct Trailer {
     std::uint64_t begin; ///< where the sound ends
     std::string bytes;   ///< an APE tag that is small enough to be read, and an ID3v1 tag
@@ -53,7 +53,7 @@ Trailer trailerOf(FileReader& reader, std::uint64_t soundBegin) {
 }
 
 void appendTrailer(std::vector<MetadataItem>& items, const std::string& trailer, bool hasId3) {
-    // TagLib looks for an ID3v2 tag in all of the sound unless one stands in front; this one is empty.
+    // TagLib looks for an ID3v2 tag in all of the sound unless there is one in front; this one is empty.
     constexpr std::string_view emptyTag("ID3\x03\0\0\0\0\0\0", 10);
     ViewStream view;
     view.append(emptyTag);

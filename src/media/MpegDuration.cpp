@@ -7,7 +7,7 @@ namespace velto::media {
 
 namespace {
 
-/// How far behind the tag the first frame may lie, and how much junk between frames is searched.
+/// How far after the tag the first frame may lie, and how much junk between frames is searched.
 constexpr std::uint64_t maximumJunk = 256 * 1024;
 constexpr std::size_t walkBlock = 64 * 1024;
 
@@ -54,7 +54,7 @@ std::optional<Frame> parse(std::string_view bytes) {
     return frame;
 }
 
-/// The number of frames that a Xing, Info or VBRI header in the first frame tells.
+/// The number of frames that a Xing, Info or VBRI header in the first frame gives.
 std::optional<std::uint32_t> framesTold(std::string_view frame) {
     const bool first = (frame[1] & 0x08) != 0;
     const bool mono = (static_cast<unsigned char>(frame[3]) >> 6) == 3;
@@ -209,7 +209,7 @@ double secondsByWalk(FileReader& reader, Stream& stream, std::uint64_t begin, co
 std::optional<double> mpegDuration(FileReader& reader, std::uint64_t begin, std::uint64_t end) {
     Stream stream(reader, mpeg::parse, end);
     std::optional<std::uint64_t> found = stream.find(begin, begin + maximumJunk);
-    // A single frame, cut off: no second one can vouch for it, its place behind the tag does.
+    // A single frame, cut off: no second one can vouch for it, its place after the tag does.
     if (!found && stream.frameAt(begin)) found = begin;
     if (!found) return std::nullopt;
     const auto first = stream.frameAt(*found);

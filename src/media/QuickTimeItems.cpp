@@ -13,7 +13,7 @@ namespace {
 constexpr std::size_t maximumTotal = 1024 * 1024;
 constexpr std::uint64_t nameInAtom = 4;
 
-/// The text of a "data" atom; absent where it holds something else.
+/// The text of a "data" atom; absent if it holds something else.
 std::optional<std::string> dataText(std::string_view content) {
     constexpr std::size_t header = 16;
     constexpr std::uint32_t utf8Text = 1;
@@ -98,7 +98,7 @@ class Reading {
     const AtomTree& tree_;
     std::vector<QuickTimeItem> items_;
     std::vector<std::string> keys_; ///< of the metadata atom that was seen last; entries count from 1
-    int keysParent_ = -1;           ///< index of that atom; an "ilst" stands behind the keys
+    int keysParent_ = -1;           ///< index of that atom; an "ilst" comes after the keys
     std::size_t total_ = 0;
 };
 

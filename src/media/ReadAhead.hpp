@@ -9,7 +9,7 @@ namespace velto::media {
 
 /// Tells the kernel which files a sequential reader comes to next, so that a cold disk works while the reader
 /// parses. A thread of its own runs some tens of files ahead and asks for each file's head and tail; it reads
-/// nothing itself and backs off where the files are cached already. Purely a hint: no failure, no result.
+/// nothing itself and backs off if the files are cached already. Purely a hint: no failure, no result.
 class ReadAhead {
   public:
     /// Starts with the first files of `paths`, in the order in which they will be read.

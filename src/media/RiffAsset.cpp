@@ -76,7 +76,7 @@ void takeId3(Id3Frames& tag, FileReader& reader, const Chunk& chunk) {
     if (auto found = id3FramesAt(reader, chunk.offset, chunk.offset + chunk.size)) tag = *std::move(found);
 }
 
-/// What is left of maximumText; takes the chunk's size off where it fits.
+/// What is left of maximumText; takes the chunk's size off if it fits.
 bool takeRoom(std::uint64_t& textRoom, const Chunk& chunk) {
     if (chunk.size > textRoom) return false;
     textRoom -= chunk.size;

@@ -10,13 +10,13 @@ struct Chunk {
     std::string name;
     std::uint64_t offset; ///< of its content
     std::uint64_t size;   ///< of its content, never beyond the file's end
-    std::uint64_t end;    ///< where the next one begins: behind the byte that fills up an odd size
+    std::uint64_t end;    ///< where the next one begins: after the byte that fills up an odd size
     bool isCut;           ///< it claims more than the file holds
 
     [[nodiscard]] bool isId3() const { return name == "ID3 " || name == "id3 "; }
 };
 
-/// Of one file; what lies behind them is not looked at.
+/// Of one file; what lies after them is not looked at.
 constexpr std::size_t maximumChunks = 4096;
 
 enum class ByteOrder { big, little };

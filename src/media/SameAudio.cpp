@@ -30,7 +30,7 @@ class Sequence {
         : reader_(reader)
         , ranges_(std::move(ranges)) {}
 
-    /// Up to `length` bytes, fewer at the end of a range; empty at the end of all, or where the file ends
+    /// Up to `length` bytes, fewer at the end of a range; empty at the end of all, or if the file ends
     /// short of it.
     std::string_view next(std::size_t length) {
         while (index_ < ranges_.size() && ranges_[index_].begin == ranges_[index_].end)

@@ -25,7 +25,7 @@ struct Field {
     Meaning meaning;
 };
 
-// The keys of each kind of tag. A date field behind another counts only where that one is absent.
+// The keys of each kind of tag. A date field after another counts only if that one is absent.
 constexpr Field id3v1Fields[] = {{"artist", Meaning::artist}, {"title", Meaning::title},
                                  {"album", Meaning::album},   {"genre", Meaning::genre},
                                  {"year", Meaning::date},     {"track", Meaning::track}};
@@ -59,7 +59,7 @@ std::optional<Meaning> meaningOf(std::span<const Field> fields, std::string_view
     return found == fields.end() ? std::nullopt : std::optional(found->meaning);
 }
 
-/// "3" and "3/12" give 3; nothing where no number leads.
+/// "3" and "3/12" give 3; nothing if no number leads.
 std::optional<std::int64_t> leadingNumber(std::string_view text) {
     while (!text.empty() && text.front() == ' ')
         text.remove_prefix(1);

@@ -3,12 +3,12 @@
 #include "media/Asset.hpp"
 #include "platform/core/GenreSeparator.hpp"
 
-#include <tstring.h>
-
 #include <unordered_set>
 #include <vector>
 
 namespace TagLib {
+class String;
+
 namespace APE {
 class Tag;
 }
@@ -35,7 +35,7 @@ class Tag;
 /// of one field are one item: genres joined by " - ", other texts by ", ".
 namespace velto::media {
 
-/// More is no name, title or genre: an item's text is cut there, in bytes.
+/// More is not a name, title or genre: an item's text is cut there, in bytes.
 inline constexpr std::size_t maximumTextSize = 64 * 1024;
 
 enum class Meaning { artist, title, album, genre, date, track };
@@ -65,7 +65,7 @@ class DistinctTexts {
     std::string text_;
 };
 
-/// Whether the tag of a second kind in one file may tell the genre. It may not where a preferred tag exists:
+/// Whether the tag of a second kind in one file may say the genre. It may not if a preferred tag exists:
 /// a genre that was taken out of that one would come back from here.
 enum class Genre { included, leftOut };
 
@@ -84,7 +84,7 @@ void appendItems(std::vector<MetadataItem>& items, const TagLib::MP4::Tag& tag);
 [[nodiscard]] MetadataItem itemOfUserData(std::string_view key, std::string text);
 [[nodiscard]] MetadataItem itemOfQuickTimeKey(std::string_view key, std::optional<std::string> text);
 
-/// A text of an AIFF's own chunks ("NAME", "AUTH"): UTF-8 where it is, else Latin-1.
+/// A text of an AIFF's own chunks ("NAME", "AUTH"): UTF-8 if it is, else Latin-1.
 void appendAiffText(std::vector<MetadataItem>& items, std::string_view chunk, std::string_view bytes);
 
 /// Always valid UTF-8: what cannot be encoded becomes U+FFFD, NUL characters are dropped.

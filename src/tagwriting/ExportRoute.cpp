@@ -16,7 +16,7 @@ namespace {
 
 using media::MetadataItem;
 
-/// Whether an item tells the genre, in whatever way its container does.
+/// Whether an item says the genre, in whatever way its container does.
 bool isGenre(const MetadataItem& item) {
     if (item.commonKey == media::common_key::type) return true;
     if (!item.identifier) return false;
@@ -47,7 +47,7 @@ std::filesystem::path newTemporaryFile(const std::string& extension) {
     return std::filesystem::temp_directory_path() / (uuid + "." + extension);
 }
 
-/// Removes an exported file that has not taken a place; where the process is killed, the next start does.
+/// Removes an exported file that has not taken a place; if the process is killed, the next start does.
 class TemporaryFile {
   public:
     TemporaryFile(std::filesystem::path file, RewriteJournal& journal)
@@ -71,7 +71,7 @@ class TemporaryFile {
     RewriteJournal& journal_;
 };
 
-/// Reads the file that stands now: its genre says what was meant and its audio is the backup's.
+/// Reads the file that is there now: its genre says what was meant and its audio is the backup's.
 void prove(const RewritePaths& paths, const std::optional<std::string>& text) {
     const auto items = media::openAsset(paths.file).items;
     const auto saysIt = [&](const MetadataItem& item) {

@@ -44,7 +44,7 @@ struct ::stat copyAttributes(int from, int to) {
 
     if (::fstat(from, &info) != 0) return info;
     (void)!::fchown(to, info.st_uid, info.st_gid);
-    (void)::fchmod(to, info.st_mode & 07777); // behind the owner, whose change clears bits of it
+    (void)::fchmod(to, info.st_mode & 07777); // after the owner, whose change clears bits of it
     copyExtendedAttributes(from, to);
     return info;
 }
@@ -54,7 +54,7 @@ bool mark(const FileBytes& copy, off_t length) {
     return ::fsetxattr(copy.descriptor(), lengthAttribute, text.data(), text.size(), 0) == 0;
 }
 
-/// False where a mark is wanted and cannot be had.
+/// False if a mark is wanted and cannot be had.
 bool copy(const std::filesystem::path& from, const std::filesystem::path& to, bool withMark) {
     const FileBytes source(from, FileBytes::Mode::read);
     FileBytes copy(to, FileBytes::Mode::createNew);

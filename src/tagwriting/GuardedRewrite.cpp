@@ -46,8 +46,8 @@ void removeIfThere(const std::filesystem::path& path) {
         throw SystemError(errno, "Cannot remove", path.string());
 }
 
-/// One rename does both halves of "remove what stands there, move the backup back": at no moment is neither.
-/// The backup is on the disk before, for the rename may be there sooner than what was written.
+/// One rename does both halves of "remove what is there, move the backup back": one of the two is there at
+/// every moment. The backup is on the disk before, for the rename may be there sooner than what was written.
 void putBack(const RewritePaths& paths) {
     FileBytes(paths.backup, FileBytes::Mode::read).sync();
     forgetCopyMark(paths.backup);
@@ -55,7 +55,7 @@ void putBack(const RewritePaths& paths) {
     syncFolder(paths.file.parent_path());
 }
 
-/// Gives what stands beside the file that stays a name of its own.
+/// Gives what is beside the file that stays a name of its own.
 std::string keepReplaced(const RewritePaths& paths, const std::filesystem::path& kept) {
     auto name = paths.replaced;
     for (int number = 2; stands(name); ++number)
@@ -83,7 +83,7 @@ bool isPartOf(const std::filesystem::path& backup, const std::filesystem::path& 
     return part.size() > 0 && id3::beginsWith(FileBytes(file, FileBytes::Mode::read), part);
 }
 
-/// The backup was never relied upon, the file's audio not touched; but where a power cut cut it short, the
+/// The backup was never relied upon, the file's audio not touched; but if a power cut cut it short, the
 /// file's tag may be half written.
 LeftOver settleCutBackup(const RewritePaths& paths, FileCheck check) {
     const auto name = paths.file.filename().string();
@@ -194,9 +194,10 @@ void GuardedRewrite::moveToBackup() {
 void GuardedRewrite::takePlace(const std::filesystem::path& replacement) {
     wasMoved_ = true;
     copyAttributes(paths_.backup, replacement);
-    if (std::filesystem::file_size(replacement) != std::filesystem::file_size(paths_.backup))
+    const FileBytes made(replacement, FileBytes::Mode::read);
+    if (made.size() != FileBytes(paths_.backup, FileBytes::Mode::read).size())
         copyModificationDate(paths_.backup, replacement);
-    FileBytes(replacement, FileBytes::Mode::read).sync();
+    made.sync();
     if (::rename(replacement.c_str(), paths_.file.c_str()) == 0) return;
     if (errno != EXDEV) throw SystemError(errno, "Cannot move", replacement.string());
     removeIfThere(paths_.temporary);

@@ -6,23 +6,22 @@
 
 namespace velto {
 
-/// How a file stands beside the backup that was found with it.
+/// How a file compares with the backup that was found with it.
 enum class FileState {
     whole,   ///< its tag reads and says what the backup's says but for the genre, the audio is the backup's
     torn,    ///< what a write that stopped on the way leaves
     changed, ///< it reads but says something else: somebody may have changed it since
 };
 
-/// Does not throw. Without a backup that is of use it is given the file twice and says how that stands by
-/// itself.
+/// Does not throw. If there is no usable backup it is given the file twice and judges it by itself.
 using FileCheck = FileState (*)(const std::filesystem::path& file, const std::filesystem::path& backup);
 
 /// Where the hidden copies of a file lie while it is rewritten: all in its folder.
 struct RewritePaths {
     std::filesystem::path file;
-    std::filesystem::path backup;   ///< "." + name + ".backup"; complete unless its mark says otherwise
-    std::filesystem::path making;   ///< a backup that is being copied where no mark can be had; worth nothing
-    std::filesystem::path replaced; ///< what was found beside the file that stays; never removed by us
+    std::filesystem::path backup;    ///< "." + name + ".backup"; complete unless its mark says otherwise
+    std::filesystem::path making;    ///< a backup on its way if no mark can be had; worth nothing
+    std::filesystem::path replaced;  ///< what was found beside the file that stays; never removed by us
     std::filesystem::path temporary; ///< "." + name + ".tmp": a new file that will take the place
 
     explicit RewritePaths(std::filesystem::path target);
@@ -34,28 +33,29 @@ struct RewritePaths {
 ///
 ///   killed while              the folder then holds               the next look does
 ///   copying the backup        file, part of a copy                removes the part
-///   backup stands             file, backup                        file is whole: removes the backup
+///   backup is there           file, backup                        file is whole: removes the backup
 ///   file is being written     damaged file, backup                puts the backup back
 ///   file was set aside        backup                              puts the backup back
-///   new file stands           new file, backup                    file is whole: removes the backup
+///   new file is there         new file, backup                    file is whole: removes the backup
 ///   backup is gone            new file                            strikes it off the journal
-///   backup stands, and others changed file, backup                keeps the file as ".NAME.replaced", puts
+///   backup is there, others   changed file, backup                keeps the file as ".NAME.replaced", puts
 ///   changed the file since                                        the backup back
 ///
-/// A power cut may also cut the backup short, where it was not synced. Audio was not moved then:
+/// A power cut may also cut the backup short if it was not synced. Audio was not moved then:
 ///
 ///   backup cut short, file reads                                  removes the backup
 ///   likewise, room of zeros in front of the tag                   takes the room out, removes the backup
 ///   likewise, tag does not read                                   keeps the backup as ".NAME.replaced"
 ///
 /// Not thread-safe. Of one file there is one at a time, by the journal's turns: it is made and destroyed by
-/// one thread and waits for nothing in between. Everything throws SystemError.
+/// one thread and waits for nothing in between. What cannot be done is a SystemError, but for `finish` and
+/// the destructor, which throw nothing and log what fails.
 class GuardedRewrite {
   public:
     /// `file` is absolute and no link. Waits until no other rewrite of it is under way, notes it in the
     /// journal and settles what an earlier one left.
     GuardedRewrite(const std::filesystem::path& file, RewriteJournal& journal, FileCheck check);
-    /// Puts the backup back where the rewrite has not been finished.
+    /// Puts the backup back if the rewrite has not been finished.
     ~GuardedRewrite();
     GuardedRewrite(const GuardedRewrite&) = delete;
     GuardedRewrite& operator=(const GuardedRewrite&) = delete;
@@ -91,7 +91,7 @@ class GuardedRewrite {
 
 enum class LeftOver { none, restored, removed };
 
-/// Settles what an interrupted rewrite of a file left: see the table above. A log line where a backup is
+/// Settles what an interrupted rewrite of a file left: see the table above. A log line if a backup is
 /// found. The caller has the file's turn.
 LeftOver settleLeftOver(const RewritePaths& paths, FileCheck check);
 

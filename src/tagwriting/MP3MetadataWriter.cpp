@@ -40,7 +40,7 @@ void prove(const ID3Tag& meant, const RewritePaths& paths) {
 }
 
 /// Refuses a file that a tag in front of it would hide: an MP4 file that only calls itself MP3 plays as it
-/// is, and what stands at the head as a tag of an unknown kind says what the song is.
+/// is, and what is at the head as a tag of an unknown kind says what the song is.
 void refuseForeignHead(const FileBytes& file) {
     std::array<std::uint8_t, 8> head{};
     constexpr std::string_view mp4 = "ftyp";
@@ -49,7 +49,7 @@ void refuseForeignHead(const FileBytes& file) {
     if (isMp4 || hasForeignTag(file)) throw ID3TagEditorError(ID3TagEditorError::Case::invalidFileFormat);
 }
 
-/// `newTag` makes the tag to write from the one that stands in the file.
+/// `newTag` makes the tag to write from the one in the file.
 template <typename MakeTag>
 void rewriteTag(const std::filesystem::path& file, RewriteJournal& journal, MakeTag newTag) {
     const auto resolved = resolvedFile(file);
@@ -62,7 +62,7 @@ void rewriteTag(const std::filesystem::path& file, RewriteJournal& journal, Make
     guard.copyToBackup();
     // Mostly only the head of the file is written; its audio stays where it is on the disk, so that a power
     // cut cannot reach it, and one sync at the end does. A sync of the backup in front of every write would
-    // cost as much as all the rest (each new copy has to find its blocks first); it is paid where the audio
+    // cost as much as all the rest (each new copy has to find its blocks first); it is paid if the audio
     // moves.
     ID3TagEditor::write(tag, resolved, std::nullopt, [&] { guard.syncBackup(); });
     guard.sync();

@@ -15,10 +15,10 @@ namespace velto {
 /// Puts genres into the user's audio files and takes them out again. No file is lost and no audio byte
 /// changes, whatever fails: a rewrite keeps a hidden backup ("." + name + ".backup", in the file's folder)
 /// until the new file has been read again, compared with the backup and synced to the disk. A left-over
-/// backup is put back first where the file beside it is not whole. A symbolic link is followed: the file
+/// backup is put back first if the file beside it is not whole. A symbolic link is followed: the file
 /// itself is rewritten.
 ///
-/// The writers begin no folder access of their own: the grant of the library that holds the file stands for
+/// The writers begin no folder access of their own: the grant of the library that holds the file covers
 /// it.
 ///
 /// The operations may be awaited on any executor and block none: their work runs on the pool. They fail with
@@ -29,7 +29,7 @@ class AudioMetadataWriter {
     virtual ~AudioMetadataWriter() = default;
 
     /// Makes `genres` the file's one genre text: duplicates gone, in ascending order, joined by " - ". With
-    /// `append` the pieces of the text that stands in the file are kept beside them. An empty list without
+    /// `append` the pieces of the text in the file are kept beside them. An empty list without
     /// `append` leaves an empty genre text.
     virtual Task<void> writeGenreTags(std::vector<std::string> genres, std::filesystem::path file,
                                       bool append) = 0;
@@ -79,7 +79,7 @@ class SimpleMetadataWriter final : public AudioMetadataWriter {
 };
 
 /// For the start of the program, before anything is written: looks at every file whose rewrite the journal
-/// saw begin and not end. Puts the backup back where the file is not whole, removes a backup that is not
+/// saw begin and not end. Puts the backup back if the file is not whole, removes a backup that is not
 /// needed any more, and strikes the file off; a log line for each. A file of which nothing is found (its
 /// drive may not be mounted) stays noted for 90 days from the first look. Temporary files of an earlier run
 /// are removed. Blocks; a clean journal costs nothing. How many files came back from their backup.

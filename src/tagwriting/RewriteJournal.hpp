@@ -47,8 +47,8 @@ class RewriteJournal {
     RewriteJournal(const RewriteJournal&) = delete;
     RewriteJournal& operator=(const RewriteJournal&) = delete;
 
-    /// Blocks while another turn of `file` lasts. Who has one runs on a thread of its own and takes no second
-    /// one, so that it ends however many threads wait.
+    /// Blocks while another turn of `file` lasts. Whoever has one runs on a thread of its own and takes no
+    /// second one, so that it ends however many threads wait.
     [[nodiscard]] Turn waitForTurn(const std::filesystem::path& file);
 
     /// Blocks while any turn lasts, for `longest` at most: for a process that is about to end.

@@ -27,7 +27,7 @@ bool isTorn(const id3::FileBytes& file) {
                        [](std::uint8_t byte) { return byte == 0; });
 }
 
-/// A header with room behind it may be all that has reached the disk of a tag.
+/// A header with room after it may be all that has reached the disk of a tag.
 bool hasEmptyTag(const id3::FileBytes& file) {
     const auto data = id3::Mp3FileReader::read(file);
     return data && std::all_of(data->begin() + id3::tagHeaderSize, data->end(),
@@ -65,7 +65,7 @@ FileState stateOfMedia(const std::filesystem::path& file, const std::filesystem:
 }
 
 /// Longer than any drive is away for. A file that is not found may have been removed by its user, or its
-/// drive is not mounted: an empty folder stands there then, or none.
+/// drive is not mounted: an empty folder is there then, or none.
 constexpr std::chrono::hours missingFor{24 * 90};
 
 /// Whether the file came back from its backup.

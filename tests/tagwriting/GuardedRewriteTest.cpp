@@ -1,10 +1,10 @@
 #include "tagwriting/GuardedRewrite.hpp"
+#include "id3/ID3TagBuilder.hpp"
 #include "platform/log/Log.hpp"
 #include "tagwriting/CarriedFrames.hpp"
 #include "tagwriting/FileCopy.hpp"
 #include "tagwriting/MetadataWriter.hpp"
 #include "tagwriting/TagFixtures.hpp"
-#include "id3/ID3TagBuilder.hpp"
 #include "tagwriting/mp3/ID3TagEditor.hpp"
 
 #include <gmock/gmock.h>

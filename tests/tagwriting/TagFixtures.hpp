@@ -1,9 +1,9 @@
 #pragma once
 
+#include "id3/ID3Types.hpp"
 #include "platform/log/CrashReporter.hpp"
 #include "support/TemporaryFolder.hpp"
 #include "support/TestRuntime.hpp"
-#include "id3/ID3Types.hpp"
 
 #include <atomic>
 #include <cstdint>
@@ -30,6 +30,9 @@ std::string synchsafe(std::size_t value);
 /// As zlib packs it.
 std::string compressed(const std::string& text);
 id3::Bytes bytesOf(const std::string& text);
+
+/// Checks that a scan and a rewrite take the same texts from the tag that `bytes` begin with.
+void expectSameReading(const std::string& bytes, const std::string& what);
 
 /// A second of real sound, encoded by ffmpeg once for all tests; `arguments` go in front of the output.
 std::filesystem::path makeSound(const TemporaryFolder& folder, const std::string& name,

@@ -98,7 +98,7 @@ bool FileBytes::insertInFront(off_t length) {
     if (::fallocate(descriptor_, FALLOC_FL_INSERT_RANGE, 0, length) != 0) return false;
     size_ += length;
     (void)::posix_fadvise(descriptor_, 0, 0,
-                          POSIX_FADV_WILLNEED); // its pages are gone; who writes, reads again
+                          POSIX_FADV_WILLNEED); // its pages are gone; a writer reads again
     return true;
 }
 

@@ -17,7 +17,7 @@ class FileBytes {
   public:
     enum class Mode { read, readWrite, createNew };
 
-    /// createNew is for reading and writing, fails where the name is taken and gives mode 0600.
+    /// createNew is for reading and writing, fails if the name is taken and gives mode 0600.
     FileBytes(const std::filesystem::path& path, Mode mode);
     ~FileBytes();
 
@@ -41,20 +41,20 @@ class FileBytes {
     void truncate(off_t length);
     void sync() const;
 
-    /// Puts zero bytes in front of the content without copying it. False where the file system cannot, or not
+    /// Puts zero bytes in front of the content without copying it. False if the file system cannot, or not
     /// by that length; the content is then as it was.
     [[nodiscard]] bool insertInFront(off_t length);
 
-    /// Takes bytes away from the front, likewise, in one step that a power cut does or leaves. False where
+    /// Takes bytes away from the front, likewise, in one step that a power cut does or leaves. False if
     /// the file system cannot, or not by that length.
     [[nodiscard]] bool removeFromFront(off_t length);
 
     /// Unit of insertInFront and removeFromFront.
     [[nodiscard]] off_t blockSize() const { return blockSize_; }
 
-    /// Moves everything from `from` on to `to` and sets the file's end behind it.
+    /// Moves everything from `from` on to `to` and sets the file's end after it.
     void shiftTail(off_t from, off_t to);
-    /// Makes this empty file a copy of `source`'s content, shared or copied by the kernel where it can.
+    /// Makes this empty file a copy of `source`'s content, shared or copied by the kernel if it can.
     void copyContent(const FileBytes& source);
 
   private:

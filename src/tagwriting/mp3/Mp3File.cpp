@@ -79,7 +79,7 @@ off_t tagLength(const FileBytes& file) {
     if (!header) return 0;
     const off_t length = static_cast<off_t>(tagHeaderSize + header->size);
     if (!header->hasFooter()) return length;
-    // The flag alone is no reason to take ten bytes from the audio: the footer must stand there.
+    // The flag alone is no reason to take ten bytes from the audio: the footer must be there.
     std::array<std::uint8_t, 3> mark{};
     const bool isThere = file.read(mark, length) == mark.size() && asText(mark) == "3DI";
     return isThere ? std::min(length + static_cast<off_t>(tagHeaderSize), file.size()) : length;
@@ -89,7 +89,7 @@ bool hasForeignTag(const FileBytes& file) {
     const Head head(file);
     if (head.length < 3 || !asText(head.bytes).starts_with("ID3")) return false;
     if (head.isKnown()) (void)headerOf(file); // refuses one that is cut short
-    // Where the size can be read in more than one way, so can the place where the audio begins.
+    // If the size can be read in more than one way, so can the place where the audio begins.
     return !head.isKnown() || head.header->hasDoubtfulSize;
 }
 

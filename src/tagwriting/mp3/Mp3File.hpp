@@ -10,19 +10,19 @@ namespace velto::id3 {
 
 /// Reads the tag at the head of an MP3 file, never the audio.
 struct Mp3FileReader {
-    /// Header and body of the tag; nothing where the file has none (a file shorter than a header has none).
-    /// Throws invalidFileFormat where the extension is not mp3, corruptedFile where the tag declares more
+    /// Header and body of the tag; nothing if the file has none (a file shorter than a header has none).
+    /// Throws invalidFileFormat if the extension is not mp3, corruptedFile if the tag declares more
     /// than the file has (before that much memory is asked for), SystemError.
     [[nodiscard]] static std::optional<Bytes> read(const std::filesystem::path& path);
     [[nodiscard]] static std::optional<Bytes> read(const FileBytes& file);
 };
 
 /// Bytes at the head of the file that belong to its tag: header, body and, in version 2.4, the footer; 0
-/// without a tag. Everything behind is audio to us: a second tag, ID3v1, APE. Throws as Mp3FileReader.
+/// without a tag. Everything after it is audio to us: a second tag, ID3v1, APE. Throws as Mp3FileReader.
 [[nodiscard]] off_t tagLength(const FileBytes& file);
 
-/// Whether "ID3" stands at the head and is no tag to us: an unknown version or revision, or a file that ends
-/// inside the header. A tag in front would turn it into audio and hide what it says.
+/// Whether "ID3" is at the head but is not a tag that we know: an unknown version or revision, or a file that
+/// ends inside the header. A tag in front would turn it into audio and hide what it says.
 [[nodiscard]] bool hasForeignTag(const FileBytes& file);
 
 /// How a new tag takes the old one's place.
@@ -30,10 +30,10 @@ struct Mp3WithID3TagBuilder {
     enum class Step {
         headOnly,      ///< the new tag fills the old one's room
         insertInFront, ///< the file grows by whole blocks in front; the audio is not copied
-        moveAudio,     ///< the audio moves to behind the new tag
+        moveAudio,     ///< the audio moves to the end of the new tag
     };
     Step step;
-    off_t oldLength; ///< of the tag that stands in the file
+    off_t oldLength; ///< of the tag in the file
     off_t newLength; ///< with padding
 
     /// Plans for a new tag of `tagSize` bytes (header included, no padding). A tag that grows leaves 1 KiB or
@@ -43,15 +43,15 @@ struct Mp3WithID3TagBuilder {
 
 struct Mp3FileWriter {
     /// Writes `tag`, which has the planned length, in place. The old header goes first and the new one comes
-    /// last: where the process dies on the way, the file has no valid tag and its audio does not stand where
-    /// its backup's stands, so that the state in between is never taken for a whole file. `beforeAudioMoves`
-    /// is called once where the audio has to be copied to another place of the file. Not synced. Throws
+    /// last: if the process dies on the way, the file has no valid tag and its audio is not where
+    /// its backup's is, so that the state in between is never taken for a whole file. `beforeAudioMoves`
+    /// is called once if the audio has to be copied to another place of the file. Not synced. Throws
     /// SystemError; the file is then undefined.
     static void write(FileBytes& file, const Mp3WithID3TagBuilder& plan, Bytes tag,
                       const std::function<void()>& beforeAudioMoves = {});
 
     /// Takes out the room of zeros that a write made in front and did not come to fill; the old tag, or the
-    /// audio, stands at the head again. False where the file does not look like that, or where the file
+    /// audio, is at the head again. False if the file does not look like that, or if the file
     /// system cannot do it: it is then as it was. Throws SystemError.
     [[nodiscard]] static bool removeRoom(FileBytes& file);
 };
