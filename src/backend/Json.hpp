@@ -32,10 +32,9 @@ class CodingError : public Error {
 /// deep, and a reply is a stranger's.
 [[nodiscard]] nlohmann::json parse(std::string_view text);
 
-/// A JSON value and its place in the whole; both the value and what `at`, `find` and the elements give refer
-/// to the parsed document, which outlives them. Strict: no type passes for another, a required key must be
-/// there, null is the same as absent if a value is optional. Every failure is a CodingError that names the
-/// place.
+/// A JSON value and its place in the reply. Refers to the parsed document, which outlives it. Strict: no type
+/// passes for another, a required key must be there, null is the same as absent if a value is optional. Every
+/// failure is a CodingError that names the place.
 class Decoder {
   public:
     explicit Decoder(const nlohmann::json& value, std::string place = "the reply")

@@ -68,7 +68,7 @@ std::string keepReplaced(const RewritePaths& paths, const std::filesystem::path&
 bool takesRoomOut(const std::filesystem::path& path) {
     try {
         FileBytes file(path, FileBytes::Mode::readWrite);
-        if (!id3::Mp3FileWriter::removeRoom(file)) return false;
+        if (!id3::removeRoom(file)) return false;
         file.sync();
         return true;
     } catch (const std::exception& error) {

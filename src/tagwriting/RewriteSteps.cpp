@@ -29,7 +29,7 @@ bool isTorn(const id3::FileBytes& file) {
 
 /// A header with room after it may be all that has reached the disk of a tag.
 bool hasEmptyTag(const id3::FileBytes& file) {
-    const auto data = id3::Mp3FileReader::read(file);
+    const auto data = id3::readTag(file);
     return data && std::all_of(data->begin() + id3::tagHeaderSize, data->end(),
                                [](std::uint8_t byte) { return byte == 0; });
 }

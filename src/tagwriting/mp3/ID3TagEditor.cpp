@@ -10,12 +10,12 @@
 namespace velto::id3 {
 
 std::optional<ID3Tag> ID3TagEditor::read(const std::filesystem::path& from) {
-    const auto data = Mp3FileReader::read(from);
+    const auto data = readTag(from);
     return data ? parseTag(*data) : std::nullopt;
 }
 
 std::optional<ID3Tag> ID3TagEditor::read(const FileBytes& from) {
-    const auto data = Mp3FileReader::read(from);
+    const auto data = readTag(from);
     return data ? parseTag(*data) : std::nullopt;
 }
 
@@ -30,12 +30,12 @@ void ID3TagEditor::write(const ID3Tag& tag, const std::filesystem::path& to,
         copy->copyContent(FileBytes(to, FileBytes::Mode::read));
     }
     FileBytes file = copy ? std::move(*copy) : FileBytes(to, FileBytes::Mode::readWrite);
-    const auto plan = Mp3WithID3TagBuilder::plan(file, bytes.size());
+    const auto plan = TagPlan::make(file, bytes.size());
     const std::size_t total = static_cast<std::size_t>(plan.newLength);
     const Bytes header = tagHeaderBytes(tag.properties.version, total - tagHeaderSize);
     bytes.resize(total, 0);
     std::copy(header.begin(), header.end(), bytes.begin());
-    Mp3FileWriter::write(file, plan, std::move(bytes), beforeAudioMoves);
+    writeTag(file, plan, std::move(bytes), beforeAudioMoves);
 }
 
 bool ID3TagEditor::sameAudio(const std::filesystem::path& left, const std::filesystem::path& right) {

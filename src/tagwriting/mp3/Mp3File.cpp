@@ -50,7 +50,7 @@ off_t roundedUp(off_t value, off_t unit) {
 
 /// The audio that shares a block with the end of the new tag. Written along with the tag, as it is, it spares
 /// reading that block from the disk: making room has dropped the file's pages.
-Bytes audioOfLastTagBlock(const FileBytes& file, const Mp3WithID3TagBuilder& plan) {
+Bytes audioOfLastTagBlock(const FileBytes& file, const TagPlan& plan) {
     const off_t shared = roundedUp(plan.newLength, file.blockSize()) - plan.newLength;
     Bytes audio(static_cast<std::size_t>(shared));
     audio.resize(file.read(audio, plan.oldLength));
@@ -59,13 +59,13 @@ Bytes audioOfLastTagBlock(const FileBytes& file, const Mp3WithID3TagBuilder& pla
 
 } // namespace
 
-std::optional<Bytes> Mp3FileReader::read(const std::filesystem::path& path) {
+std::optional<Bytes> readTag(const std::filesystem::path& path) {
     if (lowercasedExtension(path.native()) != "mp3")
         throw ID3TagEditorError(ID3TagEditorError::Case::invalidFileFormat);
-    return read(FileBytes(path, FileBytes::Mode::read));
+    return readTag(FileBytes(path, FileBytes::Mode::read));
 }
 
-std::optional<Bytes> Mp3FileReader::read(const FileBytes& file) {
+std::optional<Bytes> readTag(const FileBytes& file) {
     const auto header = headerOf(file);
     if (!header) return std::nullopt;
     Bytes data(tagHeaderSize + header->size);
@@ -93,7 +93,7 @@ bool hasForeignTag(const FileBytes& file) {
     return !head.isKnown() || head.header->hasDoubtfulSize;
 }
 
-Mp3WithID3TagBuilder Mp3WithID3TagBuilder::plan(const FileBytes& file, std::size_t tagSize) {
+TagPlan TagPlan::make(const FileBytes& file, std::size_t tagSize) {
     const off_t needed = static_cast<off_t>(tagSize);
     const off_t room = tagLength(file);
     if (needed <= room && room - needed <= mostPadding) return {Step::headOnly, room, room};
@@ -103,9 +103,9 @@ Mp3WithID3TagBuilder Mp3WithID3TagBuilder::plan(const FileBytes& file, std::size
     return {Step::insertInFront, room, room + roundedUp(needed + leastPadding - room, block)};
 }
 
-void Mp3FileWriter::write(FileBytes& file, const Mp3WithID3TagBuilder& plan, Bytes tag,
-                          const std::function<void()>& beforeAudioMoves) {
-    using Step = Mp3WithID3TagBuilder::Step;
+void writeTag(FileBytes& file, const TagPlan& plan, Bytes tag,
+              const std::function<void()>& beforeAudioMoves) {
+    using Step = TagPlan::Step;
     bool inserted = false;
     if (plan.step == Step::insertInFront) {
         const Bytes audio = audioOfLastTagBlock(file, plan);
@@ -121,7 +121,7 @@ void Mp3FileWriter::write(FileBytes& file, const Mp3WithID3TagBuilder& plan, Byt
     file.write(bytes.first(tagHeaderSize), 0);
 }
 
-bool Mp3FileWriter::removeRoom(FileBytes& file) {
+bool removeRoom(FileBytes& file) {
     Bytes block(static_cast<std::size_t>(file.blockSize()));
     for (off_t at = 0; at < mostTag; at += file.blockSize()) {
         if (file.blockSize() > blockSizeLimit || file.read(block, at) != block.size()) return false;

@@ -8,17 +8,15 @@
 
 namespace velto::id3 {
 
-/// Reads the tag at the head of an MP3 file, never the audio.
-struct Mp3FileReader {
-    /// Header and body of the tag; nothing if the file has none (a file shorter than a header has none).
-    /// Throws invalidFileFormat if the extension is not mp3, corruptedFile if the tag declares more
-    /// than the file has (before that much memory is asked for), SystemError.
-    [[nodiscard]] static std::optional<Bytes> read(const std::filesystem::path& path);
-    [[nodiscard]] static std::optional<Bytes> read(const FileBytes& file);
-};
+/// Header and body of the tag at the head of an MP3 file, whose audio is not read; nothing if the file has
+/// none (a file shorter than a header has none). Throws invalidFileFormat if the extension is not mp3,
+/// corruptedFile if the tag declares more than the file has (before that much memory is asked for),
+/// SystemError.
+[[nodiscard]] std::optional<Bytes> readTag(const std::filesystem::path& path);
+[[nodiscard]] std::optional<Bytes> readTag(const FileBytes& file);
 
 /// Bytes at the head of the file that belong to its tag: header, body and, in version 2.4, the footer; 0
-/// without a tag. Everything after it is audio to us: a second tag, ID3v1, APE. Throws as Mp3FileReader.
+/// without a tag. Everything after it is audio to us: a second tag, ID3v1, APE. Throws as readTag.
 [[nodiscard]] off_t tagLength(const FileBytes& file);
 
 /// Whether "ID3" is at the head but is not a tag that we know: an unknown version or revision, or a file that
@@ -26,7 +24,7 @@ struct Mp3FileReader {
 [[nodiscard]] bool hasForeignTag(const FileBytes& file);
 
 /// How a new tag takes the old one's place.
-struct Mp3WithID3TagBuilder {
+struct TagPlan {
     enum class Step {
         headOnly,      ///< the new tag fills the old one's room
         insertInFront, ///< the file grows by whole blocks in front; the audio is not copied
@@ -38,22 +36,20 @@ struct Mp3WithID3TagBuilder {
 
     /// Plans for a new tag of `tagSize` bytes (header included, no padding). A tag that grows leaves 1 KiB or
     /// more of padding, so that the next write needs the head only; a room far too large is given up.
-    [[nodiscard]] static Mp3WithID3TagBuilder plan(const FileBytes& file, std::size_t tagSize);
+    [[nodiscard]] static TagPlan make(const FileBytes& file, std::size_t tagSize);
 };
 
-struct Mp3FileWriter {
-    /// Writes `tag`, which has the planned length, in place. The old header goes first and the new one comes
-    /// last: if the process dies on the way, the file has no valid tag and its audio is not where
-    /// its backup's is, so that the state in between is never taken for a whole file. `beforeAudioMoves`
-    /// is called once if the audio has to be copied to another place of the file. Not synced. Throws
-    /// SystemError; the file is then undefined.
-    static void write(FileBytes& file, const Mp3WithID3TagBuilder& plan, Bytes tag,
-                      const std::function<void()>& beforeAudioMoves = {});
+/// Writes `tag`, which has the planned length, in place. The old header goes first and the new one comes
+/// last: if the process dies on the way, the file has no valid tag and its audio is not where
+/// its backup's is, so that the state in between is never taken for a whole file. `beforeAudioMoves`
+/// is called once if the audio has to be copied to another place of the file. Not synced. Throws
+/// SystemError; the file is then undefined.
+void writeTag(FileBytes& file, const TagPlan& plan, Bytes tag,
+              const std::function<void()>& beforeAudioMoves = {});
 
-    /// Takes out the room of zeros that a write made in front and did not come to fill; the old tag, or the
-    /// audio, is at the head again. False if the file does not look like that, or if the file
-    /// system cannot do it: it is then as it was. Throws SystemError.
-    [[nodiscard]] static bool removeRoom(FileBytes& file);
-};
+/// Takes out the room of zeros that a write made in front and did not come to fill; the old tag, or the
+/// audio, is at the head again. False if the file does not look like that, or if the file
+/// system cannot do it: it is then as it was. Throws SystemError.
+[[nodiscard]] bool removeRoom(FileBytes& file);
 
 } // namespace velto::id3
