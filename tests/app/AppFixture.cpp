@@ -73,8 +73,9 @@ std::int64_t AppFixture::stored(const std::string& query) const {
     sqlite3_stmt* statement = nullptr;
     EXPECT_EQ(sqlite3_open((folder / "store").c_str(), &connection), SQLITE_OK);
     EXPECT_EQ(sqlite3_prepare_v2(connection, query.c_str(), -1, &statement, nullptr), SQLITE_OK) << query;
-    EXPECT_EQ(sqlite3_step(statement), SQLITE_ROW) << query;
-    const std::int64_t number = sqlite3_column_int64(statement, 0);
+    const int end = sqlite3_step(statement);
+    EXPECT_TRUE(end == SQLITE_ROW || end == SQLITE_DONE) << query;
+    const std::int64_t number = end == SQLITE_ROW ? sqlite3_column_int64(statement, 0) : 0;
     sqlite3_finalize(statement);
     sqlite3_close(connection);
     return number;

@@ -24,6 +24,8 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <type_traits>
+#include <variant>
 #include <vector>
 
 namespace velto::test {
@@ -59,21 +61,19 @@ class ScriptedTaggingService final : public TaggingService {
     Executors executors_;
 };
 
-/// Notes what would be written; fails for the files that it is told to.
+/// Notes what would be written; fails for the file of that name.
 class NotingMetadataWriter final : public AudioMetadataWriter {
   public:
     Task<void> writeGenreTags(std::vector<std::string> genres, std::filesystem::path file, bool) override {
         if (beforeWrite) beforeWrite();
-        if (file.filename() == failingName)
-            throw ServiceError(ServiceError::Case::metadataWriteFailed, file.string());
+        failIfAsked(file);
         written[file.filename().string()] = genres.at(0);
         co_return;
     }
 
     Task<void> clearGenreTags(std::filesystem::path file) override {
         if (beforeClear) beforeClear();
-        if (file.filename() == failingName)
-            throw ServiceError(ServiceError::Case::metadataWriteFailed, file.string());
+        failIfAsked(file);
         written.erase(file.filename().string());
         co_return;
     }
@@ -82,6 +82,12 @@ class NotingMetadataWriter final : public AudioMetadataWriter {
     std::function<void()> beforeClear;
     std::map<std::string, std::string> written;
     std::string failingName;
+
+  private:
+    void failIfAsked(const std::filesystem::path& file) const {
+        if (file.filename() == failingName)
+            throw ServiceError(ServiceError::Case::metadataWriteFailed, file.string());
+    }
 };
 
 class ScriptedLibrarySync final : public LibrarySyncService {
@@ -124,6 +130,14 @@ class ScriptedLibrarySync final : public LibrarySyncService {
     std::function<void()> onSync;
 };
 
+/// A task that runs beside its test.
+template <typename T>
+struct Started {
+    bool hasEnded = false;
+    std::exception_ptr failure;
+    std::optional<std::conditional_t<std::is_void_v<T>, std::monostate, T>> value;
+};
+
 /// A state object over a real store, settings and folders, with a clock of the test's own.
 class AppFixture : public ::testing::Test {
   protected:
@@ -145,12 +159,27 @@ class AppFixture : public ::testing::Test {
         return runtime.run(viewModel->getAllTracksForLibrary(library));
     }
 
-    /// Runs a task while the clock jumps from wake-up to wake-up.
+    /// Starts a task beside the test.
     template <typename T>
-    T runThroughTime(Task<T> task);
+    std::shared_ptr<Started<T>> start(Task<T> task);
+    /// Waits for its end while the clock jumps from wake-up to wake-up; its value or exception.
+    template <typename T>
+    T finish(std::shared_ptr<Started<T>> started);
 
-    /// A number that another program reads from the store's file.
-    [[nodiscard]] std::int64_t stored(const std::string& query) const;
+    template <typename T>
+    T runThroughTime(Task<T> task) {
+        return finish(start(std::move(task)));
+    }
+
+    /// Runs SQL as another program would; the number that its first row begins with, 0 if there is no row.
+    std::int64_t stored(const std::string& query) const;
+
+    /// From now on the store refuses e.g. "DELETE ON Library".
+    void refuse(const std::string& what) const {
+        stored("CREATE TRIGGER obstacle BEFORE " + what + " BEGIN SELECT RAISE(ABORT, 'obstacle'); END");
+    }
+
+    void refuseNoMore() const { stored("DROP TRIGGER obstacle"); }
 
     [[nodiscard]] std::string error() const { return viewModel->errorMessage->value_or(""); }
 
@@ -171,17 +200,25 @@ class AppFixture : public ::testing::Test {
 };
 
 template <typename T>
-T AppFixture::runThroughTime(Task<T> task) {
-    std::optional<T> result;
-    asio::co_spawn(runtime.main(), std::move(task), [&](const std::exception_ptr& failure, T value) {
-        ASSERT_FALSE(failure) << describe(failure);
-        result = std::move(value);
-    });
+std::shared_ptr<Started<T>> AppFixture::start(Task<T> task) {
+    const auto started = std::make_shared<Started<T>>();
+    asio::co_spawn(runtime.main(), std::move(task),
+                   [started](const std::exception_ptr& failure, auto&&... value) {
+                       started->hasEnded = true;
+                       started->failure = failure;
+                       if (!failure) started->value.emplace(std::forward<decltype(value)>(value)...);
+                   });
+    return started;
+}
+
+template <typename T>
+T AppFixture::finish(std::shared_ptr<Started<T>> started) {
     runtime.runUntil([&] {
-        if (!result) clock.advanceToNextSleeper();
-        return result.has_value();
+        if (!started->hasEnded) clock.advanceToNextSleeper();
+        return started->hasEnded;
     });
-    return std::move(*result);
+    if (started->failure) std::rethrow_exception(started->failure);
+    if constexpr (!std::is_void_v<T>) return std::move(*started->value);
 }
 
 } // namespace velto::test

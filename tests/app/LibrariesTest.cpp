@@ -6,96 +6,86 @@ namespace {
 
 using ::testing::ElementsAre;
 
-using Libraries = AppFixture;
+class Libraries : public AppFixture {
+  protected:
+    Libraries() { signIn(); }
+
+    using Refusal = std::optional<LibraryCreationError::Case>;
+
+    /// Why the library was refused, by the flow that asks for its folder or the other one.
+    Refusal refusal(const std::string& name, const std::filesystem::path& path, bool asksFolder = true) {
+        try {
+            runtime.run(asksFolder ? viewModel->addLibrary(name, path, {}, {})
+                                   : viewModel->createLibrary(name, path.string(), {}, {}));
+        } catch (const LibraryCreationError& error) {
+            return error.kind();
+        }
+        return std::nullopt;
+    }
+};
 
 TEST_F(Libraries, AreRefusedWithTheirReason) {
-    runtime.run(viewModel->addLibrary("A", makeFolder("A"), {}, {}));
+    viewModel->userSession = UserSession{};
+    EXPECT_EQ(refusal("A", makeFolder("A")), std::nullopt);
     EXPECT_EQ(error(), "Please sign in to add a library");
-    EXPECT_TRUE(container->mainContext().fetch<Library>().empty());
+    EXPECT_EQ(container->mainContext().count<Library>(), 0U);
     signIn();
-    add("A");
+    const LibraryRef library = add("A");
     EXPECT_EQ(error(), "");
+    const std::string rootPath = library->rootPath;
     const auto file = folder.write("file", "x");
-
-    const struct {
-        std::string name;
-        std::filesystem::path path;
-        LibraryCreationError::Case expected;
-    } cases[] = {
-        {"B", file, LibraryCreationError::Case::notADirectory},
-        {"B", folder / "absent", LibraryCreationError::Case::notADirectory},
-        {"A", makeFolder("other"), LibraryCreationError::Case::duplicateName},
-        {"A", makeFolder("A"), LibraryCreationError::Case::duplicateName},
-    };
-
-    for (const auto& each : cases) {
-        try {
-            runtime.run(viewModel->addLibrary(each.name, each.path, {}, {}));
-            ADD_FAILURE() << each.path;
-        } catch (const LibraryCreationError& refusal) {
-            EXPECT_EQ(refusal.kind(), each.expected) << each.path;
-        }
-    }
-    EXPECT_THAT(names(), ElementsAre("A"));
-}
-
-TEST_F(Libraries, AFolderIsKeptAsItsRealPathAndANameBelongsToOneFolder) {
-    signIn();
-    const auto real = makeFolder("real");
-    std::filesystem::create_symlink(real, folder / "link");
-    for (const auto& path : {real / "", folder / "link", folder / "." / "real" / ".." / "real",
-                             std::filesystem::relative(real)}) {
-        const LibraryRef added = runtime.run(viewModel->addLibrary("N", path, {}, {}));
-        ASSERT_TRUE(added) << path;
-        EXPECT_EQ(added->rootPath, std::filesystem::canonical(real).string()) << path;
-        runtime.run(viewModel->deleteLibrary(added));
-        const LibraryRef created = runtime.run(viewModel->createLibrary("N", path.string(), {}, {}));
-        EXPECT_EQ(created->rootPath, std::filesystem::canonical(real).string()) << path;
-        runtime.run(viewModel->deleteLibrary(created));
-    }
-    const LibraryRef first = add("N");
-    const std::string rootPath = first->rootPath;
-    restart(); // before anything is loaded
-    signIn();
+    makeFolder("other");
     using Case = LibraryCreationError::Case;
 
     const struct {
-        const char* name;
-        bool asksFolder;
+        std::string name, path;
         Case expected;
-    } cases[] = {{"N", true, Case::duplicateName},
-                 {"N", false, Case::duplicateName},
-                 {"", true, Case::emptyName},
-                 {" \t", false, Case::emptyName}};
+        bool asksFolder = true;
+    } cases[] = {
+        {"B", "file", Case::notADirectory},       {"B", "absent", Case::notADirectory},
+        {"A", "other", Case::duplicateName},      {"A", "A", Case::duplicateName},
+        {"", "other", Case::emptyName},           {"A", "other", Case::duplicateName, false},
+        {" \t", "other", Case::emptyName, false},
+    };
 
-    for (const auto& each : cases) {
-        try {
-            if (each.asksFolder)
-                runtime.run(viewModel->addLibrary(each.name, makeFolder("other"), {}, {}));
-            else
-                runtime.run(viewModel->createLibrary(each.name, (folder / "other").string(), {}, {}));
-            ADD_FAILURE() << each.name;
-        } catch (const LibraryCreationError& refusal) {
-            EXPECT_EQ(refusal.kind(), each.expected) << each.name;
-        }
+    for (const bool isLoaded : {true, false}) {
+        if (!isLoaded) restart();
+        signIn();
+        for (const auto& [name, path, expected, asksFolder] : cases)
+            EXPECT_EQ(refusal(name, folder / path, asksFolder), expected) << name << " at " << path;
     }
-    EXPECT_EQ(first->rootPath, rootPath) << "the library was not moved";
+    EXPECT_EQ(container->mainContext().count<Library>(), 1U);
+    EXPECT_EQ(library->rootPath, rootPath) << "the library was not moved";
+}
+
+TEST_F(Libraries, AFolderIsKeptAsItsRealPath) {
+    const auto real = makeFolder("real");
+    std::filesystem::create_symlink(real, folder / "link");
+    for (const auto& path :
+         {real / "", folder / "link", folder / "." / "real" / ".." / "real", std::filesystem::relative(real)})
+        for (const bool asksFolder : {true, false}) {
+            EXPECT_EQ(refusal("N", path, asksFolder), std::nullopt) << path;
+            EXPECT_EQ(viewModel->selectedLibrary.get()->rootPath, std::filesystem::canonical(real).string())
+                << path;
+            runtime.run(viewModel->deleteLibrary(viewModel->selectedLibrary));
+        }
 }
 
 TEST_F(Libraries, AddsAtOnceEachKeepTheirGrantWhateverElseGoesWrong) {
-    signIn();
     const auto disturb = viewModel->libraries.subscribe(
         [&](const auto&) { viewModel->errorMessage = "of another operation"; });
-    std::size_t refused = 0;
-    std::size_t ended = 0;
+    std::vector<std::shared_ptr<Started<LibraryRef>>> adds;
     for (const char* name : {"A", "B", "A"})
-        asio::co_spawn(runtime.main(), viewModel->addLibrary(name, makeFolder(name), {}, {}),
-                       [&](const std::exception_ptr& failure, const LibraryRef&) {
-                           if (failure) ++refused;
-                           ++ended;
-                       });
-    runtime.runUntil([&] { return ended == 3; });
-    EXPECT_EQ(refused, 1U) << "the second A";
+        adds.push_back(start(viewModel->addLibrary(name, makeFolder(name), {}, {})));
+    int refused = 0;
+    for (const auto& each : adds) {
+        try {
+            EXPECT_TRUE(finish(each));
+        } catch (const LibraryCreationError&) {
+            ++refused;
+        }
+    }
+    EXPECT_EQ(refused, 1) << "one of the two A";
     for (const char* name : {"A", "B"}) {
         EXPECT_TRUE(settings.data(std::string("LibraryBookmark_") + name)) << name;
         EXPECT_EQ(grants.activeCount(folder / name), 1) << name;
@@ -104,16 +94,13 @@ TEST_F(Libraries, AddsAtOnceEachKeepTheirGrantWhateverElseGoesWrong) {
 }
 
 TEST_F(Libraries, ASignOutDuringAnAddLeavesNothingBehind) {
-    signIn();
     makeFolder("A");
     for (int polls = 0; polls < 12; ++polls) {
-        bool added = false;
-        asio::co_spawn(runtime.main(), viewModel->addLibrary("A", folder / "A", {}, {}),
-                       [&](const std::exception_ptr&, const LibraryRef&) { added = true; });
+        const auto added = start(viewModel->addLibrary("A", folder / "A", {}, {}));
         for (int i = 0; i < polls; ++i)
             runtime.poll();
         runtime.run(viewModel->clearLocalData());
-        runtime.runUntil([&] { return added; });
+        finish(added);
         EXPECT_EQ(container->mainContext().count<Library>(), 0U) << polls;
         EXPECT_THAT(names(), testing::IsEmpty()) << polls;
         EXPECT_EQ(error(), "");
@@ -126,7 +113,6 @@ TEST_F(Libraries, WhatIsAddedIsOnShowWithItsAccess) {
     const auto playlist = model::make<Playlist>("P", nullptr, 0, clock.now());
     container->mainContext().insert(playlist);
     viewModel->viewMode = playlist;
-    signIn();
     const LibraryRef library = add("A");
     EXPECT_TRUE(std::holds_alternative<LibraryView>(viewModel->viewMode.get()));
     EXPECT_EQ(viewModel->selectedLibrary.get(), library);
@@ -150,13 +136,11 @@ TEST_F(Libraries, WhatIsDeletedIsNeitherSelectedNorSelectable) {
     viewModel->selectedTracks =
         std::unordered_set<TrackRef>{library->files.front()->track, other->files.front()->track};
     const TrackRef kept = other->files.front()->track;
-    bool isDone = false;
-    asio::co_spawn(runtime.main(), viewModel->deleteLibrary(library),
-                   [&](const std::exception_ptr&) { isDone = true; });
+    const auto deletion = start(viewModel->deleteLibrary(library));
     runtime.runUntil([&] { return library->isDeleted(); });
-    EXPECT_FALSE(isDone) << "its tracks go after it";
+    EXPECT_FALSE(deletion->hasEnded) << "its tracks go after it";
     runtime.run(viewModel->loadData());
-    runtime.runUntil([&] { return isDone; });
+    finish(deletion);
     viewModel->errorMessage = std::nullopt;
     EXPECT_EQ(viewModel->selectedTracks.get(), std::unordered_set<TrackRef>{kept});
     EXPECT_EQ(viewModel->selectedLibrary.get(), other);
@@ -167,7 +151,6 @@ TEST_F(Libraries, WhatIsDeletedIsNeitherSelectedNorSelectable) {
 }
 
 TEST_F(Libraries, ALostGrantIsGivenAgainByAddingTheSameFolder) {
-    signIn();
     const LibraryRef library = add("A");
     runtime.run(settings.remove("LibraryBookmark_A"));
     runtime.run(viewModel->restoreAccess(library));
@@ -178,15 +161,12 @@ TEST_F(Libraries, ALostGrantIsGivenAgainByAddingTheSameFolder) {
 }
 
 TEST_F(Libraries, ANameIsFreeForANewLibraryBeforeTheOldOnesTracksAreGone) {
-    signIn();
     libraryWithTracks("A", 5'000); // they go in several turns
     const LibraryRef old = add("A");
-    bool isDone = false;
-    asio::co_spawn(runtime.main(), viewModel->deleteLibrary(old),
-                   [&](const std::exception_ptr&) { isDone = true; });
+    const auto deletion = start(viewModel->deleteLibrary(old));
     runtime.runUntil([&] { return old->isDeleted(); });
     const LibraryRef added = add("A");
-    runtime.runUntil([&] { return isDone; });
+    finish(deletion);
     EXPECT_NE(added, old);
     EXPECT_TRUE(settings.data("LibraryBookmark_A"));
     EXPECT_EQ(grants.activeCount(folder / "A"), 1);
@@ -194,7 +174,8 @@ TEST_F(Libraries, ANameIsFreeForANewLibraryBeforeTheOldOnesTracksAreGone) {
 }
 
 TEST_F(Libraries, AccessIsHeldOnceAndGivenBack) {
-    signIn();
+    runtime.run(viewModel->loadData());
+    EXPECT_TRUE(log.contains("🕐 [LOAD PERF] Selected first library: none"));
     add("A");
     restart();
     runtime.run(viewModel->loadData());
@@ -207,7 +188,6 @@ TEST_F(Libraries, AccessIsHeldOnceAndGivenBack) {
 }
 
 TEST_F(Libraries, AStaleGrantStillOpensAndAMissingFolderIsReported) {
-    signIn();
     const LibraryRef library = add("A");
     std::filesystem::rename(folder / "A", folder / "old"); // it keeps its inode: the new one gets another
     makeFolder("A");
@@ -220,14 +200,7 @@ TEST_F(Libraries, AStaleGrantStillOpensAndAMissingFolderIsReported) {
     EXPECT_EQ(error(), "Cannot access library directory. Please re-add the library 'A'.");
 }
 
-TEST_F(Libraries, LoadDataWithoutAnyLogsNone) {
-    runtime.run(viewModel->loadData());
-    EXPECT_FALSE(viewModel->selectedLibrary.get());
-    EXPECT_TRUE(log.contains("🕐 [LOAD PERF] Selected first library: none"));
-}
-
 TEST_F(Libraries, DeletingTheSelectedOneSelectsTheFirstThatRemains) {
-    signIn();
     for (const char* name : {"C", "A", "B"})
         add(name);
     runtime.run(viewModel->deleteLibrary(viewModel->selectedLibrary)); // B
@@ -257,7 +230,6 @@ TEST_F(Libraries, OfTwoSelectionsTheLaterOneShows) {
 }
 
 TEST_F(Libraries, SignOutClearsTheStoreAndKeepsTheGrants) {
-    signIn();
     add("A");
     libraryWithTracks("L", 3);
     auto& context = container->mainContext();
