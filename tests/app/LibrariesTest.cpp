@@ -105,6 +105,11 @@ TEST_F(Libraries, ASignOutDuringAnAddLeavesNothingBehind) {
         EXPECT_THAT(names(), testing::IsEmpty()) << polls;
         EXPECT_EQ(error(), "");
     }
+    libraryWithTracks("L", 5'000); // they go in several turns
+    const auto signOut = start(viewModel->clearLocalData());
+    add("B");
+    finish(signOut);
+    EXPECT_THAT(names(), ElementsAre("B")) << "an add that comes later begins after it";
     viewModel.reset();
     EXPECT_EQ(grants.activeCount(), 0);
 }

@@ -1,6 +1,5 @@
 #include "app/LocalBackendTransport.hpp"
 #include "platform/http/URLError.hpp"
-#include "platform/log/Log.hpp"
 #include "support/TemporaryFolder.hpp"
 #include "support/TestRuntime.hpp"
 
@@ -53,7 +52,6 @@ class LocalBackendTest : public testing::Test {
 
     TemporaryFolder folder;
     TestRuntime runtime;
-    log::Capture log;
     http::HttpClient wire;
     LocalBackend backend{folder / "state.sqlite"};
     LocalBackendTransport transport{wire, backend, runtime.executors()};
@@ -105,18 +103,6 @@ TEST_F(LocalBackendTest, LeavesOtherFailuresAsTheyAre) {
     LocalBackendTransport other(failing, backend, runtime.executors());
     EXPECT_THROW(runtime.run(other.send({})), http::URLError);
     EXPECT_EQ(ask(), 200);
-}
-
-TEST_F(LocalBackendTest, SaysInTheBackendsWordsWhyItDoesNotStart) {
-    const auto broken = folder.write("broken.sqlite", std::string(5000, 'g'));
-    try {
-        const LocalBackend none(broken);
-        ADD_FAILURE();
-    } catch (const LocalBackendError& error) {
-        EXPECT_EQ(error.errorDescription(), "The local backend did not start: Could not use " +
-                                                broken.string() + " as state: file is not a database");
-    }
-    EXPECT_TRUE(log.contains("velto-backend: Could not use " + broken.string()));
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 #include "support/ManualClock.hpp"
 #include "support/TestRuntime.hpp"
 
+#include <fmt/ranges.h>
 #include <gtest/gtest.h>
 
 #include <future>
@@ -152,49 +153,47 @@ TEST_F(AuthenticationManagerTest, ADelayedClearingTouchesNothingButItsError) {
     EXPECT_EQ(clock.sleepers(), 0U);
 }
 
-TEST_F(AuthenticationManagerTest, RestoringTriesTheStoredTokenOnce) {
+TEST_F(AuthenticationManagerTest, RestoringTriesTheStoredTokenAndKeepsWhyItFailed) {
     runtime.run(manager->restoreSession());
     EXPECT_EQ(trace, Trace{}) << "without a token";
+    EXPECT_FALSE(manager->restoreFailure());
 
-    keyring.saveToken("t");
-    transport.fail(URLError::Code::notConnectedToInternet);
-    runtime.run(manager->restoreSession());
-    EXPECT_EQ(trace, (Trace{"authenticating",
-                            "error: " + URLError(URLError::Code::notConnectedToInternet).errorDescription(),
-                            "unauthenticated"}));
-    EXPECT_EQ(keyring.retrieveToken(), "t");
-    EXPECT_TRUE(crashReporter.errors.empty());
-
-    trace.clear();
-    transport.reply(200, profileReply);
-    runtime.run(manager->restoreSession());
-    EXPECT_EQ(trace, (Trace{"authenticating", "a@b.c 0/42"}));
-
-    trace.clear();
-    const log::Capture log;
-    keyring.failsToRetrieve = true;
-    runtime.run(manager->restoreSession());
-    EXPECT_EQ(trace, Trace{"unauthenticated"});
-    EXPECT_TRUE(
-        log.contains("Failed to retrieve token: Unable to retrieve authentication token from Keychain"));
-}
-
-TEST_F(AuthenticationManagerTest, KeepsWhyASessionWasNotRestored) {
-    const auto reason = [this] {
-        runtime.run(manager->restoreSession());
-        return manager->restoreFailure() ? describe(manager->restoreFailure()) : "";
+    struct Row {
+        bool isKeyringBroken;
+        std::optional<URLError::Code> failure;
+        int status;
+        std::string reason;
+        std::string states;
     };
-    keyring.failsToRetrieve = true;
-    EXPECT_EQ(reason(), "Unable to retrieve authentication token from Keychain");
-    keyring.failsToRetrieve = false;
-    EXPECT_EQ(reason(), "") << "without a token";
+
+    const std::string begun = "authenticating > ", left = " > unauthenticated";
+    const std::string offline = URLError(URLError::Code::notConnectedToInternet).errorDescription();
+    const std::string unreachable = "The server could not be reached.";
+    const Row rows[] = {
+        {true, {}, 0, "Unable to retrieve authentication token from Keychain", "unauthenticated"},
+        {false, URLError::Code::notConnectedToInternet, 0, offline, begun + "error: " + offline + left},
+        {false, URLError::Code::cannotConnectToHost, 0, unreachable, begun + "error: " + unreachable + left},
+        {false, {}, 200, "", begun + "a@b.c 0/42"},
+        {false, {}, 401, "Unauthorized - please sign in again", begun + "unauthenticated" + left},
+    };
     keyring.saveToken("t");
-    transport.fail(URLError::Code::cannotConnectToHost);
-    EXPECT_EQ(reason(), "The server could not be reached.");
-    transport.reply(200, profileReply);
-    EXPECT_EQ(reason(), "");
-    transport.reply(401, "");
-    EXPECT_EQ(reason(), "Unauthorized - please sign in again");
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.reason);
+        trace.clear();
+        crashReporter.errors.clear();
+        const log::Capture log;
+        keyring.failsToRetrieve = row.isKeyringBroken;
+        if (row.failure) transport.fail(*row.failure);
+        if (row.status != 0) transport.reply(row.status, profileReply);
+        runtime.run(manager->restoreSession());
+        EXPECT_EQ(fmt::format("{}", fmt::join(trace, " > ")), row.states);
+        EXPECT_EQ(manager->restoreFailure() ? describe(manager->restoreFailure()) : "", row.reason);
+        EXPECT_EQ(log.contains("Failed to retrieve token: " + row.reason), row.isKeyringBroken);
+        EXPECT_EQ(crashReporter.errors.empty(), row.failure != URLError::Code::cannotConnectToHost);
+        keyring.failsToRetrieve = false;
+        EXPECT_EQ(keyring.retrieveToken().has_value(), row.status != 401);
+        clock.advance(Seconds(5));
+    }
 }
 
 TEST_F(AuthenticationManagerTest, AnExpiredTokenEndsTheSessionButKeepsTheVocabulary) {

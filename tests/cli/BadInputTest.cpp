@@ -53,6 +53,7 @@ TEST_F(Cli, WorksWithoutWhatOnlyAPartOfItNeeds) {
     EXPECT_EQ(session.status, 1);
     EXPECT_EQ(session.standardError, notThere);
     EXPECT_EQ(readFile(home() / "local-backend.sqlite"), std::string(5000, 'g'));
+    EXPECT_THAT(readFile(home() / "velto.log"), HasSubstr("velto-backend: Could not use "));
 
     // A store that opens but cannot be read is not an empty one.
     (void)runProgram({"/usr/bin/python3", "-c",
@@ -88,39 +89,34 @@ TEST_F(Cli, SaysWhatIsWrongWithABackend) {
     const std::string before = readFile(music() / "song.mp3");
 
     struct Case {
-        Arguments backendOptions; ///< none: nothing listens there
-        const char* address;      ///< null: the backend's
-        Arguments arguments;
+        const char* backendOptions; ///< none: nothing listens there
+        const char* address;        ///< null: the backend's
+        const char* arguments;
         const char* says;
     };
 
-    const Arguments tag{"tag", "--yes"};
+    const char* odd = "ht!tp://%%%";
     const Case cases[] = {
-        {{"--fault", "unauthorized"},
-         nullptr,
-         tag,
+        {"--fault unauthorized", nullptr, "tag --yes",
          "1 of 1 track not tagged: the session has ended, sign in again: veltoctl sign-in\n"},
-        {{"--fault", "drop"}, nullptr, tag, "not tagged: Network error: The network connection was lost.\n"},
-        {{"--fault", "unauthorized", "--fault-on", "all"},
-         nullptr,
-         {"library", "add", "/tmp"},
+        {"--fault drop", nullptr, "tag --yes",
+         "not tagged: Network error: The network connection was lost.\n"},
+        {"--fault unauthorized --fault-on all", nullptr, "library add /tmp",
          "velto: not signed in: the session has ended, sign in again: veltoctl sign-in\n"},
-        {{"--fault", "server-error", "--fault-on", "all"},
-         nullptr,
-         {"whoami"},
+        {"--fault server-error --fault-on all", nullptr, "whoami",
          "velto: not signed in: Invalid response from server\n"},
-        {{}, nullptr, tag, "velto: not signed in: The server could not be reached.\n"},
-        {{}, "ht!tp://%%%", {"sign-in"}, "Invalid authentication URL\n"},
-        {{}, "ht!tp://%%%", {"billing"}, "Invalid billing URL\n"},
-        {{}, "ht!tp://%%%", {"sign-in", "velto://auth?token=abc"}, "Invalid API endpoint URL\n"},
-        {{"--fault", "partial@1"}, nullptr, {"sign-in", "velto://auth?token=unknown"}, "Unauthorized"},
+        {"", nullptr, "tag --yes", "velto: not signed in: The server could not be reached.\n"},
+        {"", odd, "sign-in", "Invalid authentication URL\n"},
+        {"", odd, "billing", "Invalid billing URL\n"},
+        {"", odd, "sign-in velto://auth?token=abc", "Invalid API endpoint URL\n"},
+        {"--fault partial@1", nullptr, "sign-in velto://auth?token=unknown", "Unauthorized"},
     };
     for (const auto& [options, address, arguments, says] : cases) {
         backend_.reset();
-        if (!options.empty()) startBackend(options);
+        if (*options != '\0') startBackend(words(options));
         if (address != nullptr) backendAddress_ = address;
         fs::copy(folder_ / "kept", tokenFile(), fs::copy_options::overwrite_existing);
-        const auto output = run(arguments);
+        const auto output = run(words(arguments));
         EXPECT_EQ(output.status, 1) << says;
         EXPECT_THAT(output.standardError, HasSubstr(says));
         EXPECT_EQ(readFile(music() / "song.mp3"), before);
@@ -136,19 +132,18 @@ TEST_F(Cli, SaysWhatIsWrongWithAFolder) {
         fmt::format("the folder {} is not there: connect its drive, or forget the library: "
                     "veltoctl library remove 'gone'",
                     (folder_ / "gone").string());
-    const std::pair<Arguments, std::string> cases[] = {
-        {{"library", "add", music().string(), "--name", "Music"},
+    const std::string song = music() / "song.mp3", nowhere = folder_ / "nowhere";
+    const std::pair<std::string, std::string> cases[] = {
+        {"library add --name Music " + music().string(),
          "there is a library 'Music' already: scan it, or give this one another name with --name"},
-        {{"library", "add", (music() / "song.mp3").string()},
-         (music() / "song.mp3").string() + " is not a folder"},
-        {{"library", "add", (folder_ / "nowhere").string()},
-         (folder_ / "nowhere").string() + " is not a folder"},
-        {{"tag", "Nope"}, "there is no library 'Nope', there is 'gone', 'Music'"},
-        {{"scan", "gone"}, away},
-        {{"check", "gone"}, away},
+        {"library add " + song, song + " is not a folder"},
+        {"library add " + nowhere, nowhere + " is not a folder"},
+        {"tag Nope", "there is no library 'Nope', there is 'gone', 'Music'"},
+        {"scan gone", away},
+        {"check gone", away},
     };
     for (const auto& [arguments, says] : cases) {
-        const auto output = run(arguments);
+        const auto output = run(words(arguments));
         EXPECT_EQ(output.status, 1) << says;
         EXPECT_EQ(output.standardOutput, "");
         EXPECT_EQ(output.standardError, "velto: " + says + "\n");

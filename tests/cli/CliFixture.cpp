@@ -5,12 +5,19 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <fstream>
+#include <iterator>
+#include <sstream>
 #include <sys/wait.h>
 #include <unistd.h>
 
 namespace velto::test {
 
 namespace fs = std::filesystem;
+
+Arguments words(const std::string& line) {
+    std::istringstream stream(line);
+    return {std::istream_iterator<std::string>(stream), {}};
+}
 
 RunningProgram::RunningProgram(const Arguments& arguments)
     : program_(startPiped(arguments, STDERR_FILENO)) {

@@ -18,6 +18,9 @@ namespace velto::test {
 using Arguments = std::vector<std::string>;
 using files::ProcessOutput;
 
+/// What stands between the blanks.
+[[nodiscard]] Arguments words(const std::string& line);
+
 /// veltoctl as a child process, watched through its standard error and steered by signals and its standard
 /// input.
 class RunningProgram {

@@ -25,7 +25,7 @@ Keys keysOf(const json& object) {
     return keys;
 }
 
-TEST_F(Cli, TellsWrongUsageFromAFailureAndFromHelp) {
+TEST_F(Cli, DistinguishesWrongUsageFromAFailureAndFromHelp) {
     struct Case {
         Arguments arguments;
         int status;

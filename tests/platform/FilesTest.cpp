@@ -1,7 +1,6 @@
 #include "platform/files/AtomicReplace.hpp"
 #include "platform/files/FileAttributes.hpp"
 #include "platform/files/FolderGrants.hpp"
-#include "platform/files/ServiceError.hpp"
 #include "support/TemporaryFolder.hpp"
 
 #include <gtest/gtest.h>
@@ -100,15 +99,6 @@ TEST(FolderGrants, StartsAndStopsBalance) {
     grants.stopAccessing(folder.path());
     grants.stopAccessing(folder.path()); // one too many is only logged
     EXPECT_EQ(grants.activeCount(), 0);
-}
-
-TEST(ServiceError, TextsEndWithPayloadAndCause) {
-    using Case = ServiceError::Case;
-    EXPECT_EQ(ServiceError(Case::directoryAccessFailed, "/m").errorDescription(),
-              "Failed to access directory: /m");
-    EXPECT_EQ(ServiceError(Case::metadataWriteFailed, "/m/a.mp3", "disk full").errorDescription(),
-              "Failed to write metadata to: /m/a.mp3 - disk full");
-    EXPECT_EQ(ServiceError(Case::scanCancelled).errorDescription(), "Scan was cancelled");
 }
 
 } // namespace

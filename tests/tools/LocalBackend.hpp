@@ -29,9 +29,10 @@ inline json songs(int count) {
 
 class LocalBackend : public testing::Test {
   protected:
-    /// Starts a backend on this test's state; the one before has to have ended.
+    /// Starts a backend on this test's state and signs a@b.c in; the one before has to have ended.
     BackendProcess& start(std::vector<std::string> options = {}) {
         backend_.emplace(state(), std::move(options));
+        token = backend_->signIn("a@b.c");
         return *backend_;
     }
 
@@ -39,6 +40,7 @@ class LocalBackend : public testing::Test {
 
     TemporaryFolder folder_;
     std::optional<BackendProcess> backend_;
+    std::string token; ///< of a@b.c
 };
 
 } // namespace velto::test
