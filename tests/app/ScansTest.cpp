@@ -136,6 +136,21 @@ TEST_F(Scans, AUsersOneWaitsForTheOneThatACheckStartedAndADeletionLeavesItAlone)
     EXPECT_EQ(checked->files.size(), fileCount + 1);
 }
 
+TEST_F(Scans, ADeletionWaitsForTheSaveOfAScan) {
+    const LibraryRef other = add("B");
+    addFull("A");
+    const auto scan = start(viewModel->refreshSelectedLibrary());
+    runtime.runUntil([&] { return log.contains("[DEFERRED] Starting optimized"); });
+    runtime.run(viewModel->deleteLibrary(other));
+    ASSERT_TRUE(finish(scan)) << error();
+    const auto lines = log.lines();
+    const auto place = [&](const char* text) {
+        return std::find_if(lines.begin(), lines.end(),
+                            [&](const std::string& line) { return line.find(text) != std::string::npos; });
+    };
+    EXPECT_LT(place("[SAVE] Database saved"), place("Deleting library 'B'"));
+}
+
 TEST_F(Scans, EverythingThatRunsCanBeStopped) {
     const LibraryRef library = addFull("A");
     makeFolder("B");

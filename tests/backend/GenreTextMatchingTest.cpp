@@ -38,7 +38,7 @@ TEST(GenreTextMatching, GivesBackWhatTaggingWrote) {
         pool.resize(1 + random() % 4);
         std::optional<std::string> era;
         if (random() % 3 != 0) era = vocabulary.availableEras[random() % vocabulary.availableEras.size()];
-        // A genre that is an era's name too cannot be told from the era at the end of a text.
+        // A genre that is an era's name too looks like the era at the end of a text.
         if (!era && pool.back() == "80s" && pool.size() > 1) continue;
         const std::string text = written(pool, era);
         const RecognisedTags tags = matcher.match(text);

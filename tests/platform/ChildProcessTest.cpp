@@ -27,7 +27,7 @@ TEST(RunProcess, ArgumentsReachTheProgramAsTheyAre) {
     EXPECT_EQ(output.standardOutput, "two words|$HOME `id`; *||line\nbreak|\xFF|");
 }
 
-TEST(RunProcess, StatusesAndSignalsAreTold) {
+TEST(RunProcess, StatusesAndSignalsAreReported) {
     const ProcessOutput failed = runProcess(shell("echo why >&2; exit 3"));
     EXPECT_EQ(failed.status, 3);
     EXPECT_EQ(failed.standardError, "why\n");

@@ -48,7 +48,7 @@ TEST(Concurrency, ACancelledTaskEndsAtItsCheckpoint) {
     EXPECT_THROW(runtime.run(handle.value()), CancellationError);
 }
 
-TEST(Published, TellsObserversUntilTheyLeave) {
+TEST(Published, NotifiesObserversUntilTheyLeave) {
     Published<int> field(1);
     std::vector<int> seen;
     {

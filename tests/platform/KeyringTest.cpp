@@ -46,13 +46,13 @@ const Lines allFail = {"Unable to save authentication token to Keychain",
                        "Unable to retrieve authentication token from Keychain",
                        "Unable to delete authentication token from Keychain"};
 
-TEST(Keyring, FailsWhereThereIsNoBus) {
+TEST(Keyring, FailsIfThereIsNoBus) {
     EXPECT_EQ(probe({"/usr/bin/env", "DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent/bus"}, "30",
                     {"save=a", "get", "delete"}),
               allFail);
 }
 
-TEST(Keyring, FailsWhereNobodyUnlocksTheKeyring) {
+TEST(Keyring, FailsIfNobodyUnlocksTheKeyring) {
     EXPECT_EQ(probe({WITH_KEYRING, "locked"}, "0.5", {"save=a"}), Lines{allFail.front()});
     EXPECT_EQ(probe({WITH_KEYRING, "unlocked"}, "5", {"save=a", "lock", "get", "delete", "get@other"}),
               (Lines{"saved", "locked", allFail[1], allFail[2], "(absent)"}));

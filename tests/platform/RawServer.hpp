@@ -32,7 +32,7 @@ class RawServer {
 
     [[nodiscard]] std::string address(const std::string& scheme = "http") const;
 
-    /// Requests whose head has come, or a TLS greeting where plain HTTP is spoken.
+    /// Requests whose head has come, or a TLS greeting if the server speaks plain HTTP.
     [[nodiscard]] int requests() const { return requests_; }
 
   private:

@@ -6,8 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <array>
 #include <filesystem>
@@ -20,10 +18,19 @@ using test::TemporaryFolder;
 using test::TestRuntime;
 using Bytes = ValueFile::Bytes;
 
-TEST(ValueFile, ValuesSurviveWhateverBytesTheyHave) {
+class ValueFileTest : public testing::Test {
+  protected:
+    /// What the next start of the program reads.
+    std::optional<std::string> stored(const std::string& key) {
+        return ValueFile(file, runtime.executors()).string(key);
+    }
+
     TestRuntime runtime;
-    const TemporaryFolder folder;
-    const fs::path file = folder / "defaults.json";
+    TemporaryFolder folder;
+    fs::path file = folder / "defaults.json";
+};
+
+TEST_F(ValueFileTest, ValuesSurviveWhateverBytesTheyHave) {
     const std::string oddKey = "LibraryBookmark_\xFFMusik \"\n";
     {
         ValueFile values(file, runtime.executors());
@@ -34,20 +41,16 @@ TEST(ValueFile, ValuesSurviveWhateverBytesTheyHave) {
         runtime.run(values.setString("gone", "x"));
         runtime.run(values.remove("gone"));
     }
-    const ValueFile again(file, runtime.executors());
-    EXPECT_EQ(again.data(oddKey), (Bytes{0, 255, 34}));
-    EXPECT_EQ(again.data("none"), Bytes{});
-    EXPECT_EQ(again.data("four"), (Bytes{'a', 0, 128, 'd'}));
-    EXPECT_EQ(again.string("text"), "Grüße");
-    EXPECT_EQ(again.data("text"), std::nullopt); // of the other kind
-    EXPECT_EQ(again.keys().size(), 4U);
-    struct ::stat info {};
-    ASSERT_EQ(::stat(file.c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 0777U, 0600U);
+    const ValueFile read(file, runtime.executors());
+    EXPECT_EQ(read.data(oddKey), (Bytes{0, 255, 34}));
+    EXPECT_EQ(read.data("none"), Bytes{});
+    EXPECT_EQ(read.data("four"), (Bytes{'a', 0, 128, 'd'}));
+    EXPECT_EQ(read.string("text"), "Grüße");
+    EXPECT_EQ(read.data("text"), std::nullopt); // of the other kind
+    EXPECT_EQ(read.keys().size(), 4U);
 }
 
-TEST(ValueFile, ADamagedFileIsSetAsideAndTold) {
-    TestRuntime runtime;
+TEST_F(ValueFileTest, ADamagedFileIsSetAsideAndNamedInTheLog) {
     const std::array<std::string, 8> damaged = {
         "",
         "{\"version\":1,\"values\":[{\"key\":\"a\",\"te",
@@ -58,8 +61,8 @@ TEST(ValueFile, ADamagedFileIsSetAsideAndTold) {
         "{\"version\":1,\"values\":[{\"key\":\"a\",\"data\":\"====\"}]}",
         std::string(100'000, '[')};
     for (const std::string& content : damaged) {
-        const TemporaryFolder folder;
-        const fs::path file = folder.write("defaults.json", content);
+        fs::remove_all(folder.path());
+        folder.write("defaults.json", content);
         const log::Capture log;
         ValueFile values(file, runtime.executors());
         EXPECT_TRUE(values.keys().empty());
@@ -68,20 +71,18 @@ TEST(ValueFile, ADamagedFileIsSetAsideAndTold) {
         const fs::path aside = fs::directory_iterator(folder.path())->path();
         EXPECT_EQ(test::readFile(aside), content);
         runtime.run(values.setString("a", "b"));
-        EXPECT_EQ(ValueFile(file, runtime.executors()).string("a"), "b");
+        EXPECT_EQ(stored("a"), "b");
     }
 }
 
-TEST(ValueFile, AFailedWriteIsAnErrorAndALaterOneSavesAll) {
-    TestRuntime runtime;
-    const TemporaryFolder folder;
-    const fs::path file = folder / "missing" / "defaults.json";
+TEST_F(ValueFileTest, AFailedWriteIsAnErrorAndALaterOneSavesAll) {
+    file = folder / "missing" / "defaults.json";
     ValueFile values(file, runtime.executors());
     EXPECT_THROW(runtime.run(values.setString("a", "1")), SystemError);
     EXPECT_EQ(values.string("a"), "1");
     fs::create_directory(folder / "missing");
     runtime.run(values.setString("b", "2"));
-    EXPECT_EQ(ValueFile(file, runtime.executors()).string("a"), "1");
+    EXPECT_EQ(stored("a"), "1");
 }
 
 Task<void> setAndCount(ValueFile& values, int number, int& done) {
@@ -89,15 +90,13 @@ Task<void> setAndCount(ValueFile& values, int number, int& done) {
     ++done;
 }
 
-TEST(ValueFile, OfOverlappingWritesTheLastOneStays) {
-    TestRuntime runtime;
-    const TemporaryFolder folder;
-    ValueFile values(folder / "defaults.json", runtime.executors());
+TEST_F(ValueFileTest, OfOverlappingWritesTheLastOneStays) {
+    ValueFile values(file, runtime.executors());
     int done = 0;
     for (int i = 1; i <= 40; ++i)
         spawn(runtime.main(), setAndCount(values, i, done));
     runtime.runUntil([&] { return done == 40; });
-    EXPECT_EQ(ValueFile(folder / "defaults.json", runtime.executors()).string("last"), "40");
+    EXPECT_EQ(stored("last"), "40");
 }
 
 } // namespace
