@@ -1,13 +1,14 @@
 #include "app/LocalBackendTransport.hpp"
 #include "platform/http/URLError.hpp"
+#include "support/PipedProgram.hpp"
 #include "support/TemporaryFolder.hpp"
 #include "support/TestRuntime.hpp"
 
 #include <gmock/gmock.h>
 
 #include <csignal>
-#include <fstream>
 #include <sys/wait.h>
+#include <unistd.h>
 
 namespace velto::test {
 namespace {
@@ -17,33 +18,23 @@ using testing::HasSubstr;
 /// The program's own backend, whose process the test kills.
 class LocalBackendTest : public testing::Test {
   protected:
-    [[nodiscard]] static std::vector<pid_t> children() {
-        std::vector<pid_t> found;
-        for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
-            std::ifstream list(task.path() / "children");
-            for (pid_t child = 0; list >> child;)
-                found.push_back(child);
-        }
-        return found;
-    }
-
     static void killBackend() {
-        for (const pid_t child : children()) {
+        for (const pid_t child : childrenOf(::getpid())) {
             ::kill(child, SIGKILL);
             siginfo_t end{};
             ::waitid(P_PID, static_cast<id_t>(child), &end, WEXITED | WNOWAIT);
         }
     }
 
-    int ask() {
+    int ask(LocalBackendTransport& through) {
         http::Request request;
         request.url = backend.address() + "/signup";
-        return runtime.run(transport.send(std::move(request))).status.value_or(0);
+        return runtime.run(through.send(std::move(request))).status.value_or(0);
     }
 
-    std::string failure() {
+    std::string failure(LocalBackendTransport& through) {
         try {
-            ask();
+            ask(through);
         } catch (const LocalBackendError& error) {
             return error.errorDescription();
         }
@@ -73,36 +64,28 @@ class KillingTransport final : public http::Transport {
     std::function<void()> kill_;
 };
 
-TEST_F(LocalBackendTest, IsStartedAgainWhereItWasUntilItDiesTooOften) {
+TEST_F(LocalBackendTest, IsStartedAgainAtItsAddressUntilItDiesTooOften) {
     const std::string address = backend.address();
     KillingTransport killing(killBackend);
     LocalBackendTransport dying(killing, backend, runtime.executors());
-    const auto failsAsItDies = [&] {
-        try {
-            runtime.run(dying.send({}));
-        } catch (const LocalBackendError& error) {
-            return error.errorDescription();
-        }
-        return std::string();
-    };
     for (int i = 0; i < 3; ++i) {
-        EXPECT_THAT(failsAsItDies(),
+        EXPECT_THAT(failure(dying),
                     testing::AllOf(HasSubstr("The local backend, which this program had started, "
                                              "ended unexpectedly"),
                                    HasSubstr("It was started again.")));
-        EXPECT_EQ(ask(), 200) << "the next request finds it";
+        EXPECT_EQ(ask(transport), 200) << "the next request finds it";
         EXPECT_EQ(backend.address(), address);
     }
-    EXPECT_THAT(failsAsItDies(), HasSubstr("is not started any more"));
-    EXPECT_THAT(failure(), HasSubstr("is not started any more: it ended again and again"));
-    EXPECT_TRUE(children().empty());
+    EXPECT_THAT(failure(dying), HasSubstr("is not started any more"));
+    EXPECT_THAT(failure(transport), HasSubstr("is not started any more: it ended again and again"));
+    EXPECT_TRUE(childrenOf(::getpid()).empty());
 }
 
 TEST_F(LocalBackendTest, LeavesOtherFailuresAsTheyAre) {
     KillingTransport failing([] {});
     LocalBackendTransport other(failing, backend, runtime.executors());
     EXPECT_THROW(runtime.run(other.send({})), http::URLError);
-    EXPECT_EQ(ask(), 200);
+    EXPECT_EQ(ask(transport), 200);
 }
 
 } // namespace

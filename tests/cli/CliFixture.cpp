@@ -4,7 +4,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
-#include <fstream>
 #include <iterator>
 #include <sstream>
 #include <sys/wait.h>
@@ -44,16 +43,6 @@ bool RunningProgram::waitFor(const std::string& text) {
 
 void RunningProgram::signal(int number) const {
     if (program_.process > 0) kill(program_.process, number);
-}
-
-std::vector<pid_t> RunningProgram::children() const {
-    std::vector<pid_t> found;
-    for (const auto& task : fs::directory_iterator("/proc/" + std::to_string(program_.process) + "/task")) {
-        std::ifstream list(task.path() / "children");
-        for (pid_t child = 0; list >> child;)
-            found.push_back(child);
-    }
-    return found;
 }
 
 int RunningProgram::finish() {

@@ -34,8 +34,6 @@ class RunningProgram {
     /// Reads standard error up to this text, no further. False if the child ends without saying it.
     bool waitFor(const std::string& text);
     void signal(int number) const;
-    /// The numbers of its own children.
-    [[nodiscard]] std::vector<pid_t> children() const;
     /// Reads to the end; the exit status, or 128 + the signal.
     int finish();
     /// The same without reading.

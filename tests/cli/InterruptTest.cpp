@@ -118,7 +118,7 @@ TEST_F(Cli, HasABackendOfItsOwnThatEndsWithItEvenWhenItIsKilled) {
                                                 (home() / "velto.store").string() +
                                                 " is in use by another running copy of Velto."));
 
-    const auto children = first.children();
+    const auto children = childrenOf(first.process());
     ASSERT_EQ(children.size(), 1);
     first.signal(SIGKILL);
     EXPECT_EQ(first.finish(), 128 + SIGKILL);

@@ -2,6 +2,8 @@
 
 #include <array>
 #include <fcntl.h>
+#include <filesystem>
+#include <fstream>
 #include <spawn.h>
 #include <stdexcept>
 #include <unistd.h>
@@ -29,6 +31,17 @@ PipedProgram startPiped(const std::vector<std::string>& arguments, int stream) {
     close(output[1]);
     if (failure != 0) throw std::runtime_error("cannot start " + arguments.front());
     return program;
+}
+
+std::vector<pid_t> childrenOf(pid_t process) {
+    std::vector<pid_t> found;
+    for (const auto& task :
+         std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/task")) {
+        std::ifstream list(task.path() / "children");
+        for (pid_t child = 0; list >> child;)
+            found.push_back(child);
+    }
+    return found;
 }
 
 } // namespace velto::test

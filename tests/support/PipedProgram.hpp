@@ -19,4 +19,7 @@ struct PipedProgram {
 /// or error); throws if it cannot be started.
 [[nodiscard]] PipedProgram startPiped(const std::vector<std::string>& arguments, int stream);
 
+/// The numbers of a process's own children.
+[[nodiscard]] std::vector<pid_t> childrenOf(pid_t process);
+
 } // namespace velto::test
