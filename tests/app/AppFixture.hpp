@@ -86,7 +86,7 @@ class NotingMetadataWriter final : public AudioMetadataWriter {
   private:
     void failIfAsked(const std::filesystem::path& file) const {
         if (file.filename() == failingName)
-            throw ServiceError(ServiceError::Case::metadataWriteFailed, file.string());
+            throw ServiceError(ServiceError::Case::metadataWriteFailed, file.string(), "disk full");
     }
 };
 

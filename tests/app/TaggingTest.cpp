@@ -101,7 +101,8 @@ TEST_F(Tagging, StoresTagsBeforeItWritesFilesAndSyncsAfterwards) {
     EXPECT_EQ(writer->written["0.mp3"], "House - Artist 0 - 1990s");
     EXPECT_EQ(writer->written.size(), 2U);
     EXPECT_TRUE(
-        log.contains("⚠️ [VM] Failed to write genre to file 1.mp3: Failed to write metadata to: "));
+        log.contains("⚠️ [VM] Failed to write genre to file 1.mp3: Failed to write metadata to: " +
+                     (folder / "L/1.mp3").string() + " - disk full"));
     EXPECT_THAT(completed, ElementsAre(0, 1, 2, 3));
     EXPECT_FALSE(viewModel->taggingProgress->has_value());
     EXPECT_TRUE(viewModel->tracksBeingTagged->empty());
