@@ -15,18 +15,19 @@ void appendNormalised(std::string& signature, const std::optional<std::string>& 
     signature += '|';
 }
 
-} // namespace
-
-std::string shortestDecimal(double value) {
-    const double magnitude = std::abs(value);
-    const bool isPlain = magnitude == 0 || (magnitude >= 1e-4 && magnitude <= 0x1p53);
+/// The shortest decimal form that reads back as the same number of tenths, with a fractional part ("0.0",
+/// "215.3"); above 2^53 with an exponent ("1e+16").
+std::string shortestDecimal(double tenths) {
+    const bool isPlain = std::abs(tenths) <= 0x1p53;
     std::array<char, 40> buffer{};
     const auto format = isPlain ? std::chars_format::fixed : std::chars_format::scientific;
-    const auto [end, error] = std::to_chars(buffer.data(), buffer.data() + buffer.size(), value, format);
+    const auto [end, error] = std::to_chars(buffer.data(), buffer.data() + buffer.size(), tenths, format);
     std::string text(buffer.data(), end);
     if (isPlain && text.find('.') == std::string::npos) text += ".0";
     return text;
 }
+
+} // namespace
 
 std::string canonicalSig(const std::optional<std::string>& artist, const std::optional<std::string>& title,
                          const std::optional<std::string>& album, std::optional<double> durationSec) {

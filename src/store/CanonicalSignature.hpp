@@ -14,10 +14,6 @@ namespace velto {
                                        const std::optional<std::string>& album,
                                        std::optional<double> durationSec);
 
-/// The shortest decimal form that reads back as the same double, with a fractional part ("0.0", "215.3",
-/// "1234.0"); above 2^53 and below 1e-4 with an exponent ("1e+16", "5e-05").
-[[nodiscard]] std::string shortestDecimal(double value);
-
 /// The beginning of a signature, for log lines, cut between characters.
 [[nodiscard]] std::string_view beginningOf(std::string_view signature);
 
