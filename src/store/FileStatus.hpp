@@ -18,7 +18,7 @@ enum class FileStatus : std::uint8_t {
 inline constexpr std::array fileStatuses{FileStatus::new_, FileStatus::ready, FileStatus::changed,
                                          FileStatus::missing, FileStatus::error};
 
-/// All cases in their order, for whoever enumerates a persistent enumeration.
+/// All cases in their order.
 constexpr const auto& allCases(FileStatus) {
     return fileStatuses;
 }

@@ -17,7 +17,7 @@ struct FileSystemInfo {
     std::int64_t sizeBytes = 0;
     Date mtime;
     std::optional<std::uint64_t> inode;
-    std::optional<Date> creationDate = std::nullopt; ///< absent where it was not asked for or is not kept
+    std::optional<Date> creationDate = std::nullopt; ///< absent if nobody asked for it or none is kept
 
     bool operator==(const FileSystemInfo&) const = default;
 };

@@ -14,7 +14,7 @@ bool ChangeSet::concerns(const EntityDescription& entity) const {
            std::any_of(deleted.begin(), deleted.end(), isOfIt);
 }
 
-/// False where the object stands in the set already, or where nobody listens.
+/// False if the object is in the set already, or if nobody listens.
 bool ChangeFeed::take(const Object& object) {
     if (!isObserved() || ObjectAccess::isMarked(object, ObjectAccess::noted)) return false;
     ObjectAccess::mark(object, ObjectAccess::noted);
@@ -62,10 +62,10 @@ void ChangeFeed::deliver() {
         for (const auto& object : *list)
             ObjectAccess::unmark(*object, ObjectAccess::noted);
     if (changes.inserted.empty() && changes.updated.empty() && changes.deleted.empty()) return;
-    tell(changes);
+    notify(changes);
 }
 
-void ChangeFeed::tell(const ChangeSet& changes) {
+void ChangeFeed::notify(const ChangeSet& changes) {
     std::erase_if(observers_, [](const auto& observer) { return observer.expired(); });
     std::erase_if(objectObservers_, [](const auto& entry) { return entry.second.expired(); });
     const std::weak_ptr<int> life = life_; // an observer may end the context
@@ -74,11 +74,11 @@ void ChangeFeed::tell(const ChangeSet& changes) {
         if (const auto observer = weak.lock()) (*observer)(changes);
     for (const auto* list : {&changes.inserted, &changes.updated, &changes.deleted}) {
         if (life.expired() || objectObservers_.empty()) return;
-        tell(*list);
+        notify(*list);
     }
 }
 
-void ChangeFeed::tell(const std::vector<Ref<Object>>& objects) {
+void ChangeFeed::notify(const std::vector<Ref<Object>>& objects) {
     const std::weak_ptr<int> life = life_;
     for (const auto& object : objects) {
         if (life.expired()) return;

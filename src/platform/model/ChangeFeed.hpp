@@ -9,7 +9,7 @@
 
 namespace velto::model {
 
-/// Collects what changed and tells it once a turn to who asked for it.
+/// Collects what changed, and passes it to whoever observes once a turn.
 class ChangeFeed {
   public:
     void noteInserted(const Object& object);
@@ -30,8 +30,8 @@ class ChangeFeed {
     [[nodiscard]] bool isObserved() const { return !observers_.empty() || !objectObservers_.empty(); }
 
     bool take(const Object& object);
-    void tell(const ChangeSet& changes);
-    void tell(const std::vector<Ref<Object>>& objects);
+    void notify(const ChangeSet& changes);
+    void notify(const std::vector<Ref<Object>>& objects);
 
     ChangeSet changes_;
     bool isPosted_ = false;

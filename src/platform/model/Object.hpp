@@ -18,8 +18,8 @@ class ModelContext;
 template <typename T>
 class Ref;
 
-/// Base of every persistent object. Confined to the main actor, except that handles may be copied and dropped
-/// anywhere. The context owns its objects; relationships do not own. An object that was deleted stays
+/// Base of every persistent object. Confined to the main actor, except that any thread may copy and drop
+/// handles. The context owns its objects; relationships do not own. An object that was deleted stays
 /// readable for as long as somebody holds it: its fields keep their last values and its relationships are
 /// empty.
 class Object {
@@ -83,7 +83,7 @@ class Object {
     mutable std::uint8_t marks_ = 0;
 };
 
-/// A handle on a persistent object; null where nothing is meant. Reads through `->`; `->edit()` is the door
+/// A handle on a persistent object, or null. Reads through `->`; `->edit()` is the door
 /// for changes. Two handles are equal when they mean the same object.
 template <typename T>
 class Ref {

@@ -15,12 +15,12 @@ class ObjectTable {
     ObjectTable() = default;
     ObjectTable(ObjectTable&& other) noexcept = default;
     ObjectTable& operator=(ObjectTable&& other) = delete;
-    /// Takes all objects out of their context and their relationships apart, and drops them.
+    /// Takes all objects out of their context, undoes their relationships, and drops them.
     ~ObjectTable();
 
     /// Appends and retains; the object gets the next row id.
     void insert(Object& object);
-    /// Appends an object that carries its row id already, and takes the maker's reference over.
+    /// Appends an object that carries its row id already, and takes over its maker's reference.
     void adopt(Object& object);
     /// Takes the object out; the caller gets the table's reference.
     void remove(const Object& object);
@@ -37,7 +37,8 @@ class ObjectTable {
             if (entries_[i].object != nullptr) visit(*entries_[i].object);
     }
 
-    /// `visit(Object&)` for the first objects, at most `most`, with row ids above `row`; how many they were.
+    /// `visit(Object&)` for the first objects, at most `most`, with row ids above `row`; returns their
+    /// number.
     template <typename F>
     std::size_t visitAfter(std::int64_t row, std::size_t most, F visit) const {
         std::size_t visited = 0;
@@ -49,12 +50,12 @@ class ObjectTable {
         return visited;
     }
 
-    /// Row ids up to this one are not given any more.
+    /// Row ids up to this one are not given again.
     void useUp(std::int64_t row) { nextRow_ = std::max(nextRow_, row + 1); }
 
     void swap(ObjectTable& other) noexcept;
 
-    /// Closes the gaps where they are many. Not while iterating.
+    /// Closes the gaps if there are many. Not while iterating.
     void tidy();
 
   private:

@@ -51,7 +51,7 @@ class ToManyBase {
     [[nodiscard]] bool contains(const Object& member) const;
     [[nodiscard]] const Object* at(std::size_t index) const;
 
-    /// The first position at or behind `position` that holds a member; `endPosition` where there is none.
+    /// The first position from `position` on that holds a member; `endPosition` if there is none.
     [[nodiscard]] std::size_t settle(std::size_t position) const;
 
     [[nodiscard]] const Object* slot(std::size_t position) const { return items_[position]; }
@@ -96,7 +96,7 @@ class ToManyBase {
 
     Object* owner_ = nullptr;
     const RelationshipDescription* description_ = nullptr;
-    mutable std::vector<Object*> items_; ///< removed members leave null behind until the list grows again
+    mutable std::vector<Object*> items_; ///< null in the place of a removed member until the list grows again
     mutable std::size_t holes_ = 0;
     mutable std::size_t first_ = 0; ///< nothing but holes before it
     mutable std::size_t held_ = 0;  ///< how many iterations are under way

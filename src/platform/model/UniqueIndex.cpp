@@ -8,7 +8,7 @@ namespace velto::model {
 
 namespace {
 
-/// The value's bytes; none where it is absent.
+/// The value's bytes; none if it is absent.
 std::optional<std::string_view> bytesOf(const AttributeDescription& attribute, Object& object) {
     const void* address = attribute.address(object);
     if (attribute.kind == AttributeKind::uuid) {

@@ -10,18 +10,18 @@
 namespace velto::model {
 
 /// Finds an entity's objects by their unique attributes. Built by build() in as many steps as its caller
-/// likes, or at the first look-up; it follows insertions, removals and changes from the first step on.
+/// likes, or by the first look-up; from the first step on it follows insertions, removals and changes.
 class UniqueIndex {
   public:
     UniqueIndex(const EntityDescription& entity, const ObjectTable& table);
 
-    /// The object whose attribute has this value (for UUIDs: its 16 bytes); null where there is none.
+    /// The object whose attribute has this value (for UUIDs: its 16 bytes); null if there is none.
     [[nodiscard]] Object* find(std::string_view attribute, std::string_view value);
 
-    /// Indexes at most `most` further objects; false where there were none left.
+    /// Indexes at most `most` further objects; false if none were left.
     bool build(std::size_t most);
 
-    /// Makes room for so many objects at once: growing on the way takes long where there are many.
+    /// Makes room for so many objects at once: growing step by step takes long if there are many.
     void reserve(std::size_t count);
 
     void insert(Object& object);

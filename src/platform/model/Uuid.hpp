@@ -4,8 +4,6 @@
 #include <compare>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
-#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -19,7 +17,7 @@ struct Uuid {
     /// A new version 4 value from the system's random source.
     [[nodiscard]] static Uuid random();
 
-    /// Reads the 36-character form in either case; nothing where the text is another.
+    /// Reads the 36-character form in either case; nothing if the text is not one.
     [[nodiscard]] static std::optional<Uuid> fromText(std::string_view text);
 
     /// "E621E1F8-C36C-495A-93FC-0C247A3E6E5F"
@@ -29,12 +27,3 @@ struct Uuid {
 };
 
 } // namespace velto
-
-template <>
-struct std::hash<velto::Uuid> {
-    std::size_t operator()(const velto::Uuid& uuid) const noexcept {
-        std::size_t value = 0; // random bits already: any eight of them make a hash
-        std::memcpy(&value, uuid.bytes.data(), sizeof value);
-        return value;
-    }
-};
