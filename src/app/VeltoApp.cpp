@@ -29,11 +29,10 @@ std::unique_ptr<model::ModelContainer> openStore(const Home& home) {
 
 } // namespace
 
-VeltoApp::VeltoApp(VeltoAppConfiguration configuration)
+VeltoApp::VeltoApp(VeltoAppConfiguration configuration, std::unique_ptr<model::ModelContainer> container)
     : configuration_(std::move(configuration))
     , crashReporter_(configuration_.home.crashReports)
-    // The store first: its lock says that no other process works on this home.
-    , sharedModelContainer_(openStore(configuration_.home))
+    , sharedModelContainer_(std::move(container))
     , rewriteJournal_(configuration_.home.rewrites)
     , settings_(configuration_.home.settings, configuration_.executors)
     , taggingJournal_(configuration_.home.data, configuration_.executors) {
@@ -44,7 +43,10 @@ VeltoApp::VeltoApp(VeltoAppConfiguration configuration)
 }
 
 Task<std::unique_ptr<VeltoApp>> VeltoApp::launch(VeltoAppConfiguration configuration) {
-    std::unique_ptr<VeltoApp> app(new VeltoApp(std::move(configuration)));
+    // The store first: its lock says that no other process works on this home.
+    const auto opening = [&home = configuration.home] { return openStore(home); };
+    auto container = co_await offload(configuration.executors.store, opening);
+    std::unique_ptr<VeltoApp> app(new VeltoApp(std::move(configuration), std::move(container)));
     co_await app->prepare();
     app->compose();
     co_return app;
@@ -234,7 +236,7 @@ Task<SignInEnd> VeltoApp::signIn(AskForLink askForLink) {
     co_await pending->isBrought.wait();
     pending->notNeeded.cancel();
     co_await pending->isAnswered.wait();
-    freeOnPool(configuration_.executors, std::move(pending->callback));
+    freeOn(configuration_.executors.pool, std::move(pending->callback));
     co_return co_await finishSignIn(pending);
 }
 

@@ -101,7 +101,7 @@ class VeltoApp {
     Task<bool> handleURLCallback(std::string url);
 
   private:
-    explicit VeltoApp(VeltoAppConfiguration configuration);
+    VeltoApp(VeltoAppConfiguration configuration, std::unique_ptr<model::ModelContainer> container);
     Task<void> prepare();
     Task<void> startLocalBackend();
     void compose();

@@ -93,7 +93,8 @@ class Program {
     explicit Program(const Options& options)
         : options_(options)
         , pool_(poolThreads)
-        , executors_{context_.get_executor(), pool_.get_executor()}
+        , storeThread_(1)
+        , executors_{context_.get_executor(), pool_.get_executor(), storeThread_.get_executor()}
         , signals_(context_, SIGINT, SIGTERM, SIGHUP)
         , deadline_(context_)
         , terminal_(options.verbosity, clock_)
@@ -112,6 +113,7 @@ class Program {
         context_.run();
         app_.reset();
         pool_.join();
+        storeThread_.join();
         return code;
     }
 
@@ -239,6 +241,7 @@ class Program {
     Home home_;
     asio::io_context context_;
     asio::thread_pool pool_;
+    asio::thread_pool storeThread_;
     Executors executors_;
     asio::signal_set signals_;
     asio::steady_timer deadline_;

@@ -179,7 +179,7 @@ void LoadingFlow::dropDeletedSelection() {
 
 void LoadingFlow::showTracks(std::vector<TrackRef> next) {
     state_.tracks.mutate([&](std::vector<TrackRef>& shown) { std::swap(shown, next); });
-    freeOnPool(context_.executors, std::move(next));
+    freeOn(context_.executors.store, std::move(next));
     log::line("🗑️ [CACHE] Invalidated filteredTracks cache");
 }
 

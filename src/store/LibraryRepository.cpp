@@ -49,7 +49,8 @@ Task<LibraryRef> LibraryRepository::upsertLibrary(std::string name, std::string 
         fields.excludeGlob = std::move(excludeGlob);
     }
     try {
-        co_await model::saveInBackground(modelContext_, executors_);
+        const model::SaveOutcome saved = co_await model::saveInBackground(modelContext_, executors_);
+        saved.throwIfRefused(library);
     } catch (...) {
         if (isNew) modelContext_.remove(library); // or the next save of anything would make it after all
         throw;
@@ -88,7 +89,7 @@ Task<void> LibraryRepository::deleteOrphans(std::vector<TrackRef> tracks) {
     if (!orphans.empty()) log::line("🗑️ [LIBRARY] Deleting {} orphaned track(s)", orphans.size());
     if (kept > 0) log::line("🗑️ [LIBRARY] Keeping {} track(s) that have files in other libraries", kept);
     co_await model::removeInBackground(modelContext_, executors_, std::move(orphans));
-    freeOnPool(executors_, std::move(tracks));
+    freeOn(executors_.store, std::move(tracks));
 }
 
 Task<Gate::Pass> LibraryRepository::holdDeletions() {

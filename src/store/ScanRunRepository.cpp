@@ -12,7 +12,13 @@ ScanRunRepository::ScanRunRepository(ModelContext& modelContext, const Clock& cl
 Task<ScanRunRef> ScanRunRepository::startScanRun(LibraryRef library) {
     auto scanRun = model::make<ScanRun>(library, clock_.now());
     modelContext_.insert(scanRun);
-    co_await model::saveInBackground(modelContext_, executors_);
+    try {
+        const model::SaveOutcome saved = co_await model::saveInBackground(modelContext_, executors_);
+        saved.throwIfRefused(scanRun);
+    } catch (...) {
+        modelContext_.remove(scanRun); // or the next save of anything would make it after all
+        throw;
+    }
     co_return scanRun;
 }
 

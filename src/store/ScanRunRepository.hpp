@@ -25,6 +25,7 @@ class ScanRunRepository {
   public:
     ScanRunRepository(ModelContext& modelContext, const Clock& clock, Executors executors);
 
+    /// A run that cannot be written is not made by a later save either.
     Task<ScanRunRef> startScanRun(LibraryRef library);
     Task<void> finishScanRun(ScanRunRef scanRun, ScanStats stats, std::optional<std::string> notes);
 

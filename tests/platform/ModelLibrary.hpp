@@ -1,10 +1,12 @@
 #pragma once
 
+#include "platform/model/InBackground.hpp"
 #include "platform/model/ModelContainer.hpp"
+#include "support/Sql.hpp"
 #include "support/TemporaryFolder.hpp"
+#include "support/TestRuntime.hpp"
 
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
 #include <array>
 #include <memory>
@@ -127,10 +129,19 @@ inline Schema librarySchema() {
 
 class ModelTest : public ::testing::Test {
   protected:
+    void SetUp() override { open(); }
+
     void open() { container = ModelContainer::create(librarySchema(), {storePath()}); }
 
     void reopen() {
         container.reset();
+        open();
+    }
+
+    /// An empty store in the place of this one.
+    void startAnew() {
+        container.reset();
+        std::filesystem::remove(storePath());
         open();
     }
 
@@ -144,26 +155,78 @@ class ModelTest : public ::testing::Test {
         return shelf;
     }
 
-    /// Runs SQL on a connection of its own, as any other program could; the first column of the first row.
-    std::string sql(const std::string& text) const {
-        sqlite3* connection = nullptr;
-        EXPECT_EQ(sqlite3_open(storePath().c_str(), &connection), SQLITE_OK);
-        sqlite3_busy_timeout(connection, 5000);
-        std::string result;
-        const auto keep = [](void* target, int, char** values, char**) {
-            auto& kept = *static_cast<std::string*>(target);
-            if (kept.empty() && values[0] != nullptr) kept = values[0];
-            return 0;
-        };
-        char* error = nullptr;
-        EXPECT_EQ(sqlite3_exec(connection, text.c_str(), keep, &result, &error), SQLITE_OK) << error;
-        sqlite3_free(error);
-        sqlite3_close(connection);
-        return result;
+    std::string sql(const std::string& text) const { return velto::test::sql(storePath(), text); }
+
+    SaveOutcome save(bool inBackground) {
+        return inBackground ? runtime.run(saveInBackground(context(), runtime.executors()))
+                            : context().save();
+    }
+
+    void startSave() {
+        asio::co_spawn(runtime.main(), saveInBackground(context(), runtime.executors()),
+                       [this](const std::exception_ptr& error, SaveOutcome saved) {
+                           failure = error;
+                           outcomes.push_back(std::move(saved));
+                       });
+    }
+
+    void start(Task<void> task) {
+        asio::co_spawn(runtime.main(), std::move(task), [this](const std::exception_ptr& error) {
+            failure = error;
+            outcomes.emplace_back();
+        });
+    }
+
+    void startRemoval(std::vector<Ref<Object>> objects) {
+        start(removeInBackground(context(), runtime.executors(), std::move(objects)));
+    }
+
+    /// Waits until so many that were started have ended.
+    void finish(std::size_t count = 1) {
+        runtime.runUntil([&] { return outcomes.size() >= count; });
+        EXPECT_EQ(outcomes.size(), count);
+        ended = std::exchange(outcomes, {});
+    }
+
+    /// All that tests change, with both ends of each relationship.
+    std::string contents() {
+        std::string text;
+        for (const auto& shelf : context().fetch<Shelf>()) {
+            text += shelf->name + ' ' + std::to_string(shelf->counter);
+            text += shelf->parent ? " in " + shelf->parent->name : "";
+            for (const auto& child : shelf->children)
+                text += child->parent == shelf ? " child" : " wrong";
+            for (const auto& book : shelf->books)
+                text += book->shelf == shelf ? " book" : " wrong";
+            text += '\n';
+        }
+        for (const auto& book : context().fetch<Book>()) {
+            text += book->title.value_or("-") + ' ' + std::to_string(book->pages.value_or(-1));
+            for (const auto& loan : book->loans)
+                text += loan->book == book ? " loan" : " wrong";
+            text += '\n';
+        }
+        for (const auto& loan : context().fetch<Loan>())
+            text += loan->reader + ' ' + (loan->book ? loan->book->title.value_or("-") : "nothing") + '\n';
+        return text;
+    }
+
+    /// What the context holds is what the store holds, and a further save finds nothing wrong.
+    void expectStored() {
+        const std::string expected = contents();
+        context().save();
+        EXPECT_EQ(contents(), expected);
+        EXPECT_EQ(sql("PRAGMA foreign_key_check"), "");
+        reopen();
+        EXPECT_EQ(contents(), expected);
     }
 
     velto::test::TemporaryFolder folder;
     std::unique_ptr<ModelContainer> container;
+    velto::test::TestRuntime runtime;
+    std::exception_ptr failure; ///< of what ended last
+    std::vector<SaveOutcome> outcomes;
+    std::vector<SaveOutcome> ended; ///< what finish() waited for
 };
 
 template <typename F>

@@ -7,6 +7,7 @@
 #include "scanning/MetadataExtractor.hpp"
 #include "support/ManualClock.hpp"
 #include "support/RecordingCrashReporter.hpp"
+#include "support/Sql.hpp"
 #include "support/TemporaryFolder.hpp"
 #include "support/TestRuntime.hpp"
 

@@ -59,6 +59,33 @@ TEST_F(Repositories, UpsertLibraryMakesOrOverwrites) {
     EXPECT_TRUE(libraries[2]->lastScanStartedAt && !libraries[2]->lastScanFinishedAt);
 }
 
+TEST_F(Repositories, ACreationThatFailsIsNotMadeByTheNextSave) {
+    LibraryRepository libraries(context(), clock, runtime.executors());
+    ScanRunRepository scanRuns(context(), clock, runtime.executors());
+    const auto library = addLibrary("library");
+    context().save();
+    const auto store = folder / "velto.store";
+    for (const bool isRefused : {false, true}) {
+        std::optional<Obstacle> newLibraries, newRuns;
+        if (isRefused) {
+            sql(store, "ALTER TABLE Library ADD COLUMN e INTEGER CHECK (name <> 'new')");
+            sql(store, "ALTER TABLE ScanRun ADD COLUMN e INTEGER CHECK (totalSeen <> 0)");
+        } else {
+            newLibraries.emplace(store, "INSERT ON Library"); // fails every save
+        }
+        EXPECT_THROW(runtime.run(libraries.upsertLibrary("new", "/new", std::nullopt, std::nullopt)),
+                     StoreError);
+        newLibraries.reset();
+        if (!isRefused) newRuns.emplace(store, "INSERT ON ScanRun");
+        EXPECT_THROW(runtime.run(scanRuns.startScanRun(library)), StoreError);
+        newRuns.reset();
+        context().save();
+        EXPECT_EQ(sql(store, "SELECT count(*) FROM Library"), "1");
+        EXPECT_EQ(sql(store, "SELECT count(*) FROM ScanRun"), "0");
+        EXPECT_TRUE(library->scanRuns.empty());
+    }
+}
+
 TEST_F(Repositories, UpsertTrackReplacesWhatIsGivenAndKeepsTheRest) {
     TrackRepository repository(context(), clock, &parser);
     TrackMetadata metadata;
@@ -216,23 +243,6 @@ TEST_F(Repositories, FilesThatWereNotSeenAreMissing) {
     EXPECT_EQ(gone->status, FileStatus::missing);
     EXPECT_EQ(seen->status, FileStatus::new_);
     EXPECT_EQ(others->status, FileStatus::ready);
-}
-
-TEST_F(Repositories, AScanRunIsOpenedAndClosed) {
-    ScanRunRepository repository(context(), clock, runtime.executors());
-    const auto library = addLibrary("library");
-    const auto run = runtime.run(repository.startScanRun(library));
-    EXPECT_EQ(library->scanRuns.front(), run);
-    EXPECT_FALSE(run->finishedAt);
-    clock.advance(Seconds(3));
-    runtime.run(repository.finishScanRun(run, {6, 1, 2, 3, 4}, "note"));
-    reopen();
-    const auto read = context().fetch<ScanRun>().front();
-    EXPECT_EQ(*read->finishedAt - read->startedAt, std::chrono::seconds(3));
-    EXPECT_THAT((std::vector{read->totalSeen, read->newCount, read->changedCount, read->missingCount,
-                             read->errorCount}),
-                ElementsAre(6, 1, 2, 3, 4));
-    EXPECT_EQ(read->notes, "note");
 }
 
 } // namespace

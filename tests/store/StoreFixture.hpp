@@ -7,6 +7,7 @@
 #include "store/ScanRunRepository.hpp"
 #include "store/TrackRepository.hpp"
 #include "support/ManualClock.hpp"
+#include "support/Sql.hpp"
 #include "support/TemporaryFolder.hpp"
 #include "support/TestRuntime.hpp"
 

@@ -6,12 +6,14 @@ namespace velto::test {
 
 TestRuntime::TestRuntime()
     : work_(asio::make_work_guard(context_))
-    , pool_(4) {
+    , pool_(4)
+    , store_(1) {
     bindMainActor();
 }
 
 TestRuntime::~TestRuntime() {
     pool_.join();
+    store_.join();
     context_.restart();
     context_.poll();
 }

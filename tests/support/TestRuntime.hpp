@@ -11,13 +11,15 @@
 
 namespace velto::test {
 
-/// A main actor on the test's own thread and a small pool.
+/// A main actor on the test's own thread, a small pool and the store's thread.
 class TestRuntime {
   public:
     TestRuntime();
     ~TestRuntime();
 
-    [[nodiscard]] Executors executors() { return {context_.get_executor(), pool_.get_executor()}; }
+    [[nodiscard]] Executors executors() {
+        return {context_.get_executor(), pool_.get_executor(), store_.get_executor()};
+    }
 
     [[nodiscard]] Executor main() { return context_.get_executor(); }
 
@@ -47,6 +49,7 @@ class TestRuntime {
     asio::io_context context_;
     asio::executor_work_guard<asio::io_context::executor_type> work_;
     asio::thread_pool pool_;
+    asio::thread_pool store_;
 };
 
 } // namespace velto::test

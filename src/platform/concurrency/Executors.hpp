@@ -14,11 +14,13 @@
 
 namespace velto {
 
-/// The two places where code runs. `main` is the main actor: it alone touches the store context, the view
-/// models and every observable field. `pool` runs what blocks. Copy it freely.
+/// The places where code runs. `main` is the main actor: it alone touches the store context, the view models
+/// and every observable field. `pool` runs what blocks. `store` is a thread for the store's blocking work
+/// alone: a drive that does not answer may hold up all of `pool`, but no save. Copy it freely.
 struct Executors {
     Executor main;
     Executor pool;
+    Executor store;
 };
 
 /// Runs `task` on `executor` and comes back to the caller's executor with its value or exception.
@@ -34,22 +36,28 @@ Task<std::invoke_result_t<F>> invokeAsTask(F function) {
 }
 } // namespace detail
 
-/// Runs the blocking `function` on the task pool and comes back to the caller's executor: the only way off
-/// the main actor. `function` is copied or moved into the pool; what it refers to must outlive the call.
+/// Runs the blocking `function` on `executor` and comes back to the caller's: the only way off the main
+/// actor. It is copied or moved there; what it refers to must outlive the call.
+template <typename F>
+Task<std::invoke_result_t<F>> offload(Executor executor, F function) {
+    co_return co_await asio::co_spawn(executor, detail::invokeAsTask(std::move(function)),
+                                      asio::use_awaitable);
+}
+
+/// The same on the pool.
 template <typename F>
 Task<std::invoke_result_t<F>> offload(Executors executors, F function) {
-    co_return co_await asio::co_spawn(executors.pool, detail::invokeAsTask(std::move(function)),
-                                      asio::use_awaitable);
+    return offload(executors.pool, std::move(function));
 }
 
 /// Starts `task` on `executor` and does not wait for it. A task started this way handles its own failures:
 /// one that lets an exception out is a bug and ends the program with a log line.
 void spawn(Executor executor, Task<void> task);
 
-/// Frees on the pool what takes long to free; its destructor must allow that.
+/// Frees on `executor` what takes long to free; its destructor must allow that.
 template <typename T>
-void freeOnPool(const Executors& executors, T spent) {
-    asio::post(executors.pool, [dropped = std::move(spent)] {});
+void freeOn(const Executor& executor, T spent) {
+    asio::post(executor, [dropped = std::move(spent)] {});
 }
 
 /// Gives way: the rest of the executor's queue runs before this coroutine goes on.

@@ -1,5 +1,6 @@
 #include "platform/model/ContextState.hpp"
 
+#include "platform/log/Log.hpp"
 #include "platform/model/BackgroundSave.hpp"
 #include "platform/model/ObjectAccess.hpp"
 
@@ -46,6 +47,20 @@ std::vector<RowCodec> codecsOf(const Schema& schema) {
 }
 
 } // namespace
+
+void SaveOutcome::add(const SaveOutcome& other) {
+    refusals.insert(refusals.end(), other.refusals.begin(), other.refusals.end());
+}
+
+bool SaveOutcome::refuses(const Ref<Object>& object) const {
+    return std::any_of(refusals.begin(), refusals.end(),
+                       [&](const Refusal& refusal) { return refusal.object == object; });
+}
+
+void SaveOutcome::throwIfRefused(const Ref<Object>& object) const {
+    for (const Refusal& refusal : refusals)
+        if (refusal.object == object) throw StoreError(refusal.reason);
+}
 
 bool PendingChanges::empty() const {
     const auto hasNone = [](const auto& list) { return std::none_of(list.begin(), list.end(), isPending); };
@@ -182,6 +197,68 @@ std::vector<RowChange> ModelContext::State::collect() const {
                                    {}});
             }
     return changes;
+}
+
+SaveOutcome ModelContext::State::takeBack(const RefusedRow& refused, const SaveOutcome& before) {
+    Object* const object = tables[refused.entity].find(refused.row);
+    if (object == nullptr) return {}; // removed meanwhile
+    const Ref<Object> held(*object);
+    const StoreError reason = refused;
+    if (before.refuses(held)) throw StoreError(reason);
+    log::line("⚠️ [STORE] A {} is taken back: {}", object->entity().name(), velto::describe(reason));
+    if (ObjectAccess::state(*object) == ObjectState::inserted) {
+        returnStoredMembers(*object);
+        remove(*object);
+    } else {
+        restore(*object);
+    }
+    SaveOutcome taken;
+    taken.refusals.push_back({held, reason});
+    return taken;
+}
+
+/// Gives the object's attributes the values of its row.
+void ModelContext::State::restore(Object& object) {
+    const RowCodec& codec = codecs[index(object)];
+    noteWrite(object);
+    const auto lock = database->lock();
+    Statement row(*database, codec.selectRow());
+    row.bind(1, ObjectAccess::row(object));
+    if (row.step()) codec.restore(row, *database, object);
+}
+
+/// Gives one relationship of the object the target that its row names.
+void ModelContext::State::restoreLink(Object& object, const ToOneBase& end) {
+    const RowCodec& codec = codecs[index(object)];
+    const auto lock = database->lock();
+    Statement row(*database, codec.selectRow());
+    row.bind(1, ObjectAccess::row(object));
+    if (!row.step()) return;
+    int column = static_cast<int>(1 + codec.entity().attributes().size());
+    for (const auto& relationship : codec.entity().toOnes()) {
+        if (&relationship.toOne(object) == &end)
+            ObjectAccess::assign(relationship.toOne(object),
+                                 tables[indexOf(codecs, relationship.target())].find(row.integer(column)));
+        ++column;
+    }
+}
+
+/// The owner is about to leave, and so is what is new in it. What has a row goes back to where its row says:
+/// the delete rules are not for it.
+void ModelContext::State::returnStoredMembers(Object& newOwner) {
+    std::vector<Object*> leaving{&newOwner};
+    while (!leaving.empty()) {
+        Object& owner = *leaving.back();
+        leaving.pop_back();
+        for (const auto& relationship : owner.entity().toManys())
+            for (Object* member : std::vector<Object*>(ObjectAccess::slots(relationship.toMany(owner)))) {
+                if (member == nullptr) continue;
+                if (ObjectAccess::state(*member) == ObjectState::saved)
+                    restoreLink(*member, relationship.toOne(*member));
+                else if (relationship.deleteRule == DeleteRule::cascade)
+                    leaving.push_back(member);
+            }
+    }
 }
 
 void ModelContext::State::markSaved() {

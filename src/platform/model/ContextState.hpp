@@ -13,7 +13,7 @@ namespace velto::model {
 
 class BackgroundSave;
 
-/// What differs from the store, by entity. An object stands in `changed` once for each time that it went from
+/// What differs from the store, by entity. An object is in `changed` once for each time that it went from
 /// clean to dirty; those that were deleted since are passed over.
 struct PendingChanges {
     explicit PendingChanges(std::size_t entities)
@@ -40,7 +40,7 @@ class ModelContext::State {
     [[nodiscard]] std::size_t index(const Object& object) const { return indexOf(codecs, object.entity()); }
 
     void load(ModelContext& context);
-    /// Takes over what readGraph() gave; the context is loaded then.
+    /// Takes over what readGraph() gave: after that the context is loaded.
     void adopt(ObjectGraph& graph, ModelContext& context);
     void insert(Object& object, ModelContext& context);
     void remove(Object& object);
@@ -50,6 +50,10 @@ class ModelContext::State {
     [[nodiscard]] std::vector<RowChange> collect() const;
     /// What collect() gave is in the store now.
     void markSaved();
+
+    /// The store does not take this row: takes its object back as save() says. Throws the reason if `before`
+    /// has it already: then the store refuses what it holds itself.
+    [[nodiscard]] SaveOutcome takeBack(const RefusedRow& refused, const SaveOutcome& before);
 
     std::shared_ptr<Database> database;
     std::vector<RowCodec> codecs;
@@ -64,6 +68,9 @@ class ModelContext::State {
 
   private:
     void dismantle(Object& object, std::vector<Object*>& more);
+    void restore(Object& object);
+    void restoreLink(Object& object, const ToOneBase& end);
+    void returnStoredMembers(Object& newOwner);
 };
 
 } // namespace velto::model

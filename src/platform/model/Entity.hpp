@@ -33,7 +33,9 @@ struct AttributeDescription {
     bool isUnique;
     /// Where the value lies: a T* or std::optional<T>* by kind and isOptional.
     void* (*address)(Object&);
-    /// For enumerations: the raw value (none where absent), and an assignment that refuses unknown texts.
+    /// Makes the value empty, or absent if it is optional.
+    void (*clear)(Object&);
+    /// For enumerations: the raw value (none if absent), and an assignment that refuses unknown texts.
     std::optional<std::string_view> (*rawValue)(const Object&) = nullptr;
     bool (*assignRawValue)(Object&, std::string_view) = nullptr;
 };
@@ -245,8 +247,12 @@ class EntityBuilder {
         using V = typename detail::Unwrapped<M>::Type;
         constexpr AttributeKind kind = detail::kindOf<V>();
         AttributeDescription attribute{
-            std::move(name), kind, detail::Unwrapped<M>::isOptional, isUnique,
-            [](Object& object) -> void* { return &detail::member<T, Member>(object); }};
+            std::move(name),
+            kind,
+            detail::Unwrapped<M>::isOptional,
+            isUnique,
+            [](Object& object) -> void* { return &detail::member<T, Member>(object); },
+            [](Object& object) { detail::member<T, Member>(object) = {}; }};
         if constexpr (kind == AttributeKind::enumeration) {
             attribute.rawValue = [](const Object& object) {
                 return detail::rawValueOf(static_cast<const T&>(object).*Member);

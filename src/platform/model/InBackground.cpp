@@ -16,7 +16,7 @@ struct BackgroundWork {
         const auto read = [database = context.state_->database, codecs = context.state_->codecs] {
             return std::make_shared<ObjectGraph>(readGraph(*database, codecs));
         };
-        const std::shared_ptr<ObjectGraph> graph = co_await offload(executors, read);
+        const std::shared_ptr<ObjectGraph> graph = co_await offload(executors.store, read);
         if (context.state_->isLoaded) co_return;
         context.state_->adopt(*graph, context);
     }
@@ -40,9 +40,9 @@ Task<void> indexInBackground(ModelContext& context, const EntityDescription& ent
     co_await BackgroundWork::index(context, entity, room);
 }
 
-Task<void> saveInBackground(ModelContext& context, Executors executors) {
+Task<SaveOutcome> saveInBackground(ModelContext& context, Executors executors) {
     assertMainActor();
-    co_await BackgroundSave::run(context, executors, {});
+    co_return co_await BackgroundSave::run(context, executors, {});
 }
 
 Task<void> removeInBackground(ModelContext& context, Executors executors, std::vector<Ref<Object>> objects) {

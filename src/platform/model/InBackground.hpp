@@ -3,24 +3,25 @@
 #include "platform/concurrency/Executors.hpp"
 #include "platform/model/ModelContext.hpp"
 
-// What takes long over a large context, done without holding the main actor up. Call on the main actor; the
+// What takes long with a large context, done without holding up the main actor. Call on the main actor; the
 // context must outlive the call, and the executors the context.
 
 namespace velto::model {
 
-/// What ModelContext::load() does, reading on the pool. Changes nothing where the context is loaded already,
-/// or is by the time that the rows are read. Fails as load() does.
+/// What ModelContext::load() does, reading on `executors.store`. Changes nothing if the context is loaded
+/// already, or is by the time that the rows are read. Fails as load() does.
 Task<void> loadInBackground(ModelContext& context, Executors executors);
 
 /// What ModelContext::save() does: the values are captured in short turns of the main actor and written on
-/// the pool. Changes made before the last turn are in, later ones stay pending. A second call waits for the
-/// first, and a plain save() may come between. Fails as save() does, and then all that it took is pending
-/// again.
-Task<void> saveInBackground(ModelContext& context, Executors executors);
+/// `executors.store`. Changes made before the last turn are in, later ones stay pending. A second call waits
+/// for the first, and a plain save() may come between. Fails as save() does, and then all that it took is
+/// pending again. The outcome covers the saves that it waited for too, so that whoever saves in the turn of
+/// the change hears of a refusal, whichever save has met it.
+Task<SaveOutcome> saveInBackground(ModelContext& context, Executors executors);
 
 /// Deletes the objects by the delete rules, in the store first: one transaction, with all that is pending as
-/// saveInBackground() writes it. Until that is written they live on, and where it fails they stay; what is
-/// related to them meanwhile goes by the delete rules too. Then they leave the context, in short turns.
+/// saveInBackground() writes it. Until that is written they live on, and if it fails they stay; what becomes
+/// related to them meanwhile is treated by the delete rules too. Then they leave the context, in short turns.
 Task<void> removeInBackground(ModelContext& context, Executors executors, std::vector<Ref<Object>> objects);
 
 /// Makes the index of findUnique() for one entity, in short turns: otherwise its first call does, at once. It

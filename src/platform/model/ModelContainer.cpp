@@ -17,18 +17,16 @@ void makeFolder(const std::filesystem::path& store) {
 
 } // namespace
 
-ModelContainer::ModelContainer(ModelConfiguration configuration)
-    : configuration_(std::move(configuration)) {}
+ModelContainer::ModelContainer() = default;
 
 ModelContainer::~ModelContainer() = default;
 
-std::unique_ptr<ModelContainer> ModelContainer::create(Schema schema, ModelConfiguration configuration) {
-    std::unique_ptr<ModelContainer> container(new ModelContainer(std::move(configuration)));
-    if (!container->configuration_.isMemoryOnly) {
-        makeFolder(container->configuration_.storePath);
-        container->lock_ = std::make_unique<StoreLock>(container->configuration_.storePath);
-    }
-    auto database = openStore(schema, container->configuration_);
+std::unique_ptr<ModelContainer> ModelContainer::create(const Schema& schema,
+                                                       const ModelConfiguration& configuration) {
+    std::unique_ptr<ModelContainer> container(new ModelContainer());
+    makeFolder(configuration.storePath);
+    container->lock_ = std::make_unique<StoreLock>(configuration.storePath);
+    auto database = openStore(schema, configuration.storePath);
     container->context_.reset(
         new ModelContext(std::make_unique<ModelContext::State>(std::move(database), schema)));
     return container;

@@ -39,12 +39,6 @@ const Object* ModelContext::findUnique(const EntityDescription& entity, std::str
     return state_->uniques[indexOf(state_->codecs, entity)].find(attribute, value);
 }
 
-const Object* ModelContext::find(const EntityDescription& entity, PersistentIdentifier identifier) {
-    load();
-    const Object* found = state_->tables[indexOf(state_->codecs, entity)].find(identifier.row());
-    return found != nullptr && found->persistentId() == identifier ? found : nullptr;
-}
-
 void ModelContext::insert(const Ref<Object>& object) {
     load();
     state_->insert(const_cast<Object&>(*object), *this);
@@ -76,11 +70,22 @@ bool ModelContext::hasChanges() const {
     return state_->backgroundSave != nullptr || !state_->pending.empty();
 }
 
-void ModelContext::save() {
+SaveOutcome ModelContext::save() {
     assertMainActor();
-    if (const auto running = state_->backgroundSave) running->giveWay();
-    if (const auto changes = state_->collect(); !changes.empty()) state_->writer.write(changes);
+    const auto running = state_->backgroundSave;
+    if (running) running->giveWay();
+    SaveOutcome outcome;
+    for (bool isWritten = false; !isWritten;) {
+        try {
+            if (const auto changes = state_->collect(); !changes.empty()) state_->writer.write(changes);
+            isWritten = true;
+        } catch (const RefusedRow& refused) {
+            outcome.add(state_->takeBack(refused, outcome));
+        }
+    }
     state_->markSaved();
+    if (running) running->hear(outcome);
+    return outcome;
 }
 
 Subscription ModelContext::observe(std::function<void(const ChangeSet&)> observer) {

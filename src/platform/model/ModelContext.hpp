@@ -4,7 +4,6 @@
 #include "platform/model/Entity.hpp"
 #include "platform/model/StoreError.hpp"
 
-#include <algorithm>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -13,7 +12,7 @@
 
 namespace velto::model {
 
-/// The objects that changed in one turn of the main actor, each once and in one of the lists. An object whose
+/// The objects that changed in one turn of the main actor, each in one of the lists, once. An object whose
 /// relationship list gained or lost a member counts as updated.
 struct ChangeSet {
     std::vector<Ref<Object>> inserted;
@@ -29,16 +28,26 @@ struct ChangeSet {
     [[nodiscard]] bool concerns(const EntityDescription& entity) const;
 };
 
-/// The handle as one of T; null where the object is of another entity.
-template <typename T>
-[[nodiscard]] Ref<T> cast(const Ref<Object>& object) {
-    if (!object || &object->entity() != &entityDescription<T>()) return nullptr;
-    return Ref<T>(static_cast<const T*>(object.get()));
-}
+/// What a save took back, because the store does not take it (a second object with a unique value, say).
+/// Everything else that was pending is in the store.
+struct SaveOutcome {
+    struct Refusal {
+        Ref<Object> object;
+        StoreError reason; ///< duplicateValue or refusedValue
+    };
+
+    std::vector<Refusal> refusals;
+
+    void add(const SaveOutcome& other);
+    [[nodiscard]] bool refuses(const Ref<Object>& object) const;
+
+    /// For the owner of `object`: throws the reason if it is among the refusals.
+    void throwIfRefused(const Ref<Object>& object) const;
+};
 
 /// The objects of a store: one object per row, read whole on first need, changed in memory and written by
-/// save(). Confined to the main actor: every operation ends the program when it is called elsewhere. Failures
-/// are StoreErrors.
+/// save(). Confined to the main actor: an operation that is called elsewhere ends the program. Failures are
+/// StoreErrors.
 class ModelContext {
   public:
     ~ModelContext();
@@ -51,7 +60,7 @@ class ModelContext {
         return fetch<T>([](const T&) { return true; });
     }
 
-    /// Those of which `predicate(const T&)` holds.
+    /// Those for which `predicate(const T&)` holds.
     template <typename T, typename Predicate>
     [[nodiscard]] std::vector<Ref<T>> fetch(Predicate predicate) {
         std::vector<Ref<T>> found;
@@ -62,17 +71,8 @@ class ModelContext {
         return found;
     }
 
-    /// The same in the order of `less(const T&, const T&)`; equal ones in the order of their insertion.
-    template <typename T, typename Predicate, typename Less>
-    [[nodiscard]] std::vector<Ref<T>> fetch(Predicate predicate, Less less) {
-        std::vector<Ref<T>> found = fetch<T>(std::move(predicate));
-        std::stable_sort(found.begin(), found.end(),
-                         [&](const Ref<T>& left, const Ref<T>& right) { return less(*left, *right); });
-        return found;
-    }
-
-    /// The first objects of T, at most `most`, that were inserted after the one of this identity, whether
-    /// that one is still there or not; after none with the default identity.
+    /// The first objects of T, at most `most`, that were inserted after the one with this identity, whether
+    /// or not that one is still there; with the default identity the very first.
     template <typename T>
     [[nodiscard]] std::vector<Ref<T>> fetchAfter(PersistentIdentifier last, std::size_t most) {
         std::vector<Ref<T>> found;
@@ -86,7 +86,7 @@ class ModelContext {
         return count(entityDescription<T>());
     }
 
-    /// The object whose unique attribute has this value, pending ones included; null where there is none.
+    /// The object whose unique attribute has this value, pending ones included; null if there is none.
     /// Constant time, but for the first call of an entity, which makes its index.
     template <typename T>
     [[nodiscard]] Ref<T> findUnique(std::string_view attribute, std::string_view value) {
@@ -99,25 +99,22 @@ class ModelContext {
                                                          value.bytes.size()));
     }
 
-    /// The object of this identity; null where it is none of T or is gone. Logarithmic at worst.
-    template <typename T>
-    [[nodiscard]] Ref<T> find(PersistentIdentifier identifier) {
-        return Ref<T>(static_cast<const T*>(find(entityDescription<T>(), identifier)));
-    }
-
     /// Registers the object and all that it is related to. Once inserted it stays where it is.
     void insert(const Ref<Object>& object);
 
-    /// Deletes the object by the delete rules, in memory at once and in the store with the next save: where
-    /// that may fail, removeInBackground() deletes the other way round.
+    /// Deletes the object by the delete rules, in memory at once and in the store with the next save. As that
+    /// save may fail, removeInBackground() deletes the other way round.
     void remove(const Ref<Object>& object);
 
     /// True while a save would write something.
     [[nodiscard]] bool hasChanges() const;
 
-    /// Writes all pending changes in one transaction. On failure nothing is written, the objects keep their
-    /// changes, and a later save writes them.
-    void save();
+    /// Writes all pending changes in one transaction. Throws if it cannot: then nothing is written, the
+    /// objects keep their changes, and a later save writes them. But an object that the store does not take
+    /// fails nobody's save: it is taken back, everything else is written, and the outcome names it. If it is
+    /// new it is deleted, together with what is new in it; otherwise its attributes get the values that the
+    /// store holds. Observers hear of either.
+    SaveOutcome save();
 
     /// Reads the whole store now rather than at the first fetch.
     void load();
@@ -125,8 +122,8 @@ class ModelContext {
     /// Calls `observer` on the main actor with what changed, coalesced, at the end of a turn.
     [[nodiscard]] Subscription observe(std::function<void(const ChangeSet&)> observer);
 
-    /// Says how to run something later on the main actor (posting to its executor). Without it changes are
-    /// delivered by deliverChanges() alone.
+    /// Gives it a way to run something later on the main actor (posting to its executor). Without one only
+    /// deliverChanges() delivers changes.
     void deliverChangesThrough(std::function<void(std::function<void()>)> post);
 
     /// Delivers what has changed so far, now.
@@ -149,7 +146,6 @@ class ModelContext {
     [[nodiscard]] std::size_t count(const EntityDescription& entity);
     [[nodiscard]] const Object* findUnique(const EntityDescription& entity, std::string_view attribute,
                                            std::string_view value);
-    [[nodiscard]] const Object* find(const EntityDescription& entity, PersistentIdentifier identifier);
     void adopt(Object& object);
     void noteWrite(const Object& object);
     void noteView(const Object& object);

@@ -39,6 +39,8 @@ struct ObjectAccess {
 
     static Object* target(const ToOneBase& end) { return end.target_; }
 
+    static void assign(ToOneBase& end, const Object* target) { end.assign(target); }
+
     static const std::vector<Object*>& slots(const ToManyBase& list) { return list.items_; }
 
     static DeleteRule deleteRule(const ToManyBase& list) { return list.description_->deleteRule; }

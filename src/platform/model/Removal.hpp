@@ -12,16 +12,20 @@
 namespace velto::model {
 
 /// The objects that one removeInBackground() takes along by the delete rules. They stay what they are until
-/// apply(), when their rows are gone. Main actor, but for rows(), and its end may come on any thread.
+/// apply(), when their rows are gone. Main actor, but rows() may be called and the object destroyed on any
+/// thread.
 class Removal {
   public:
     Removal(ModelContext& context, std::vector<Ref<Object>> objects);
 
-    /// Goes over the objects and through their lists, over `room` of them at most, which it counts down;
-    /// false where more is left.
+    /// The objects that were given to it, when nothing comes of it.
+    [[nodiscard]] std::vector<Ref<Object>> giveBack() { return std::move(objects_); }
+
+    /// Looks through the objects and their lists, at `room` objects at most, which it counts down; false if
+    /// more are left.
     bool find(std::size_t& room);
 
-    /// The object is about to be written: where its owner goes, it goes as well.
+    /// The object is about to be written: if its owner goes, it goes as well.
     void follow(Object& object);
 
     [[nodiscard]] bool takes(const Object& object) const { return taken_.contains(&object); }
@@ -51,13 +55,13 @@ class Removal {
     std::vector<std::vector<std::int64_t>> rows_;
     std::vector<Ref<Object>> survivors_;
     // Where find() goes on: the object given, the object found, its list, and how many of the list's slots
-    // are left. From the end to the beginning: a list that closes its gaps meanwhile moves members to the
-    // front only, and one that is added meanwhile is pending, so that follow() sees it.
+    // are left. It goes from the end to the beginning: a list that closes its gaps meanwhile only moves
+    // members to the front, and a member that is added meanwhile is pending, so that follow() sees it.
     std::size_t given_ = 0;
     std::size_t next_ = 0;
     std::size_t list_ = 0;
     std::size_t slots_ = allSlots;
-    // How far apply() is.
+    // How far apply() has come.
     std::size_t unstored_ = 0;
     std::size_t expelled_ = 0;
 };

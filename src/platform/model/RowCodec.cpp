@@ -36,7 +36,7 @@ std::string quoted(const std::string& name) {
     return '"' + name + '"';
 }
 
-/// The value of an attribute, null where it is optional and absent.
+/// The value of an attribute; null if it is optional and absent.
 template <typename V>
 const V* valueOf(const AttributeDescription& attribute, Object& object) {
     void* address = attribute.address(object);
@@ -55,7 +55,7 @@ void assign(const AttributeDescription& attribute, Object& object, V value) {
 }
 
 std::string listText(const std::vector<std::string>& list) {
-    // Tags come from replies and files: bytes that are no UTF-8 must not make the store refuse the object.
+    // Tags come from replies and files: bytes that are not UTF-8 must not make the store refuse the object.
     return nlohmann::json(list).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
@@ -102,7 +102,7 @@ void encodeAttribute(const AttributeDescription& attribute, Object& object, int 
     }
 }
 
-/// False where the column holds something else than the attribute's kind.
+/// False if the column holds something else than the attribute's kind.
 bool decodeAttribute(const AttributeDescription& attribute, Object& object, const Statement& row,
                      int column) {
     const int type = row.type(column);
@@ -170,9 +170,17 @@ std::vector<std::string> RowCodec::createStatements() const {
     return statements;
 }
 
+std::string RowCodec::select(const char* which) const {
+    return fmt::format(R"(SELECT "_id"{}{} FROM "{}" {})", columns().empty() ? "" : ", ",
+                       fmt::join(columns(), ", "), entity_.name(), which);
+}
+
 std::string RowCodec::selectAll() const {
-    return fmt::format(R"(SELECT "_id"{}{} FROM "{}" ORDER BY "_id")", columns().empty() ? "" : ", ",
-                       fmt::join(columns(), ", "), entity_.name());
+    return select(R"(ORDER BY "_id")");
+}
+
+std::string RowCodec::selectRow() const {
+    return select(R"(WHERE "_id" = ?1)");
 }
 
 std::string RowCodec::insertRow() const {
@@ -216,16 +224,27 @@ void RowCodec::encode(Object& object, bool withRelationships, RowSink& sink) con
     }
 }
 
-void RowCodec::decode(const Statement& row, const Database& database, Object& object,
-                      std::vector<std::int64_t>& targets) const {
-    ObjectAccess::setRow(object, row.integer(0));
+void RowCodec::decodeAttributes(const Statement& row, const Database& database, Object& object) const {
     int column = 1;
     for (const auto& attribute : entity_.attributes())
         if (!decodeAttribute(attribute, object, row, column++))
             throw database.damaged(fmt::format("row {} of {} holds no valid {}", row.integer(0),
                                                entity_.name(), attribute.name));
+}
+
+void RowCodec::decode(const Statement& row, const Database& database, Object& object,
+                      std::vector<std::int64_t>& targets) const {
+    ObjectAccess::setRow(object, row.integer(0));
+    decodeAttributes(row, database, object);
+    int column = 1 + static_cast<int>(entity_.attributes().size());
     for (std::size_t i = 0; i < entity_.toOnes().size(); ++i)
         targets.push_back(row.integer(column++));
+}
+
+void RowCodec::restore(const Statement& row, const Database& database, Object& object) const {
+    for (const auto& attribute : entity_.attributes())
+        attribute.clear(object);
+    decodeAttributes(row, database, object);
 }
 
 } // namespace velto::model

@@ -12,7 +12,7 @@
 namespace velto::model {
 
 /// A row's values apart from its object, so that they can be written on another thread. Its texts lie one
-/// behind the other: a large save captures and frees millions of values.
+/// after the other: a large save captures and frees millions of values.
 struct CapturedRow {
     struct Text {
         std::size_t offset;
@@ -56,6 +56,7 @@ class RowCodec {
 
     [[nodiscard]] std::vector<std::string> createStatements() const;
     [[nodiscard]] std::string selectAll() const;
+    [[nodiscard]] std::string selectRow() const;
     [[nodiscard]] std::string insertRow() const;
     [[nodiscard]] std::string updateRow(bool withRelationships) const;
     [[nodiscard]] std::string deleteRow() const;
@@ -63,12 +64,17 @@ class RowCodec {
     void encode(Object& object, bool withRelationships, RowSink& sink) const;
 
     /// Fills an empty object from the statement's row. `targets` gets the row ids of its single-valued
-    /// relationships, 0 where none. Throws StoreError (damaged) at a value that breaks the rules.
+    /// relationships, 0 for none. Throws StoreError (damaged) at a value that breaks the rules.
     void decode(const Statement& row, const Database& database, Object& object,
                 std::vector<std::int64_t>& targets) const;
 
+    /// Gives the object's attributes the values of the statement's row. Throws as decode() does.
+    void restore(const Statement& row, const Database& database, Object& object) const;
+
   private:
     [[nodiscard]] std::vector<std::string> columns() const;
+    [[nodiscard]] std::string select(const char* which) const;
+    void decodeAttributes(const Statement& row, const Database& database, Object& object) const;
 
     const EntityDescription& entity_;
 };

@@ -47,8 +47,7 @@ struct Schema {
 };
 
 struct ModelConfiguration {
-    std::filesystem::path storePath; ///< its folder is made where it is missing
-    bool isMemoryOnly = false;       ///< then storePath is only a name for error texts
+    std::filesystem::path storePath; ///< its folder is made if it is missing
 };
 
 } // namespace velto::model

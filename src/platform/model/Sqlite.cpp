@@ -7,6 +7,23 @@
 
 namespace velto::model {
 
+namespace {
+
+StoreError::Case constraintCase(int code) {
+    switch (code) {
+    case SQLITE_CONSTRAINT_UNIQUE:
+        return StoreError::Case::duplicateValue;
+    case SQLITE_CONSTRAINT_CHECK:
+    case SQLITE_CONSTRAINT_DATATYPE:
+    case SQLITE_CONSTRAINT_NOTNULL:
+        return StoreError::Case::refusedValue;
+    default:
+        return StoreError::Case::failed;
+    }
+}
+
+} // namespace
+
 Database::Database(const std::string& location, std::filesystem::path store, int flags)
     : store_(std::move(store)) {
     // Before SQLite's first use: nobody asks for its count of memory, which takes a lock for each piece.
@@ -57,7 +74,9 @@ StoreError Database::translate(int code) const {
     case SQLITE_CANTOPEN:
         return {cannotOpen, store_, detail};
     case SQLITE_CONSTRAINT:
-        return {code == SQLITE_CONSTRAINT_UNIQUE ? duplicateValue : failed, store_, detail};
+        return {constraintCase(code), store_, detail};
+    case SQLITE_TOOBIG:
+        return {refusedValue, store_, detail};
     case SQLITE_IOERR:
         if (systemError == ENOSPC || systemError == EDQUOT || systemError == EFBIG)
             return {diskFull, store_, detail};

@@ -13,8 +13,8 @@
 
 namespace velto::model {
 
-/// A connection. SQLite's codes leave it as StoreErrors with the store's path. SQLite itself takes no lock:
-/// where threads meet, each holds lock() for as long as it uses the connection and its statements.
+/// A connection. Its failures are StoreErrors with the store's path. SQLite itself takes no lock: a thread
+/// that is not the only one holds lock() for as long as it uses the connection and its statements.
 class Database {
   public:
     /// `location` is what SQLite opens, `store` what errors name.
@@ -35,7 +35,7 @@ class Database {
     /// The only place where a SQLite code becomes an error.
     [[nodiscard]] StoreError translate(int code) const;
 
-    /// A value that breaks the rules: names where it stands.
+    /// For a value that breaks the rules; `detail` names its place.
     [[nodiscard]] StoreError damaged(const std::string& detail) const {
         return {StoreError::Case::damaged, store_, detail};
     }
@@ -61,9 +61,9 @@ class Statement {
     void bindBorrowed(int index, std::string_view text);
     void bindCopied(int index, std::string_view text);
 
-    /// True where a row is there to be read.
+    /// True if there is a row to be read.
     bool step();
-    /// Runs to the end and makes ready for the next run.
+    /// Runs to the end and makes it ready for the next run.
     void run();
 
     void reset() { sqlite3_reset(get()); }

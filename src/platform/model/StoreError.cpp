@@ -46,6 +46,8 @@ std::string describe(StoreError::Case errorCase, const std::string& store, const
         return fmt::format("The library store {} is locked by another program. Try again.", store);
     case duplicateValue:
         return fmt::format("The library store {} already holds an object with this value: {}", store, detail);
+    case refusedValue:
+        return fmt::format("The library store {} does not take this value: {}", store, detail);
     case inputOutput:
         return fmt::format("Reading or writing the library store {} failed: {}", store, detail);
     case failed:

@@ -7,8 +7,8 @@
 
 namespace velto::model {
 
-/// Every failure of the persistent store. The text names the store's file and, where the user can do
-/// something, what to do.
+/// Every failure of the persistent store. The text names the store's file and says what the user can do, if
+/// anything.
 class StoreError : public Error {
   public:
     enum class Case {
@@ -17,11 +17,12 @@ class StoreError : public Error {
         notAStore,      ///< the file is something else
         newerVersion,   ///< written by a newer version of the program
         olderVersion,   ///< written by a version that this one cannot read
-        damaged,        ///< the file is a store and its content breaks the rules
+        damaged,        ///< the file is a store, and its content breaks the rules
         diskFull,       ///< no room for the change
         readOnly,       ///< the file or its folder may not be written
         busy,           ///< somebody else held the file locked for longer than the wait
         duplicateValue, ///< a second object with the same value of a unique attribute
+        refusedValue,   ///< a value that its column does not take
         inputOutput,    ///< the device failed
         failed,         ///< anything else
     };

@@ -63,7 +63,7 @@ void checkIdentity(const fs::path& store, std::int64_t identity, std::int64_t ve
                      "version " + SchemaVersion::decoded(version).text());
 }
 
-/// Refuses by the file's first bytes what is no store of ours, before SQLite gets to touch it. False where
+/// Refuses by the file's first bytes what is not a store of ours, before SQLite gets to touch it. False if
 /// there is no file, or an empty one.
 bool isStoreThere(const fs::path& store, const Schema& schema) {
     const auto file = openFile(store, O_RDONLY);
@@ -90,7 +90,7 @@ bool isStoreThere(const fs::path& store, const Schema& schema) {
 
 void configure(Database& database) {
     sqlite3_busy_timeout(database.handle(), busyMilliseconds);
-    database.execute("PRAGMA journal_mode = WAL"); // kept in the file; a store in memory has a log of its own
+    database.execute("PRAGMA journal_mode = WAL"); // kept in the file
     database.execute("PRAGMA foreign_keys = ON");
     database.execute("PRAGMA synchronous = FULL");
     database.execute("PRAGMA trusted_schema = OFF");
@@ -207,15 +207,7 @@ StoreLock::StoreLock(const fs::path& store) {
     fail(store, errno);
 }
 
-std::unique_ptr<Database> openStore(const Schema& schema, const ModelConfiguration& configuration) {
-    const fs::path& store = configuration.storePath;
-    if (configuration.isMemoryOnly) {
-        auto database =
-            std::make_unique<Database>(":memory:", store, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
-        configure(*database);
-        createTables(*database, schema);
-        return database;
-    }
+std::unique_ptr<Database> openStore(const Schema& schema, const fs::path& store) {
     if (!isStoreThere(store, schema)) createStore(store, schema);
     auto database = std::make_unique<Database>(store.string(), store, SQLITE_OPEN_READWRITE);
     // Until it is known to be ours nothing may be folded into the file, not even when it is closed again.

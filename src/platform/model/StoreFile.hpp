@@ -19,7 +19,7 @@ class StoreLock {
     files::Descriptor descriptor_;
 };
 
-/// Opens the store of this schema, making it where its path holds nothing. The caller holds the lock.
-std::unique_ptr<Database> openStore(const Schema& schema, const ModelConfiguration& configuration);
+/// Opens the store of this schema, making it if the path holds nothing. The caller holds the lock.
+std::unique_ptr<Database> openStore(const Schema& schema, const std::filesystem::path& store);
 
 } // namespace velto::model

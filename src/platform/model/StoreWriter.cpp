@@ -26,18 +26,53 @@ StoreWriter::StoreWriter(Database& database, const std::vector<RowCodec>& codecs
     , codecs_(codecs) {}
 
 StoreWriter::~StoreWriter() {
-    if (statements_.empty()) return;
     const auto lock = database_.lock();
     statements_.clear();
+    transaction_.reset();
 }
 
 void StoreWriter::write(const std::vector<RowChange>& changes) {
+    begin();
+    append(changes);
+    commit();
+}
+
+void StoreWriter::begin() {
     const auto lock = database_.lock();
     statements_.resize(codecs_.size());
-    Transaction transaction(database_);
-    for (const RowChange& change : changes)
-        write(change);
-    transaction.commit();
+    transaction_.emplace(database_);
+}
+
+void StoreWriter::append(const std::vector<RowChange>& changes) {
+    const auto lock = database_.lock();
+    const RowChange* current = nullptr;
+    try {
+        for (const RowChange& change : changes) {
+            current = &change;
+            write(change);
+        }
+    } catch (const StoreError& error) {
+        transaction_.reset();
+        using enum StoreError::Case;
+        if (error.errorCase() != duplicateValue && error.errorCase() != refusedValue) throw;
+        throw RefusedRow(error, *current);
+    }
+}
+
+void StoreWriter::commit() {
+    const auto lock = database_.lock();
+    try {
+        transaction_->commit();
+    } catch (const StoreError&) {
+        transaction_.reset();
+        throw;
+    }
+    transaction_.reset();
+}
+
+void StoreWriter::rollBack() {
+    const auto lock = database_.lock();
+    transaction_.reset();
 }
 
 Statement& StoreWriter::statement(const RowChange& change) {
