@@ -9,6 +9,7 @@
 #include "scanning/FileSignatureGenerator.hpp"
 #include "scanning/FilesystemScanner.hpp"
 #include "scanning/MetadataExtractor.hpp"
+#include "scanning/ReadStage.hpp"
 #include "scanning/UnindexedFiles.hpp"
 
 #include <algorithm>
@@ -18,7 +19,6 @@ namespace velto {
 
 namespace {
 
-constexpr std::size_t filesPerProgress = 50;
 constexpr std::size_t filesPerLogLine = 100;
 
 } // namespace
@@ -41,8 +41,8 @@ struct ConcurrentScanner::Scan {
 
     /// Frees what grows with the library; for the pool, as it takes longer than a frame.
     void release() {
-        discovered = {};
-        results = {};
+        discovered = std::vector<FileSystemInfo>(); // `= {}` would keep its room
+        results = std::vector<ProcessResult>();
         repositories.reset();
     }
 };
@@ -158,7 +158,7 @@ Task<void> ConcurrentScanner::scanFiles(std::shared_ptr<Scan> scan) {
     seen.reserve(scan->results.size());
     for (ProcessResult& result : scan->results)
         seen.insert(std::move(result.fileInfo.relPath));
-    scan->results = {};
+    scan->results = std::vector<ProcessResult>();
     // Files of a drive that went away in the middle of the walk are not missing: nobody looked for them.
     if (root && files::identityOf(scan->rootPath) != root)
         throw ScannerError(ScannerError::Case::libraryNotAccessible, scan->rootPath);
@@ -212,7 +212,7 @@ Task<void> ConcurrentScanner::processFiles(std::shared_ptr<Scan> scan) {
     const auto total = static_cast<std::int64_t>(count);
     scan->stats.totalSeen = total;
     log::line("🚀 [DEFERRED] Processing ALL {} files concurrently, saving at END", count);
-    log::line("⚡ [DEFERRED] Using 1 worker: a file is read after the one before it");
+    log::line("⚡ [DEFERRED] Using {} concurrent workers", ReadStage::workers());
     const Date start = clock_.now();
     co_await runOn(executors_.main,
                    setProgress(scan, ImportPhase::processing, total, "Starting processing...", start));
@@ -233,35 +233,17 @@ Task<void> ConcurrentScanner::processFiles(std::shared_ptr<Scan> scan) {
 
 Task<void> ConcurrentScanner::readFiles(std::shared_ptr<Scan> scan, Date stageStart) {
     const std::size_t count = scan->discovered.size();
-    log::line("⚡ [SEQUENTIAL] Processing {} files sequentially for optimal performance", count);
-    std::vector<std::string> paths;
-    paths.reserve(count);
-    for (const FileSystemInfo& file : scan->discovered)
-        paths.push_back(file.absPath);
-    media::ReadAhead readAhead(std::move(paths));
-    scan->results.reserve(count);
-    for (std::size_t i = 0; i < count; ++i) {
-        scan->token.check();
-        readAhead.reached(i);
-        ProcessResult result;
-        result.fileInfo = std::move(scan->discovered[i]);
-        try {
-            result.metadata =
-                co_await dependencies_.metadataExtractor->extractMetadata(result.fileInfo.absPath);
-        } catch (...) {
-            result.error = std::current_exception();
-        }
-        result.quickSig = dependencies_.signatureGenerator->quickSig(result.fileInfo);
-        scan->results.push_back(std::move(result));
-        const std::size_t processed = i + 1;
-        if (processed % filesPerProgress == 0 || processed == count)
-            co_await runOn(executors_.main, updateProgress(static_cast<std::int64_t>(processed),
-                                                           scan->results.back().fileInfo.relPath));
+    log::line("⚡ [READ] Processing {} files in blocks of {}, in the order of discovery", count,
+              ReadStage::filesPerBlock);
+    const auto progress = [this, count, stageStart](std::size_t processed, const ProcessResult& last) {
+        progressActor_.update(static_cast<std::int64_t>(processed), last.fileInfo.relPath);
         if (processed % filesPerLogLine == 0)
             log::line("📊 [SEQUENTIAL] Processed {}/{} files ({:.1f} files/sec)", processed, count,
                       filesPerSecond(processed, clock_.secondsSince(stageStart)));
-    }
-    scan->discovered = {};
+    };
+    ReadStage stage(*dependencies_.metadataExtractor, *dependencies_.signatureGenerator, executors_,
+                    scan->token, progress);
+    co_await stage.run(scan->discovered, scan->results);
 }
 
 /// Neither the library nor tracks that are found for its files are to go meanwhile. Main actor.
@@ -314,11 +296,6 @@ Task<void> ConcurrentScanner::setProgress(std::shared_ptr<Scan> scan, ImportPhas
     progress.currentFile = status;
     progress.startTime = start ? *start : (stored ? stored->startTime : clock_.now());
     progressActor_.set(std::move(progress));
-    co_return;
-}
-
-Task<void> ConcurrentScanner::updateProgress(std::int64_t processed, std::string currentFile) {
-    progressActor_.update(processed, std::move(currentFile));
     co_return;
 }
 

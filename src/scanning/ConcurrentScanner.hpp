@@ -56,7 +56,6 @@ class ConcurrentScanner final : public Scanner {
     /// Begins a stage; without `start` it keeps the start of the stage before.
     Task<void> setProgress(std::shared_ptr<Scan> scan, ImportPhase phase, std::int64_t total,
                            const char* status, std::optional<Date> start);
-    Task<void> updateProgress(std::int64_t processed, std::string currentFile);
 
     ScannerDependencies dependencies_;
     ModelContext& modelContext_;

@@ -95,7 +95,7 @@ Task<void> DeferredSave::recordFiles() {
         co_await recordFile(i);
         if ((i + 1) % filesPerSave == 0) {
             log::line("🧹 [BATCH SAVE] Saving batch after {} files to prevent memory bloat", i + 1);
-            co_await repositories_.saveIfDirty();
+            co_await repositories_.startSave();
         }
         co_await giveWay(i);
     }
@@ -157,8 +157,8 @@ Task<void> DeferredSave::recordFile(std::size_t index) {
         if (!isUnchanged) co_await prepareAttachment(existing->second, index, timing);
     }
     if (isUnchanged) result.metadata.reset();
-    result.fileInfo.absPath = std::string(); // the record has its own
     logDetail(index, start, timing);
+    result.fileInfo.absPath = result.fileInfo.filename = std::string(); // the record has its own
 }
 
 Task<void> DeferredSave::prepareAttachment(FileItemRef file, std::size_t index, Timing& timing) {
@@ -225,7 +225,7 @@ Task<void> DeferredSave::upsertTracks() {
 }
 
 Task<void> DeferredSave::upsertTrack(std::size_t index) {
-    std::optional<AudioMetadata>& metadata = results_[attachments_[index].result].metadata;
+    const std::unique_ptr<AudioMetadata> metadata = std::move(results_[attachments_[index].result].metadata);
     log::line("🔍 [TRACK CREATE] Attempting to create track {}: artist={} title={}", index,
               orNil(metadata->artist), orNil(metadata->title));
     try {
@@ -236,7 +236,6 @@ Task<void> DeferredSave::upsertTrack(std::size_t index) {
     } catch (const std::exception& failure) {
         logUpsertFailure(index, *metadata, failure);
     }
-    metadata.reset();
 }
 
 void DeferredSave::logUpsertFailure(std::size_t index, const AudioMetadata& metadata,

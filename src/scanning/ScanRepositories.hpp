@@ -1,9 +1,11 @@
 #pragma once
 
 #include "platform/concurrency/Executors.hpp"
+#include "platform/concurrency/TaskHandle.hpp"
 #include "store/FileRepository.hpp"
 #include "store/TrackRepository.hpp"
 
+#include <optional>
 #include <utility>
 
 namespace velto {
@@ -22,12 +24,20 @@ class ScanRepositories {
     FileRepository files;
     TrackRepository tracks;
 
-    /// Saves the context, in turns that give way, if one of the repositories has unsaved changes.
+    /// Begins to save the context, beside what the caller goes on to do. Waits for the save that was begun
+    /// before. Throws what that one has failed with.
+    Task<void> startSave();
+    /// Ends the save that was begun, throws what it failed with, and saves, in turns that give way, if one of
+    /// the repositories has unsaved changes.
     Task<void> saveIfDirty();
 
   private:
+    static Task<bool> save(ModelContext& modelContext, Executors executors);
+    Task<void> finishSave();
+
     ModelContext& modelContext_;
     Executors executors_;
+    std::optional<TaskHandle<bool>> saving_;
 };
 
 } // namespace velto

@@ -44,18 +44,18 @@ class Scanner {
     /// with scanCancelled. Without a running scan it only clears the progress.
     virtual Task<void> cancelScan() = 0;
 
-    /// Absent before the first scan and after one that finished or was cancelled. A scan that failed behind
+    /// Absent before the first scan and after one that finished or was cancelled. A scan that failed after
     /// the opening of its run leaves what it showed last: its caller, who got the failure, knows better.
     virtual Task<std::optional<ScanProgress>> scanProgress() = 0;
 
-    /// The same value as an observable field, for who would rather be told than ask.
+    /// The same value as an observable field, for whoever would rather be told than ask.
     [[nodiscard]] virtual Published<std::optional<ScanProgress>>& observableProgress() = 0;
 };
 
 /// One file's outcome of the read stage, held until the save.
 struct ProcessResult {
     FileSystemInfo fileInfo;
-    std::optional<AudioMetadata> metadata;
+    std::unique_ptr<AudioMetadata> metadata; ///< null once it is used, and after an error
     std::string quickSig;
     std::exception_ptr error;
 };

@@ -70,7 +70,8 @@ Task<std::vector<std::filesystem::path>> unindexedFiles(ModelContext& modelConte
     log::line("🔍 [REFRESH] Existing paths: {}", description(known));
     const auto compare = [&] {
         auto missing = unknownFiles(settings.rootPath, found, known);
-        found = known = {}; // not on the main actor: there may be many
+        found = std::vector<std::string>(); // not on the main actor: there may be many
+        known = std::vector<std::string>();
         return missing;
     };
     auto missing = co_await offload(executors, compare);

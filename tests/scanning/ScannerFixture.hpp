@@ -13,6 +13,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -56,7 +57,7 @@ class SteppingExtractor final : public AudioMetadataExtractor {
 
   private:
     SimpleMetadataExtractor real_;
-    int count_ = 0;
+    std::atomic<int> count_ = 0;
 };
 
 /// A real store, a real folder of music and the scanner over them.

@@ -295,7 +295,7 @@ def make_library(target, count, seconds, chance, work):
 
 
 def write_many(job):
-    target, numbers, bases, seed = job
+    target, numbers, bases, pictures, seed = job
     for number in numbers:
         kind = MANY_KINDS[number % len(MANY_KINDS)]
         chance = random.Random(f"{seed}/{number}")
@@ -303,13 +303,20 @@ def write_many(job):
         song.title = f"{song.title} {number}"
         song.folder = pathlib.PurePath(f"{number // 2500:02d}/{number // 50:05d}")
         song.name = f"{number:06d} {song.title}".encode()
-        write_song(song, chance.choice(bases[kind]), target, None)
+        song.cover = number % 3 == 0
+        write_song(song, chance.choice(bases[kind]), target, pictures)
+
+
+def picture_bytes(chance):
+    """As large as the covers that shops embed, and as hard to compress; nothing here decodes them."""
+    return b"\x89PNG\r\n\x1a\n" + chance.randbytes(chance.randrange(30_000, 120_000))
 
 
 def make_many(target, count, seed, chance, work):
     """A few encoded bases a kind; every file is a copy with a tag of its own."""
     bases = {}
     jobs = []
+    pictures = [picture_bytes(chance) for _ in range(8)]
     for kind in MANY_KINDS:
         # Two lengths; uncompressed kinds short and at a low rate, so that 10,000 files stay small.
         for seconds in (1, 2) if kind not in ("wav", "aiff", "aif") else (0.5, 0.8):
@@ -323,7 +330,7 @@ def make_many(target, count, seed, chance, work):
         list(pool.map(lambda job: encode(*job), jobs))
     with concurrent.futures.ProcessPoolExecutor(WORKERS) as pool:
         blocks = [range(start, min(start + 500, count)) for start in range(0, count, 500)]
-        list(pool.map(write_many, [(target, block, bases, seed) for block in blocks]))
+        list(pool.map(write_many, [(target, block, bases, pictures, seed) for block in blocks]))
     return count
 
 

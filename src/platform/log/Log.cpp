@@ -3,6 +3,7 @@
 #include "platform/text/Printable.hpp"
 
 #include <algorithm>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <initializer_list>
@@ -12,6 +13,11 @@
 namespace velto::log {
 
 namespace {
+
+/// After a block the log's thread rests, so that many lines cost few wake-ups: that long, unless a warning,
+/// an error, a flush or as many bytes as that come first.
+constexpr auto rest = std::chrono::milliseconds(20);
+constexpr std::size_t restBytes = std::size_t{256} << 10;
 
 /// Beyond this a line is dropped, so that a sink that hangs costs neither the memory nor anybody's time.
 constexpr std::size_t bufferLimitBytes = std::size_t{16} << 20;
@@ -39,7 +45,8 @@ class Writer {
         text::appendPrintable(pending_, text);
         pending_ += '\n';
         ++appended_;
-        if (wasEmpty) wake_.notify_one();
+        if (levelOf(text) != Level::info || pending_.size() >= restBytes) urgentTo_ = appended_;
+        if (isResting_ ? urgentTo_ == appended_ : wasEmpty) wake_.notify_one();
     }
 
     int add(Sink sink) {
@@ -58,6 +65,8 @@ class Writer {
     void flush() {
         std::unique_lock lock(mutex_);
         const std::uint64_t target = appended_;
+        urgentTo_ = target;
+        if (isResting_) wake_.notify_one();
         drained_.wait(lock, [&] { return written_ >= target || sinks_.empty(); });
     }
 
@@ -90,6 +99,9 @@ class Writer {
             lock.lock();
             written_ = upTo;
             drained_.notify_all();
+            isResting_ = true;
+            wake_.wait_for(lock, rest, [this] { return urgentTo_ > written_ || stopping_; });
+            isResting_ = false;
         }
     }
 
@@ -102,6 +114,8 @@ class Writer {
     std::uint64_t appended_ = 0;
     std::uint64_t written_ = 0;
     std::uint64_t dropped_ = 0;
+    std::uint64_t urgentTo_ = 0; ///< what was appended up to there is not to wait
+    bool isResting_ = false;
     bool stopping_ = false;
     std::thread thread_;
 };
