@@ -22,7 +22,7 @@ using Series = std::vector<Cost>;
 /// The cheapest of some runs: for work so short that one interruption spoils it.
 [[nodiscard]] Cost cheapestOf(int runs, const std::function<void()>& work);
 
-/// Runs `measurement` in a child process, so that each has a heap and a peak memory of its own. Throws where
+/// Runs `measurement` in a child process, so that each has a heap and a peak memory of its own. Throws if
 /// it fails.
 [[nodiscard]] Cost inChild(const std::function<Cost()>& measurement);
 

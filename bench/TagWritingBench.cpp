@@ -77,7 +77,7 @@ void copyInKernel(const fs::path& from, const fs::path& to) {
     }
 }
 
-/// Copies the backup, writes the file anew behind a tag of 2 KiB, syncs it, unlinks the backup.
+/// Copies the backup, writes the file anew after a tag of 2 KiB, syncs it, unlinks the backup.
 void bareMp3(const fs::path& file) {
     const fs::path backup = file.parent_path() / ("." + file.filename().string() + ".backup");
     copyInKernel(file, backup);
@@ -135,7 +135,7 @@ Cost proven(const fs::path& song, int count) {
     return costOf([&] { runtime.run(writeAll(writer, songs)); });
 }
 
-/// mutagen in one process that does all files; it tells its own time, without the interpreter's start.
+/// mutagen in one process that does all files; it measures its own time, without the interpreter's start.
 Cost mutagen(const fs::path& song, int count) {
     const test::TemporaryFolder folder;
     makeSongs(folder.path(), song, count);

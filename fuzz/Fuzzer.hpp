@@ -10,7 +10,7 @@ void fuzzOne(std::span<const std::uint8_t> input);
 
 namespace fuzz {
 
-/// Ends the program where a promise is broken.
+/// Ends the program if a promise is broken.
 void require(bool promise, const char* what);
 
 } // namespace fuzz

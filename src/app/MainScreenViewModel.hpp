@@ -31,7 +31,7 @@ class TaggingJournal;
 class TaggingService;
 class ValueFile;
 
-/// What the state object stands on. Everything referred to outlives it.
+/// What the state object is made of. Everything referred to outlives it.
 struct MainScreenServices {
     Executors executors;
     Clock& clock;
@@ -131,7 +131,7 @@ class MainScreenViewModel final : public MainScreenState,
     std::shared_ptr<LibraryRepository> libraryRepository_;
     std::shared_ptr<AudioMetadataWriter> metadataWriter_;
     std::unique_ptr<ConcurrentScanner> scanner_;
-    // Each stands on those above it.
+    // Each uses those above it.
     std::unique_ptr<FolderAccess> folderAccess_;
     std::unique_ptr<LoadingFlow> loading_;
     std::unique_ptr<SyncFlow> sync_;

@@ -56,7 +56,7 @@ enum class SignInEnd {
 using AskForLink = std::function<Task<std::optional<std::string>>(CancellationToken notNeeded)>;
 
 /// The composition root's one object: it owns the store, the authentication manager, the update manager and
-/// all that they stand on, for the life of the process. Nothing that was started may be under way any more
+/// all that they use, for the life of the process. Nothing that was started may be under way any more
 /// when it goes. Main actor.
 class VeltoApp {
   public:
@@ -84,7 +84,7 @@ class VeltoApp {
 
     model::ModelContainer& sharedModelContainer() { return *sharedModelContainer_; }
 
-    /// Opens the page that sells credits. Throws Error if the backend's address is no web address.
+    /// Opens the page that sells credits. Throws Error if the backend's address is not a web address.
     void openBillingPage();
 
     /// Blocks while a file is being rewritten, for `longest` at most: for a process that is about to end.

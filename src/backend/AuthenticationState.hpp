@@ -8,7 +8,7 @@
 
 namespace velto {
 
-/// Where the sign-in stands. Starts as unauthenticated.
+/// How far the sign-in has come. Starts as unauthenticated.
 class AuthenticationState {
   public:
     /// What the last GetUserAndDefaults returned.

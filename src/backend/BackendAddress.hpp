@@ -7,7 +7,7 @@ namespace velto {
 
 /// The name that a backend's token is kept under: the base address in one spelling, with scheme and host in
 /// lower case and without user, password, the scheme's own port and slashes at its end. Two addresses with
-/// one name are one backend; another port or path is another backend. Text that is no address is its own
+/// one name are one backend; another port or path is another backend. Text that is not an address is its own
 /// name.
 [[nodiscard]] std::string backendName(std::string_view address);
 

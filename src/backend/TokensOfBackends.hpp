@@ -9,7 +9,7 @@
 namespace velto {
 
 /// One backend's token in a place that holds a single text, such as a token file: the text is a JSON list of
-/// [{"backend": NAME, "token": TOKEN}], the newest first. A text that is no such list is a token without a
+/// [{"backend": NAME, "token": TOKEN}], the newest first. A text that is not such a list is a token without a
 /// backend's name, as older versions of the program stored it; it reads as the entry of the name "". Throws
 /// what the place throws, and KeychainError (unexpectedData) for a list that is damaged: nothing overwrites
 /// it.

@@ -11,7 +11,7 @@ namespace velto {
 /// text it stands: people paste the bare token, too.
 [[nodiscard]] std::optional<std::string> tokenFromCallback(std::string_view url);
 
-/// The URL for a log line: "velto://auth", what stands before "token=", and what follows it, each of the last
+/// The URL for a log line: "velto://auth", what comes before "token=", and what follows it, each of the last
 /// two cut after 20 characters. Of any other text, only the first 20 characters.
 [[nodiscard]] std::string loggableCallback(std::string_view url);
 

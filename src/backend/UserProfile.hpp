@@ -23,7 +23,7 @@ struct UserProfile {
     bool operator==(const UserProfile&) const = default;
 };
 
-/// The backend gives one number, the credits that are left: it stands in `total`, and `used` is 0.
+/// The backend gives one number, the credits that are left: it is kept in `total`, and `used` is 0.
 struct CreditBalance {
     std::int64_t used = 0;
     std::int64_t total = 0;

@@ -10,7 +10,7 @@ class App;
 
 namespace velto::cli {
 
-/// What stands for an option's value, and so what a shell can offer for it.
+/// What an option's value is, and so what a shell can offer for it.
 enum class ValueKind { none, text, folder, file, library };
 
 struct OptionEntry {

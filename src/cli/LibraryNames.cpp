@@ -37,7 +37,7 @@ std::vector<std::string> libraryNames(const std::filesystem::path& store) {
             std::string name(rows.text(0));
             if (text::printable(name) == name) names.push_back(std::move(name));
         }
-    } catch (const std::exception&) { // a shell that offers nothing is no failure
+    } catch (const std::exception&) { // a shell that offers nothing has not failed
         names.clear();
     }
     return names;

@@ -23,7 +23,7 @@ _veltoctl_libraries() {
 
 )sh";
 
-/// What may stand inside the brackets of an _arguments specification that is in single quotes.
+/// What may be inside the brackets of an argument of _arguments that is in single quotes.
 std::string zshText(std::string text) {
     for (const std::string_view special : {"\\", "[", "]", ":"})
         text = replaced(text, special, "\\" + std::string(special));

@@ -12,7 +12,7 @@ namespace velto {
 
 class CrashReporter;
 
-/// What every flow stands on. All of it outlives the flows, but for `owner`: the state object, once it is
+/// What every flow uses. All of it outlives the flows, but for `owner`: the state object, once it is
 /// made. A task in the background locks it for each step that it takes, so that it neither keeps the state
 /// object alive while it waits nor touches a flow that is gone.
 ///

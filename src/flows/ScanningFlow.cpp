@@ -21,7 +21,7 @@ struct ScanningFlow::RunningScan {
     AskedBy askedBy;
     Event finished;
     bool isLeaving = false; ///< was asked to stop
-    bool isQuiet = false;   ///< by the program, so that its end is no news to the user
+    bool isQuiet = false;   ///< by the program, so that the user is not told of its end
 };
 
 ScanningFlow::ScanningFlow(const FlowContext& context, ConcurrentScanner& scanner, LoadingFlow& loading,

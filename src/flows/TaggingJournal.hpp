@@ -13,9 +13,9 @@
 namespace velto {
 
 /// What a tagging run owes the user across the end of the process: which batches are asked for and not stored
-/// yet, and what the last run could not tag. A batch stands here before it is paid for and goes once its tags
-/// are in the store, so that after a kill the next start can name what may be lost. Two small files, each
-/// replaced as a whole. Main actor; the files are read and written on the pool.
+/// yet, and what the last run could not tag. A batch is noted here before it is paid for and goes once its
+/// tags are in the store, so that after a kill the next start can name what may be lost. Two small files,
+/// each replaced as a whole. Main actor; the files are read and written on the pool.
 class TaggingJournal {
   public:
     using BatchNumber = std::uint64_t;

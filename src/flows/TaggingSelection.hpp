@@ -19,7 +19,7 @@ struct TaggingWish {
 };
 
 /// What the last run was for and could not tag. Of a run that was killed it is all that the run was for; what
-/// has been tagged since its start is told apart by its date.
+/// has been tagged since its start is known by its date.
 struct LastRun {
     Date start;
     std::unordered_set<std::string> untagged; ///< canonicalSigs

@@ -129,7 +129,7 @@ std::string genreText(const ID3FrameGenre& genre, ID3Version version) {
         if (description.empty() || description == genreName(*genre.identifier)) return number;
         return number + '\0' + description;
     }
-    // The name of the number itself is no refinement.
+    // The name of the number itself is not a refinement.
     return "(" + number + ")" + (description == genreName(*genre.identifier) ? "" : description);
 }
 

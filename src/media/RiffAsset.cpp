@@ -19,7 +19,7 @@ namespace {
 
 constexpr std::uint64_t fileHeader = 12;
 constexpr std::uint64_t chunkHeader = 8;
-/// Of all the text chunks of a file together: more is no name, title or genre.
+/// Of all the text chunks of a file together: more is not a name, title or genre.
 constexpr std::uint64_t maximumText = 1024 * 1024;
 constexpr std::uint64_t maximumSize = 0xFFFFFFFF;
 

@@ -22,7 +22,7 @@ constexpr std::size_t maximumChunks = 4096;
 enum class ByteOrder { big, little };
 
 /// The chunks of a RIFF (little-endian) or IFF (big-endian) file in their order. A chunk that claims more
-/// than the file holds, as recorders leave behind that were switched off, reaches to the file's end.
+/// than the file holds, as left by recorders that were switched off, reaches to the file's end.
 [[nodiscard]] std::vector<Chunk> chunksOf(FileReader& reader, ByteOrder order);
 
 } // namespace velto::media

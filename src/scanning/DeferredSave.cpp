@@ -163,7 +163,7 @@ Task<void> DeferredSave::recordFile(std::size_t index) {
 
 Task<void> DeferredSave::prepareAttachment(FileItemRef file, std::size_t index, Timing& timing) {
     const Date start = clock_.now();
-    // The signature says that the file is done. It follows with the track: a process that is killed behind
+    // The signature says that the file is done. It follows with the track: a process that is killed after
     // one of the saves on the way leaves a file that the next scan takes up again.
     file->edit().quickSig = std::nullopt;
     file->edit().fileHash = std::nullopt;

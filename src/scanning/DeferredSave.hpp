@@ -20,7 +20,7 @@ class DeferredSave {
                  LibraryRef library, std::vector<ProcessResult>& results, ScanStats& stats);
 
     /// Nothing may be deleted meanwhile. Throws the store's errors: what was saved before stays, the rest
-    /// stays unsaved in the context. Throws libraryNotAccessible where the library is gone.
+    /// stays unsaved in the context. Throws libraryNotAccessible if the library is gone.
     Task<void> run();
 
   private:
@@ -28,7 +28,7 @@ class DeferredSave {
     struct Attachment {
         FileItemRef file;
         std::size_t result;
-        TrackRef track; ///< null where the upsert failed
+        TrackRef track; ///< null if the upsert failed
     };
 
     /// How long one file's steps took, for the log.
@@ -52,7 +52,7 @@ class DeferredSave {
     void logUpsertFailure(std::size_t index, const AudioMetadata& metadata,
                           const std::exception& failure) const;
     Task<void> attachFiles();
-    /// Behind the file of this index, where its turn of the main actor is over.
+    /// After the file of this index, if its turn of the main actor is over.
     Task<void> giveWay(std::size_t index);
 
     ScanRepositories& repositories_;

@@ -32,7 +32,7 @@ class ExcludePatterns {
 
     [[nodiscard]] bool match(std::string_view path) const {
         return std::any_of(patterns_.begin(), patterns_.end(), [&](const Pattern& pattern) {
-            // An empty text is no part of anything.
+            // An empty text is not a part of anything.
             return pattern.expression
                        ? pattern.expression->hasMatch(path)
                        : !pattern.part.empty() && path.find(pattern.part) != std::string_view::npos;

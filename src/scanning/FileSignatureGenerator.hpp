@@ -6,7 +6,7 @@
 
 namespace velto {
 
-/// Fingerprints a file as it stands, from its attributes alone.
+/// Fingerprints a file as it is, from its attributes alone.
 class FileSignatureGenerator {
   public:
     virtual ~FileSignatureGenerator() = default;

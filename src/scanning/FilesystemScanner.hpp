@@ -43,8 +43,8 @@ class FilesystemScanner {
     virtual ~FilesystemScanner() = default;
 
     /// Walks the tree below `path` on the caller's executor (call it on the pool) and gives every file that
-    /// the globs let through, in the order of the walk. Throws ServiceError directoryAccessFailed where
-    /// `path` is no folder.
+    /// the globs let through, in the order of the walk. Throws ServiceError directoryAccessFailed if
+    /// `path` is not a folder.
     virtual Task<FileStream> scanDirectory(std::string path, std::optional<std::string> includeGlob,
                                            std::optional<std::string> excludeGlob) = 0;
 

@@ -30,7 +30,7 @@ class Glob {
 /// The pieces between the `separator`s, without blanks around them; empty ones stay.
 [[nodiscard]] std::vector<std::string> splitAndTrim(std::string_view text, char separator);
 
-/// The text between the first "{" and the first "}"; absent without both. Empty where they stand the other
+/// The text between the first "{" and the first "}"; absent without both. Empty if they come the other
 /// way round.
 [[nodiscard]] std::optional<std::string_view> braceList(std::string_view pattern);
 

@@ -89,7 +89,7 @@ std::vector<std::string_view> piecesAtDashes(std::string_view name) {
     return pieces;
 }
 
-/// The last component without its extension, as a text: a name that is no UTF-8 is read as Latin-1, in which
+/// The last component without its extension, as a text: a name that is not UTF-8 is read as Latin-1, in which
 /// every byte is a character.
 std::string nameAsText(const std::filesystem::path& file) {
     std::string_view name = lastPathComponent(file.native());
@@ -98,7 +98,7 @@ std::string nameAsText(const std::filesystem::path& file) {
     return text::toUtf8OrLatin1(name);
 }
 
-/// Asked only where reading has failed: a look at each file first would be one more system call for every
+/// Asked only if reading has failed: a look at each file first would be one more system call for every
 /// song.
 void checkExists(const std::filesystem::path& file) {
     std::error_code error;

@@ -28,7 +28,8 @@ class AudioMetadataExtractor {
 /// mutable state.
 class SimpleMetadataExtractor final : public AudioMetadataExtractor {
   public:
-    /// `crashReporter` outlives the extractor; it gets the failure behind every metadataExtractionFailed.
+    /// `crashReporter` outlives the extractor; it gets the failure that caused every
+    /// metadataExtractionFailed.
     explicit SimpleMetadataExtractor(CrashReporter& crashReporter);
 
     Task<AudioMetadata> extractMetadata(std::filesystem::path file) override;

@@ -23,7 +23,7 @@ class ProgressActor {
 
     void clear() { currentProgress_ = std::nullopt; }
 
-    /// Moves the stage on and estimates the rest; nothing where no scan shows progress.
+    /// Moves the stage on and estimates the rest; nothing if no scan shows progress.
     void update(std::int64_t processed, std::string currentFile) {
         if (!currentProgress_.get()) return;
         ScanProgress next = *currentProgress_.get();

@@ -35,7 +35,7 @@ struct ScanProgress {
 /// Seconds that the files still to do will take at the pace so far, `elapsed` seconds for `processed` files.
 [[nodiscard]] double estimatedTimeRemaining(double elapsed, std::int64_t processed, std::int64_t total);
 
-/// 0 where no time has passed.
+/// 0 if no time has passed.
 [[nodiscard]] double filesPerSecond(std::size_t count, double seconds);
 
 } // namespace velto

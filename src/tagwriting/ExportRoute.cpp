@@ -77,7 +77,7 @@ void prove(const RewritePaths& paths, const std::optional<std::string>& text) {
     const auto saysIt = [&](const MetadataItem& item) {
         return isGenre(item) && item.text() != nullptr && *item.text() == *text;
     };
-    // An empty text is no item in some containers.
+    // An empty text is not an item in some containers.
     const bool isMeant = text && !text->empty()
                              ? std::any_of(items.begin(), items.end(), saysIt)
                              : std::all_of(items.begin(), items.end(), [](const auto& item) {

@@ -128,7 +128,7 @@ TEST(MediaAsset, GivesValidUtf8AndBytesMarkers) {
     EXPECT_TRUE(sawCover);
 }
 
-/// A title frame of raw content, its flags and any frames behind it.
+/// A title frame of raw content, its flags and any frames after it.
 std::string titleTag(int version, const std::string& content, char format = 0, const std::string& more = {}) {
     const std::string header =
         version == 2 ? "TT2" + test::bytesOf(content.size(), 3)

@@ -133,7 +133,8 @@ TEST(MediaExport, RefusesWhereAValueWouldChange) {
     exportPassthrough(source, folder / "out.m4a", isGenre, genre("House"));
     EXPECT_EQ(runMutagen(folder / "out.m4a", "f = MP4(path)\nprint(f['tmpo'], f['disk'], end='')"),
               "[128] [(1, 2)]");
-    // The same number in four bytes where two are usual, room for them taken from the free space behind.
+    // The same number in four bytes instead of the usual two, room for them taken from the free space after
+    // it.
     std::string bytes = usual;
     const auto tempo = bytes.find("tmpo");
     ASSERT_NE(tempo, bytes.npos);

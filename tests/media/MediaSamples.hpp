@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-/// Sound and tags for the tests of reading and rewriting: real files by ffmpeg, and bytes made by hand where
+/// Sound and tags for the tests of reading and rewriting: real files by ffmpeg, and bytes made by hand if
 /// a test needs what no encoder writes.
 namespace velto::test {
 

@@ -180,7 +180,7 @@ TEST(InterruptedRewrite, aBackupThatAPowerCutCutShortLosesToAFileThatReads) {
         const RewritePaths paths(file);
         if (!copyMarked(file, paths.backup))
             GTEST_SKIP() << "no extended attributes here: the copy is synced instead";
-        // Of the file as it was, which had other bytes behind the header.
+        // Of the file as it was, which had other bytes after the header.
         ASSERT_EQ(::truncate(paths.backup.c_str(), 0), 0);
         std::ofstream(paths.backup, std::ios::binary) << "ID3 and what else there was";
         CountingReporter reporter;

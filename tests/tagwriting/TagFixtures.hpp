@@ -41,13 +41,13 @@ std::filesystem::path makeSound(const TemporaryFolder& folder, const std::string
 /// Runs a Python script with mutagen; `file` is sys.argv[1].
 std::string mutagen(const std::string& script, const std::filesystem::path& file);
 
-/// Everything of an MP3 behind its ID3v2 tag.
+/// Everything of an MP3 after its ID3v2 tag.
 std::string audioOf(const std::filesystem::path& file);
 
 /// Names in a folder, hidden ones too, sorted.
 std::vector<std::string> namesIn(const std::filesystem::path& folder);
 
-/// Runs `work` in a child with files limited to `bytes`: a write beyond fails as on a full disk. False where
+/// Runs `work` in a child with files limited to `bytes`: a write beyond fails as on a full disk. False if
 /// it threw metadataWriteFailed; anything else fails the test.
 bool succeedsWithFileLimit(std::uint64_t bytes, const std::function<void()>& work);
 

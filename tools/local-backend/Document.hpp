@@ -21,7 +21,7 @@ struct TypeReference {
 [[nodiscard]] TypeReference parseTypeReference(Lexer& lexer);
 [[nodiscard]] std::string toString(const TypeReference& type);
 
-/// A literal in the document. A variable stands in it as the object {"$": name}, which no literal can be.
+/// A literal in the document. A variable is held in it as the object {"$": name}, which no literal can be.
 using Literal = nlohmann::json;
 
 struct SelectedField {

@@ -15,7 +15,7 @@ struct KindDescription {
     std::string_view name;
     FaultKind kind;
     Argument argument;
-    std::int64_t usual;   ///< Where no number is given.
+    std::int64_t usual;   ///< If no number is given.
     std::int64_t minimum; ///< Of a given number.
     std::int64_t maximum;
 };

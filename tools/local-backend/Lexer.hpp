@@ -7,7 +7,7 @@
 
 namespace velto::local {
 
-/// A request that cannot be answered as it stands; the text goes into the reply's `errors`.
+/// A request that cannot be answered as it is; the text goes into the reply's `errors`.
 class GraphQLError : public Error {
   public:
     using Error::Error;

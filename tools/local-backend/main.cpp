@@ -85,7 +85,7 @@ void waitForTheEnd(int signals, bool watchStdin) {
     }
 }
 
-/// False if the server ended before it was told to.
+/// False if the server ended before it was asked to.
 bool serve(const Options& options) {
     std::vector<local::Fault> parsed;
     for (const auto& text : options.faults)

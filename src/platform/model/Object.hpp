@@ -64,7 +64,7 @@ class Object {
 
     enum class State : std::uint8_t { detached, inserted, saved, deleted };
     static constexpr std::uint8_t dirtyMark = 1;    ///< has values that the store lacks
-    static constexpr std::uint8_t notedMark = 2;    ///< stands in the change set to be delivered next
+    static constexpr std::uint8_t notedMark = 2;    ///< is in the change set to be delivered next
     static constexpr std::uint8_t touchedMark = 4;  ///< its unique values may differ from the indexed ones
     static constexpr std::uint8_t allMarks = 7;     ///< nothing is left to note
     static constexpr std::uint8_t relinkedMark = 8; ///< a relationship is among what the store lacks

@@ -32,7 +32,7 @@ class ToOneBase {
     Object* owner_ = nullptr;
     const RelationshipDescription* description_ = nullptr;
     Object* target_ = nullptr;
-    std::size_t slot_ = 0; ///< where the owner stands in the target's list
+    std::size_t slot_ = 0; ///< where the owner is in the target's list
 };
 
 class ToManyBase {
