@@ -233,7 +233,7 @@ Task<void> ConcurrentScanner::processFiles(std::shared_ptr<Scan> scan) {
 
 Task<void> ConcurrentScanner::readFiles(std::shared_ptr<Scan> scan, Date stageStart) {
     const std::size_t count = scan->discovered.size();
-    log::line("⚡ [READ] Processing {} files in blocks of {}, in the order of discovery", count,
+    log::line("⚡ [SEQUENTIAL] Processing {} files in the order of discovery, in blocks of {}", count,
               ReadStage::filesPerBlock);
     const auto progress = [this, count, stageStart](std::size_t processed, const ProcessResult& last) {
         progressActor_.update(static_cast<std::int64_t>(processed), last.fileInfo.relPath);
