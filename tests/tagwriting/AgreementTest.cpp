@@ -1,4 +1,5 @@
 #include "id3/ID3TagParser.hpp"
+#include "id3/TagFrames.hpp"
 #include "media/Id3Items.hpp"
 #include "tagwriting/TagFixtures.hpp"
 
@@ -58,6 +59,8 @@ std::string contentOf(const std::filesystem::path& file) {
 } // namespace
 
 void expectSameReading(const std::string& bytes, const std::string& what) {
+    const auto header = id3::tagHeader(bytesOf(bytes));
+    if (header && header->hasDoubtfulSize) return; // never rewritten
     const TemporaryFolder folder;
     const Texts scan = textsOfScan(folder.write("song.mp3", bytes));
     std::optional<id3::ID3Tag> tag;
