@@ -30,6 +30,7 @@ constexpr std::size_t batchesPerTurn = 500; // to leave out: a millisecond or tw
 constexpr std::string_view stoppedText = "The run was stopped";
 constexpr std::string_view deletedText = "The track was deleted meanwhile";
 constexpr std::string_view noTagsText = "The tagging service found no tags";
+constexpr std::string_view refusedText = "The library store refuses the tags";
 constexpr std::string_view notAnsweredText = "The tagging service gave no answer for a track";
 
 std::string nameOf(const Track& track) {
@@ -296,8 +297,9 @@ std::string_view TaggingRun::apply(const TrackRef& track, const TrackTags& tags)
 
 Task<std::optional<std::string>> TaggingRun::store() {
     const std::vector<Batch*> taken = unsaved_; // what comes meanwhile may not be in this save
+    model::SaveOutcome saved;
     try {
-        co_await model::saveInBackground(context_.modelContext, context_.executors);
+        saved = co_await model::saveInBackground(context_.modelContext, context_.executors);
         saveFailure_ = std::nullopt;
     } catch (const std::exception& error) {
         log::line("❌ [VM] Failed to save tagged tracks: {}", describe(error));
@@ -306,10 +308,24 @@ Task<std::optional<std::string>> TaggingRun::store() {
         co_return saveFailure_;
     }
     for (Batch* const batch : taken) {
-        std::erase(unsaved_, batch);
-        co_await strikeOff(*batch);
+        if (std::erase(unsaved_, batch) == 0) continue; // settled by a save that another batch has begun
+        // What the store refuses was paid for all the same: the journal keeps it, and the next start names
+        // it.
+        if (!reportRefusals(saved, *batch)) co_await strikeOff(*batch);
     }
     co_return std::nullopt;
+}
+
+bool TaggingRun::reportRefusals(const model::SaveOutcome& saved, const Batch& batch) {
+    bool isRefused = false;
+    for (const TrackRef& track : batch.tracks) {
+        if (!saved.refuses(track)) continue;
+        isRefused = true;
+        log::line("❌ [VM] The store refuses the tags of {}", nameOf(*track));
+        state_.allErrors.push_back(
+            {fmt::format("{}: {}", nameOf(*track), refusedText), std::string(refusedText)});
+    }
+    return isRefused;
 }
 
 Task<void> TaggingRun::strikeOff(Batch& batch) {

@@ -67,6 +67,8 @@ class TaggingRun {
     Task<bool> announce(Batch& batch, std::size_t number);
     Task<void> takeIn(Batch& batch, std::size_t number, TaggingResult result);
     [[nodiscard]] std::string_view apply(const TrackRef& track, const TrackTags& tags);
+    /// True if the store took back the tags of one of the batch's tracks.
+    bool reportRefusals(const model::SaveOutcome& saved, const Batch& batch);
     Task<void> strikeOff(Batch& batch);
     Task<void> writeFiles(TrackRef track);
 

@@ -407,6 +407,16 @@ TEST_F(Tagging, AFailedSaveKeepsTheTagsForALaterOneAndPaysForNoMore) {
     EXPECT_EQ(left.tracks.size(), 45 - static_cast<std::size_t>(ended.tagged));
 }
 
+TEST_F(Tagging, TagsThatTheStoreRefusesAreReportedAndStayInTheJournal) {
+    stored("ALTER TABLE Track ADD COLUMN guard INTEGER CHECK (title <> 'Title 3' OR lastTagged IS NULL)");
+    const auto ended = tag(20);
+    EXPECT_EQ(stored("SELECT count(lastTagged) FROM Track"), 19) << "nobody else's fail with it";
+    EXPECT_THAT(ended.errors, testing::Contains(testing::Field(&TaggingErrorLine::common,
+                                                               "The library store refuses the tags")));
+    reportLeftOvers();
+    EXPECT_TRUE(log.contains("a batch of 10 tracks was under way"));
+}
+
 TEST_F(Tagging, ClearsAndMarksAndStoresWhatAStoppedClearingHasDone) {
     tag(3);
     writer->failingName = "1.mp3";
