@@ -169,8 +169,9 @@ TEST(HttpClient, RefusesBeforeTheNetwork) {
         {server.address(), {"Authorization", std::string("Bearer a\0b", 10)}, Code::invalidHeader},
         {server.address(), {"A: b\r\nC", "d"}, Code::invalidHeader},
     };
-    for (const std::string url : {"", "not a url", "/api/graphql", "file:///etc/passwd", "http:///path",
-                                  (server.address() + "\r\nX: y").c_str()})
+    for (const std::string& url :
+         std::vector<std::string>{"", "not a url", "/api/graphql", "file:///etc/passwd", "http:///path",
+                                  server.address() + "\r\nX: y"})
         rows.push_back({url, {"A", "b"}, Code::badURL});
     for (const char* value : {"Bearer a\r\nX-Admin: 1", "Bearer a\n", "Bearer \x7f"})
         rows.push_back({server.address(), {"Authorization", value}, Code::invalidHeader});
