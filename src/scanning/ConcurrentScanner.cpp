@@ -157,7 +157,7 @@ Task<void> ConcurrentScanner::scanFiles(std::shared_ptr<Scan> scan) {
     std::unordered_set<std::string> seen;
     seen.reserve(scan->results.size());
     for (ProcessResult& result : scan->results)
-        seen.insert(std::move(result.fileInfo.relPath));
+        seen.insert(std::move(result.relPath));
     scan->results = std::vector<ProcessResult>();
     // Files of a drive that went away in the middle of the walk are not missing: nobody looked for them.
     if (root && files::identityOf(scan->rootPath) != root)
@@ -236,7 +236,7 @@ Task<void> ConcurrentScanner::readFiles(std::shared_ptr<Scan> scan, Date stageSt
     log::line("⚡ [SEQUENTIAL] Processing {} files in the order of discovery, in blocks of {}", count,
               ReadStage::filesPerBlock);
     const auto progress = [this, count, stageStart](std::size_t processed, const ProcessResult& last) {
-        progressActor_.update(static_cast<std::int64_t>(processed), last.fileInfo.relPath);
+        progressActor_.update(static_cast<std::int64_t>(processed), last.relPath);
         if (processed % filesPerLogLine == 0)
             log::line("📊 [SEQUENTIAL] Processed {}/{} files ({:.1f} files/sec)", processed, count,
                       filesPerSecond(processed, clock_.secondsSince(stageStart)));

@@ -90,7 +90,7 @@ Task<void> DeferredSave::recordFiles() {
             const double seconds = clock_.secondsSince(start);
             log::line("⚙️ [DEFERRED] Database processing: {}/{} | Avg: {:.4f}s/file | Total: {:.2f}s", i,
                       results_.size(), seconds / static_cast<double>(std::max<std::size_t>(i, 1)), seconds);
-            progress_.update(static_cast<std::int64_t>(i), "Saving " + results_[i].fileInfo.relPath);
+            progress_.update(static_cast<std::int64_t>(i), "Saving " + results_[i].relPath);
         }
         co_await recordFile(i);
         if ((i + 1) % filesPerSave == 0) {
@@ -102,13 +102,12 @@ Task<void> DeferredSave::recordFiles() {
 }
 
 void DeferredSave::logFailure(const ProcessResult& result) {
-    const std::string& relPath = result.fileInfo.relPath;
     if (result.error) {
         ++stats_.errorCount;
-        log::line("❌ [DEFERRED] File has error: {}", relPath);
+        log::line("❌ [DEFERRED] File has error: {}", result.relPath);
         log::line("❌ [DEFERRED]   Error: {}", describe(result.error));
     } else {
-        log::line("⚠️ [DEFERRED] File has no metadata: {}", relPath);
+        log::line("⚠️ [DEFERRED] File has no metadata: {}", result.relPath);
         log::line(
             "⚠️ [DEFERRED]   This shouldn't happen - error should be set if metadata extraction failed");
     }
@@ -145,20 +144,20 @@ Task<void> DeferredSave::recordFile(std::size_t index) {
         co_return;
     }
     Timing timing;
-    const auto existing = existingFiles_.find(result.fileInfo.relPath);
+    const auto existing = existingFiles_.find(result.relPath);
     const bool isNew = existing == existingFiles_.end();
     timing.lookup = clock_.secondsSince(start);
     const bool isUnchanged = !isNew && existing->second->quickSig == result.quickSig;
     if (isNew) {
         ++stats_.newCount;
-        co_await prepareAttachment(makeFile(result.fileInfo), index, timing);
+        co_await prepareAttachment(makeFile(*result.fileInfo), index, timing);
     } else {
-        refreshFile(existing->second, result.fileInfo, isUnchanged);
+        refreshFile(existing->second, *result.fileInfo, isUnchanged);
         if (!isUnchanged) co_await prepareAttachment(existing->second, index, timing);
     }
     if (isUnchanged) result.metadata.reset();
     logDetail(index, start, timing);
-    result.fileInfo.absPath = result.fileInfo.filename = std::string(); // the record has its own
+    result.fileInfo.reset(); // the record has its own
 }
 
 Task<void> DeferredSave::prepareAttachment(FileItemRef file, std::size_t index, Timing& timing) {
@@ -189,8 +188,7 @@ Task<bool> DeferredSave::writeAudioProperties(FileItemRef file, std::size_t inde
                                                            metadata.samplerateHz, metadata.channels);
         co_return true;
     } catch (const std::exception& failure) {
-        log::line("❌ [PHASE 1] Failed to update file info for {}: {}", result.fileInfo.relPath,
-                  describe(failure));
+        log::line("❌ [PHASE 1] Failed to update file info for {}: {}", result.relPath, describe(failure));
         log::line("❌ [PHASE 1]   File will be skipped for track processing!");
         ++stats_.errorCount;
         co_return false;
@@ -201,7 +199,7 @@ void DeferredSave::logDetail(std::size_t index, Date start, const Timing& timing
     const double total = clock_.secondsSince(start);
     if (total <= 0.1 && index % 100 != 0) return;
     log::line("📊 [DETAIL] File {} ({}): lookup {:.4f}s fileRepo={:.4f}s total={:.4f}s", index,
-              results_[index].fileInfo.filename, timing.lookup, timing.fileRepository, total);
+              results_[index].fileInfo->filename, timing.lookup, timing.fileRepository, total);
 }
 
 Task<void> DeferredSave::upsertTracks() {
@@ -262,7 +260,7 @@ Task<void> DeferredSave::attachFiles() {
             co_await repositories_.tracks.linkFile(file, track);
         } else {
             log::line("⚠️ [ATTACHMENT] No track in results for file: {} (index: {})",
-                      results_[attachments_[i].result].fileInfo.relPath, i);
+                      results_[attachments_[i].result].relPath, i);
             ++failures;
         }
         FileItemFields& fields = file->edit();

@@ -6,6 +6,7 @@
 #include "scanning/Scanner.hpp"
 
 #include <cstddef>
+#include <deque>
 #include <vector>
 
 namespace velto {
@@ -62,7 +63,7 @@ class DeferredSave {
     std::vector<ProcessResult>& results_;
     ScanStats& stats_;
     FilesByPath existingFiles_;
-    std::vector<Attachment> attachments_;
+    std::deque<Attachment> attachments_; ///< no vector: with a million files its growth is felt
     Turn turn_;
 };
 

@@ -78,14 +78,15 @@ Task<bool> ReadStage::work(Reading& reading) {
 
 Task<void> ReadStage::readFile(Reading& reading, std::size_t index) {
     ProcessResult& result = reading.results[index];
-    result.fileInfo = std::move(reading.files[index]);
+    result.fileInfo = std::make_unique<FileSystemInfo>(std::move(reading.files[index]));
+    result.relPath = result.fileInfo->relPath;
     try {
-        AudioMetadata metadata = co_await extractor_.extractMetadata(result.fileInfo.absPath);
+        AudioMetadata metadata = co_await extractor_.extractMetadata(result.fileInfo->absPath);
         result.metadata = std::make_unique<AudioMetadata>(std::move(metadata));
     } catch (...) {
         result.error = std::current_exception();
     }
-    result.quickSig = signatures_.quickSig(result.fileInfo);
+    result.quickSig = signatures_.quickSig(*result.fileInfo);
 }
 
 void ReadStage::blockRead(Reading& reading, std::size_t block) {

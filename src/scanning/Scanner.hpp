@@ -54,8 +54,9 @@ class Scanner {
 
 /// One file's outcome of the read stage, held until the save.
 struct ProcessResult {
-    FileSystemInfo fileInfo;
-    std::unique_ptr<AudioMetadata> metadata; ///< null once it is used, and after an error
+    std::string relPath;
+    std::unique_ptr<FileSystemInfo> fileInfo; ///< null once the file has its record
+    std::unique_ptr<AudioMetadata> metadata;  ///< null once it is used, and after an error
     std::string quickSig;
     std::exception_ptr error;
 };

@@ -56,7 +56,7 @@ Task<void> TrackRepository::preloadCache(std::size_t expected) {
     trackCache_.reserve(modelContext_.count<Track>() + expected);
     std::size_t count = 0;
     const auto keep = [&](const TrackRef& track) {
-        trackCache_.insert_or_assign(track->canonicalSig, track);
+        keepInCache(track);
         ++count;
     };
     co_await model::forEachInTurns<Track>(modelContext_, keep);
@@ -66,14 +66,42 @@ Task<void> TrackRepository::preloadCache(std::size_t expected) {
     log::line("✅ [CACHE] Pre-loaded {} tracks in {:.2f}s", count, clock_.secondsSince(start));
 }
 
+std::size_t TrackRepository::SignatureHash::operator()(std::string_view signature) const {
+    return std::hash<std::string_view>()(signature);
+}
+
+std::size_t TrackRepository::SignatureHash::operator()(const TrackRef& track) const {
+    return (*this)(std::string_view(track->canonicalSig));
+}
+
+bool TrackRepository::SameSignature::operator()(const TrackRef& left, const TrackRef& right) const {
+    return left->canonicalSig == right->canonicalSig;
+}
+
+bool TrackRepository::SameSignature::operator()(std::string_view left, const TrackRef& right) const {
+    return left == right->canonicalSig;
+}
+
+bool TrackRepository::SameSignature::operator()(const TrackRef& left, std::string_view right) const {
+    return left->canonicalSig == right;
+}
+
+/// In place of a deleted track of the same signature.
+void TrackRepository::keepInCache(const TrackRef& track) {
+    const auto [place, isNew] = trackCache_.insert(track);
+    if (isNew || *place == track) return;
+    trackCache_.erase(place);
+    trackCache_.insert(track);
+}
+
 /// By the cache, else by a fetch. A cached track that was deleted since counts as a miss.
 TrackRef TrackRepository::lookUp(const std::string& canonicalSig) {
     const Date start = clock_.now();
-    const auto cached = trackCache_.find(canonicalSig);
-    if (cached != trackCache_.end() && !cached->second->isDeleted()) {
+    const auto cached = trackCache_.find(std::string_view(canonicalSig));
+    if (cached != trackCache_.end() && !(*cached)->isDeleted()) {
         if (const double time = clock_.secondsSince(start); time > slowLookup)
             log::line("💰 [CACHE HIT] Track lookup for {}... took {:.3f}s", beginningOf(canonicalSig), time);
-        return cached->second;
+        return *cached;
     }
     const Date fetchStart = clock_.now();
     TrackRef track = modelContext_.findUnique<Track>("canonicalSig", canonicalSig);
@@ -90,10 +118,10 @@ Task<TrackRef> TrackRepository::upsertTrack(TrackMetadata metadata) {
     if (track) {
         update(track, std::move(metadata));
     } else {
-        track = model::make<Track>(signature, std::move(metadata));
+        track = model::make<Track>(std::move(signature), std::move(metadata));
         modelContext_.insert(track);
     }
-    trackCache_.insert_or_assign(std::move(signature), track);
+    keepInCache(track);
     pendingSaves = true;
     co_return track;
 }

@@ -6,7 +6,8 @@
 
 #include <cstddef>
 #include <string>
-#include <unordered_map>
+#include <string_view>
+#include <unordered_set>
 
 namespace velto {
 
@@ -35,12 +36,26 @@ class TrackRepository {
     bool pendingSaves = false;
 
   private:
+    /// By canonicalSig, which a track keeps for life: the cache needs no copy of it.
+    struct SignatureHash {
+        using is_transparent = void;
+        std::size_t operator()(std::string_view signature) const;
+        std::size_t operator()(const TrackRef& track) const;
+    };
+    struct SameSignature {
+        using is_transparent = void;
+        bool operator()(const TrackRef& left, const TrackRef& right) const;
+        bool operator()(std::string_view left, const TrackRef& right) const;
+        bool operator()(const TrackRef& left, std::string_view right) const;
+    };
+
     [[nodiscard]] TrackRef lookUp(const std::string& canonicalSig);
+    void keepInCache(const TrackRef& track);
 
     ModelContext& modelContext_;
     const Clock& clock_;
     const GenreTextParser* genreTextParser_;
-    std::unordered_map<std::string, TrackRef> trackCache_; ///< by canonicalSig
+    std::unordered_set<TrackRef, SignatureHash, SameSignature> trackCache_;
     bool cachePreloaded_ = false;
 };
 
