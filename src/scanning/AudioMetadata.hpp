@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace velto {
 
@@ -22,5 +23,11 @@ struct AudioMetadata {
 
     bool operator==(const AudioMetadata&) const = default;
 };
+
+/// The same in one run of bytes, a third as large: a scan holds it for every file between reading and saving.
+/// For this process only. Never empty.
+[[nodiscard]] std::string packed(const AudioMetadata& metadata);
+/// What `packed` was given.
+[[nodiscard]] AudioMetadata unpacked(std::string_view bytes);
 
 } // namespace velto

@@ -139,7 +139,7 @@ void DeferredSave::refreshFile(const FileItemRef& file, const FileSystemInfo& in
 Task<void> DeferredSave::recordFile(std::size_t index) {
     ProcessResult& result = results_[index];
     const Date start = clock_.now();
-    if (result.error || !result.metadata) {
+    if (result.error || result.metadata.empty()) {
         logFailure(result);
         co_return;
     }
@@ -155,7 +155,7 @@ Task<void> DeferredSave::recordFile(std::size_t index) {
         refreshFile(existing->second, *result.fileInfo, isUnchanged);
         if (!isUnchanged) co_await prepareAttachment(existing->second, index, timing);
     }
-    if (isUnchanged) result.metadata.reset();
+    if (isUnchanged) std::string().swap(result.metadata); // an assignment would keep its room
     logDetail(index, start, timing);
     result.fileInfo.reset(); // the record has its own
 }
@@ -182,7 +182,7 @@ Task<void> DeferredSave::prepareAttachment(FileItemRef file, std::size_t index, 
 
 Task<bool> DeferredSave::writeAudioProperties(FileItemRef file, std::size_t index) {
     ProcessResult& result = results_[index];
-    const AudioMetadata& metadata = *result.metadata;
+    const AudioMetadata metadata = unpacked(result.metadata);
     try {
         co_await repositories_.files.updateAudioProperties(file, metadata.durationSec, metadata.bitrateKbps,
                                                            metadata.samplerateHz, metadata.channels);
@@ -223,16 +223,17 @@ Task<void> DeferredSave::upsertTracks() {
 }
 
 Task<void> DeferredSave::upsertTrack(std::size_t index) {
-    const std::unique_ptr<AudioMetadata> metadata = std::move(results_[attachments_[index].result].metadata);
+    const AudioMetadata metadata =
+        unpacked(std::exchange(results_[attachments_[index].result].metadata, std::string()));
     log::line("🔍 [TRACK CREATE] Attempting to create track {}: artist={} title={}", index,
-              orNil(metadata->artist), orNil(metadata->title));
+              orNil(metadata.artist), orNil(metadata.title));
     try {
-        TrackMetadata track = trackMetadata(*metadata);
+        TrackMetadata track = trackMetadata(metadata);
         attachments_[index].track = co_await repositories_.tracks.upsertTrack(std::move(track));
         log::line("✅ [TRACK CREATE] Successfully created track {}: {}", index,
-                  metadata->title.value_or("Unknown Title"));
+                  metadata.title.value_or("Unknown Title"));
     } catch (const std::exception& failure) {
-        logUpsertFailure(index, *metadata, failure);
+        logUpsertFailure(index, metadata, failure);
     }
 }
 

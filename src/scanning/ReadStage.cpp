@@ -81,8 +81,7 @@ Task<void> ReadStage::readFile(Reading& reading, std::size_t index) {
     result.fileInfo = std::make_unique<FileSystemInfo>(std::move(reading.files[index]));
     result.relPath = result.fileInfo->relPath;
     try {
-        AudioMetadata metadata = co_await extractor_.extractMetadata(result.fileInfo->absPath);
-        result.metadata = std::make_unique<AudioMetadata>(std::move(metadata));
+        result.metadata = packed(co_await extractor_.extractMetadata(result.fileInfo->absPath));
     } catch (...) {
         result.error = std::current_exception();
     }

@@ -56,7 +56,7 @@ class Scanner {
 struct ProcessResult {
     std::string relPath;
     std::unique_ptr<FileSystemInfo> fileInfo; ///< null once the file has its record
-    std::unique_ptr<AudioMetadata> metadata;  ///< null once it is used, and after an error
+    std::string metadata;                     ///< packed; empty once it is used, and after an error
     std::string quickSig;
     std::exception_ptr error;
 };

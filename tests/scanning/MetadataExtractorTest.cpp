@@ -7,6 +7,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <limits>
+
 namespace velto {
 namespace {
 
@@ -212,6 +214,19 @@ TEST(SimpleMetadataExtractor, FailsWithTheCaseOfEachFault) {
             EXPECT_EQ(error.payload(), each.payload);
         }
         EXPECT_EQ(reporter.errors.size(), each.reported);
+    }
+}
+
+TEST(AudioMetadata, ComesBackFromItsPackedForm) {
+    AudioMetadata all{"artist", "t\xC3\xA4tle \xFF", "album", 3, "House", 124.5, 0.1, 1999, 320, 44100, 2};
+    AudioMetadata some;
+    some.album = "";
+    some.genre = std::string("a\0b", 3) + std::string(70'000, 'x');
+    some.trackNumber = std::numeric_limits<std::int64_t>::min();
+    some.channels = 1;
+    for (const AudioMetadata& metadata : {AudioMetadata(), all, some}) {
+        EXPECT_EQ(unpacked(packed(metadata)), metadata);
+        EXPECT_FALSE(packed(metadata).empty());
     }
 }
 
