@@ -8,7 +8,6 @@
 #include "platform/files/Descriptor.hpp"
 #include "platform/log/Log.hpp"
 #include "scanning/ConcurrentScanner.hpp"
-#include "scanning/FileFinder.hpp"
 #include "scanning/FileSignatureGenerator.hpp"
 #include "scanning/FilesystemScanner.hpp"
 #include "scanning/MetadataExtractor.hpp"
@@ -124,7 +123,7 @@ Cost scan(const fs::path& root, const fs::path& store) {
     Bench bench(store);
     const LibraryRef library = bench.library(root);
     ScanRunRef run;
-    Cost cost = costOf([&] { run = bench.runtime.run(bench.scanner->scanLibrary(library)); });
+    Cost cost = costOf([&] { run = bench.runtime.run(bench.scanner->scanLibrary(library)).run; });
     cost.count = static_cast<double>(run->totalSeen);
     return cost;
 }
@@ -140,8 +139,10 @@ Cost check(const fs::path& root, const fs::path& store) {
 }
 
 Cost bareFind(const fs::path& root) {
-    std::vector<std::string> arguments = findArguments({root.string(), std::nullopt, std::nullopt});
-    arguments.emplace(arguments.begin(), "/usr/bin/find");
+    std::vector<std::string> arguments{"/usr/bin/find", root.string(), "-type", "f", "("};
+    for (const char* extension : {"*.mp3", "*.m4a", "*.aif", "*.aiff", "*.wav", "*.flac"})
+        arguments.insert(arguments.end(), {"-iname", extension, "-o"});
+    arguments.back() = ")";
     return cheapestOf(5, [&] { static_cast<void>(files::runProcess(arguments)); });
 }
 

@@ -138,14 +138,19 @@ Task<void> MainScreenViewModel::clearLocalData() {
     co_await libraries_->clearLocalData();
 }
 
-Task<ScanOutcome> MainScreenViewModel::refreshSelectedLibrary() {
+Task<ScanOutcome> MainScreenViewModel::refreshSelectedLibrary(MissingFiles missing) {
     const auto self = shared_from_this();
     const LibraryRef library = selectedLibrary;
     if (!library) {
         log::line("🔴 [SCAN DEBUG] No library selected, aborting scan");
         co_return ScanOutcome{};
     }
-    co_return co_await scanning_->scan(library);
+    co_return co_await scanning_->scan(library, missing);
+}
+
+Task<ScanOutcome> MainScreenViewModel::scanAcceptingMissing(LibraryRef library) {
+    const auto self = shared_from_this();
+    co_return co_await scanning_->scan(std::move(library), MissingFiles::accept);
 }
 
 Task<void> MainScreenViewModel::checkForNewFiles(std::weak_ptr<MainScreenViewModel> viewModel,

@@ -91,7 +91,9 @@ class MainScreenViewModel final : public MainScreenState,
     Task<void> clearLocalData();
 
     // Scanning: see ScanningFlow.
-    Task<ScanOutcome> refreshSelectedLibrary();
+    Task<ScanOutcome> refreshSelectedLibrary(MissingFiles missing = MissingFiles::ask);
+    /// The answer yes to `missingQuestion`; the answer no is to clear it.
+    Task<ScanOutcome> scanAcceptingMissing(LibraryRef library);
     /// Looks in each library's folder for files that the store does not know, and scans if there are any. The
     /// state object may go meanwhile.
     static Task<void> checkForNewFiles(std::weak_ptr<MainScreenViewModel> viewModel,

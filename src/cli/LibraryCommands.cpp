@@ -2,6 +2,7 @@
 
 #include "flows/LibraryCreationError.hpp"
 #include "platform/text/Printable.hpp"
+#include "platform/text/Text.hpp"
 #include "scanning/ConcurrentScanner.hpp"
 
 namespace velto::cli {
@@ -28,6 +29,27 @@ Task<std::string> failureAt(Context& context, LibraryRef library, std::string te
         root, library->name);
 }
 
+/// The kind of failure that ended the scan, if the scanner itself has said so.
+std::optional<ScannerError::Case> scannerFailure(const ScanOutcome& outcome) {
+    try {
+        if (outcome.failure) std::rethrow_exception(outcome.failure);
+    } catch (const ScannerError& error) {
+        return error.kind();
+    } catch (const std::exception&) { // the text says it
+    }
+    return std::nullopt;
+}
+
+/// Whether the user lets a scan mark most files as missing.
+Task<bool> acceptsMissing(Context& context, std::string text) {
+    const auto asking = [&terminal = context.terminal, text] {
+        return ask(terminal, text + ". Mark them as missing? [y/N]");
+    };
+    const auto answer = co_await offload(context.executors, asking);
+    const std::string said = text::lowercased(text::trimmed(answer.value_or("")));
+    co_return said == "y" || said == "yes";
+}
+
 Task<ScanRunRef> scanSelected(Context& context) {
     const auto viewModel = context.app.viewModel();
     viewModel->errorMessage = std::nullopt;
@@ -35,17 +57,21 @@ Task<ScanRunRef> scanSelected(Context& context) {
         context.terminal.complain("scanning without the backend's list of genres: " + *context.sessionError);
     const auto progress = showProgress(context, *viewModel);
     const LibraryRef library = viewModel->selectedLibrary;
-    const ScanOutcome outcome = co_await viewModel->refreshSelectedLibrary();
+    using Case = ScannerError::Case;
+    ScanOutcome outcome = co_await viewModel->refreshSelectedLibrary(
+        context.options.acceptMissing ? MissingFiles::accept : MissingFiles::ask);
+    if (scannerFailure(outcome) == Case::manyFilesMissing) {
+        if (!co_await acceptsMissing(context, viewModel->missingQuestion->value().text))
+            throw CommandFailed(
+                "nothing was changed: see that the whole drive is there, and scan again; or, if "
+                "the files are gone: veltoctl scan --accept-missing");
+        outcome = co_await viewModel->refreshSelectedLibrary(MissingFiles::accept);
+    }
     co_await viewModel->backgroundWorkFinished();
     if (outcome) co_return outcome.run;
     const std::string text = viewModel->errorMessage->value_or("The scan failed");
-    try {
-        if (outcome.failure) std::rethrow_exception(outcome.failure);
-    } catch (const ScannerError& error) {
-        if (error.kind() == ScannerError::Case::scanCancelled)
-            throw CommandCancelled("the scan was cancelled, nothing of it is stored");
-    } catch (const std::exception&) { // the text says it
-    }
+    if (scannerFailure(outcome) == Case::scanCancelled)
+        throw CommandCancelled("the scan was cancelled, nothing of it is stored");
     const std::string reason = co_await failureAt(context, library, text);
     throw CommandFailed(reason);
 }
@@ -144,9 +170,7 @@ Task<Output> check(Context& context) {
     if (!counted) {
         const std::string text = viewModel->errorMessage->value_or("The check failed");
         const std::string reason = co_await failureAt(context, library, text);
-        // A scan gets along with names that the search cannot read.
-        throw CommandFailed(reason == text ? "the search failed, scan instead: veltoctl scan (" + text + ")"
-                                           : reason);
+        throw CommandFailed(reason);
     }
     const std::size_t found = *counted;
     Output output{fmt::format("{} new file{}.\n", found, found == 1 ? "" : "s"),

@@ -124,10 +124,17 @@ class Parser {
     }
 
     void addTrackCommands() {
-        libraryCommand("scan", "Read every file of a library and bring the store up to date", Command::scan);
-        libraryCommand("check", "Look for files that the store does not know; scan if there are any",
-                       Command::check);
-        addLimit(libraryCommand("tracks", "List a library's tracks", Command::tracks));
+        CLI::App* scan = libraryCommand("scan", "Read every file of a library and bring the store up to date",
+                                        Command::scan);
+        CLI::App* check = libraryCommand(
+            "check", "Look for files that the store does not know; scan if there are any", Command::check);
+        for (CLI::App* sub : {scan, check})
+            sub->add_flag("--accept-missing", options_.acceptMissing,
+                          "Do not ask before most files are marked as missing");
+        CLI::App* tracks = libraryCommand("tracks", "List a library's tracks", Command::tracks);
+        addLimit(tracks);
+        tracks->add_flag("--errors", options_.errorsOnly,
+                         "The files that could not be taken in, and why, instead of the tracks");
         CLI::App* tag = libraryCommand(
             "tag", "Tag the tracks that have no tags yet with AI genres, one credit each", Command::tag);
         addLimit(tag);

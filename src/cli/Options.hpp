@@ -45,6 +45,8 @@ struct Options {
     std::optional<std::string> includeGlob; ///< library add
     std::optional<std::string> excludeGlob; ///< library add
     bool scanAfterAdding = true;            ///< library add
+    bool acceptMissing = false;             ///< scan, check: most files may become missing
+    bool errorsOnly = false;                ///< tracks: the files that could not be taken in
     std::optional<std::size_t> limit;       ///< tracks, tag
     bool again = false;                     ///< tag: also what is tagged already
     bool failedOnly = false;                ///< tag: only what the last run could not

@@ -161,6 +161,7 @@ void Terminal::progress(std::string_view text, std::int64_t done, std::int64_t t
     const bool isSoon = lastText_ == text && now - lastShown_ < (isTerminal ? redrawPause : plainLinePause);
     if (saysNothingNew || (isSoon && (done < total || total == 0))) return;
     std::string line(text);
+    if (total == 0 && done > 0) line += fmt::format(" {} files", done);
     if (total > 0) line += fmt::format(" {} of {} ({}%)", done, total, done * 100 / total);
     if (secondsLeft && done < total) line += fmt::format(", {} left", duration(*secondsLeft));
     lastText_ = text;

@@ -21,8 +21,24 @@ std::string line(const TrackRef& track) {
 
 } // namespace
 
+/// The files of the selected library that the last scan refused.
+Output listErrors(Context& context) {
+    Output output{{}, Json::array(), {}};
+    const LibraryRef library = context.app.viewModel()->selectedLibrary;
+    for (const FileItemRef& file : library->files) {
+        if (file->status != FileStatus::error) continue;
+        if (output.json.size() == context.options.limit.value_or(output.json.max_size())) break;
+        const std::string reason = text::printable(file->errorMsg.value_or("The file could not be taken in"));
+        output.json.push_back({{"path", text::printable(file->absPath)}, {"error", reason}});
+        output.text += text::printable(file->relPath) + ": " + reason + "\n";
+    }
+    if (output.json.empty()) output.text = "No files with errors\n";
+    return output;
+}
+
 Task<Output> listTracks(Context& context) {
     co_await selectNamedLibrary(context);
+    if (context.options.errorsOnly) co_return listErrors(context);
     auto tracks = distinctTracksOf(context.app.viewModel()->selectedLibrary);
     tracks.resize(std::min(tracks.size(), context.options.limit.value_or(tracks.size())));
     Output output;

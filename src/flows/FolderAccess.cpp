@@ -66,6 +66,19 @@ Task<std::optional<std::string>> FolderAccess::restore(LibraryRef library) {
     co_return std::nullopt;
 }
 
+Task<bool> FolderAccess::isOtherDevice(std::string libraryName) {
+    const auto grant = settings_.data(grantKey(libraryName));
+    if (!grant) co_return false;
+    const auto resolving = [bytes = *grant] {
+        try {
+            return FolderGrants::resolve(bytes).isOtherDevice;
+        } catch (const FolderGrantError&) {
+            return false; // whoever opens the folder says why it cannot
+        }
+    };
+    co_return co_await offload(executors_, resolving);
+}
+
 void FolderAccess::stop(const std::string& libraryName) {
     const auto held = held_.find(libraryName);
     if (held == held_.end()) return;

@@ -27,6 +27,10 @@ class FolderAccess {
     /// The user's text if that cannot be done; none if the library was deleted meanwhile.
     Task<std::optional<std::string>> restore(LibraryRef library);
 
+    /// Whether another device than the granted one stands at the library's path; false if that cannot be
+    /// told.
+    Task<bool> isOtherDevice(std::string libraryName);
+
     /// Ends the library's use, if there is one.
     void stop(const std::string& libraryName);
 

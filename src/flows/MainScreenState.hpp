@@ -20,6 +20,13 @@ struct LibraryView {};
 
 using ViewMode = std::variant<LibraryView, PlaylistRef>;
 
+/// A scan did not go on, because most files of the library were not found. Scanning again with
+/// MissingFiles::accept marks them as missing.
+struct MissingQuestion {
+    LibraryRef library;
+    std::string text; ///< the error's
+};
+
 /// What the faces see: every field is observable, and assigning one says so. Each field has one flow that
 /// writes it, but for `errorMessage`, which is for showing and is never read back to decide anything. Main
 /// actor only.
@@ -29,6 +36,7 @@ struct MainScreenState {
     Published<bool> isLoading{false};
     Published<std::optional<std::string>> errorMessage;
     Published<std::optional<ScanProgress>> scanProgress;        ///< present exactly while a scan runs
+    Published<std::optional<MissingQuestion>> missingQuestion;  ///< until that library's next scan begins
     Published<std::optional<TaggingProgress>> taggingProgress;  ///< present while tagging runs
     Published<std::optional<TaggingProgress>> clearingProgress; ///< present while clearTags runs
     Published<bool> isShowingAddLibrary{false};

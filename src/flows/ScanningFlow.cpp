@@ -36,11 +36,11 @@ ScanningFlow::ScanningFlow(const FlowContext& context, ConcurrentScanner& scanne
         if (running_ && progress) state_.scanProgress = progress;
     })) {}
 
-Task<ScanOutcome> ScanningFlow::scan(LibraryRef library) {
-    co_return co_await scanInTurn(std::move(library), AskedBy::user);
+Task<ScanOutcome> ScanningFlow::scan(LibraryRef library, MissingFiles missing) {
+    co_return co_await scanInTurn(std::move(library), AskedBy::user, missing);
 }
 
-Task<ScanOutcome> ScanningFlow::scanInTurn(LibraryRef library, AskedBy askedBy) {
+Task<ScanOutcome> ScanningFlow::scanInTurn(LibraryRef library, AskedBy askedBy, MissingFiles missing) {
     const std::size_t stops = stops_;
     const auto hasToWait = [&] {
         return running_ &&
@@ -51,10 +51,10 @@ Task<ScanOutcome> ScanningFlow::scanInTurn(LibraryRef library, AskedBy askedBy) 
         co_await other->finished.wait();
     }
     if (library->isDeleted() || isHeld(library) || stops != stops_) co_return ScanOutcome{};
-    co_return co_await runScan(library, askedBy);
+    co_return co_await runScan(library, askedBy, missing);
 }
 
-Task<ScanOutcome> ScanningFlow::runScan(LibraryRef library, AskedBy askedBy) {
+Task<ScanOutcome> ScanningFlow::runScan(LibraryRef library, AskedBy askedBy, MissingFiles missing) {
     // A user's scan under way keeps its progress: the scanner refuses this one.
     const auto started =
         running_ ? nullptr : std::make_shared<RunningScan>(library, askedBy, context_.executors.main);
@@ -65,8 +65,11 @@ Task<ScanOutcome> ScanningFlow::runScan(LibraryRef library, AskedBy askedBy) {
         state_.scanProgress = progress;
     }
     ScanOutcome outcome;
+    std::vector<std::string> orphans;
     try {
-        outcome.run = co_await scanner_.scanLibrary(library);
+        FinishedScan finished = co_await scanned(library, started, missing);
+        outcome.run = std::move(finished.run);
+        orphans = std::move(finished.orphanedTracks);
         const ScanRunRef& run = outcome.run;
         log::line("Import completed: {} files, {} new, {} changed, {} missing, {} errors", run->totalSeen,
                   run->newCount, run->changedCount, run->missingCount, run->errorCount);
@@ -74,13 +77,13 @@ Task<ScanOutcome> ScanningFlow::runScan(LibraryRef library, AskedBy askedBy) {
         outcome.failure = std::current_exception();
         log::line("Import failed: {}", describe(error));
         const bool isNews = !library->isDeleted() && !(started && started->isQuiet);
-        if (isNews) state_.errorMessage = "Import failed: " + describe(error);
+        if (isNews) tellFailure(library, error);
     }
     if (started) {
         state_.scanProgress = std::nullopt;
         started->isLeaving = true; // the next one waits until what this one found is on show
     }
-    if (outcome && !library->isDeleted()) co_await afterScan(library);
+    if (outcome && !library->isDeleted()) co_await afterScan(library, std::move(orphans));
     if (started) {
         running_ = nullptr;
         started->finished.set();
@@ -88,8 +91,29 @@ Task<ScanOutcome> ScanningFlow::runScan(LibraryRef library, AskedBy askedBy) {
     co_return outcome;
 }
 
-Task<void> ScanningFlow::afterScan(LibraryRef library) {
-    std::vector<std::string> orphans = scanner_.lastScanOrphanedTracks();
+/// `started` is null if another scan is under way, which the scanner says.
+Task<FinishedScan> ScanningFlow::scanned(LibraryRef library, std::shared_ptr<RunningScan> started,
+                                         MissingFiles missing) {
+    ScanTerms terms;
+    terms.acceptsMissing = missing == MissingFiles::accept;
+    if (started) {
+        if (state_.missingQuestion.get() && state_.missingQuestion.get()->library == library)
+            state_.missingQuestion = std::nullopt;
+        terms.isOtherDevice = co_await folderAccess_.isOtherDevice(library->name);
+        if (started->isLeaving) throw ScannerError(ScannerError::Case::scanCancelled);
+    }
+    co_return co_await scanner_.scanLibrary(library, terms);
+}
+
+void ScanningFlow::tellFailure(const LibraryRef& library, const std::exception& error) {
+    const auto* failure = dynamic_cast<const ScannerError*>(&error);
+    if (failure != nullptr && failure->kind() == ScannerError::Case::manyFilesMissing)
+        state_.missingQuestion = MissingQuestion{library, describe(error)};
+    else
+        state_.errorMessage = "Import failed: " + describe(error);
+}
+
+Task<void> ScanningFlow::afterScan(LibraryRef library, std::vector<std::string> orphans) {
     try {
         if (state_.selectedLibrary.get() == library) {
             auto scanned = co_await loading_.getAllTracksForLibrary(library);
@@ -127,7 +151,8 @@ Task<std::optional<std::size_t>> ScanningFlow::checkOne(LibraryRef library, std:
     if (library->isDeleted() || stops != stops_) co_return std::nullopt;
     const auto found = co_await countNewFiles(library);
     // The library that was looked at is scanned, whichever is selected by now.
-    if (found.value_or(0) > 0 && stops == stops_) co_await scanInTurn(library, AskedBy::check);
+    if (found.value_or(0) > 0 && stops == stops_)
+        co_await scanInTurn(library, AskedBy::check, MissingFiles::ask);
     co_return found;
 }
 
@@ -135,9 +160,15 @@ Task<std::optional<std::size_t>> ScanningFlow::countNewFiles(LibraryRef library)
     if (auto refused = co_await folderAccess_.restore(library)) state_.errorMessage = std::move(refused);
     if (library->isDeleted()) co_return std::nullopt;
     try {
-        const auto found = co_await scanner_.findUnindexedFiles(library);
+        const CancellationToken token = looking_;
+        ScanTerms terms;
+        terms.isOtherDevice = co_await folderAccess_.isOtherDevice(library->name);
+        if (library->isDeleted()) co_return std::nullopt;
+        const auto found = co_await scanner_.findUnindexedFiles(library, terms, token);
         if (library->isDeleted()) co_return std::nullopt;
         co_return found.size();
+    } catch (const CancellationError&) {
+        co_return std::nullopt;
     } catch (const std::exception& error) {
         if (library->isDeleted()) co_return std::nullopt;
         context_.crashReporter.recordError(error);
@@ -150,7 +181,13 @@ Task<std::optional<std::size_t>> ScanningFlow::scanForNewTracks(LibraryRef libra
     co_return co_await checkOne(std::move(library), stops_);
 }
 
+void ScanningFlow::stopChecks() {
+    looking_.cancel();
+    looking_ = CancellationToken();
+}
+
 Task<void> ScanningFlow::cancel() {
+    stopChecks();
     const auto running = running_;
     if (running) running->isLeaving = true;
     co_await scanner_.cancelScan();
@@ -171,6 +208,7 @@ Task<ScanningFlow::Hold> ScanningFlow::hold(LibraryRef library) {
 
 Task<ScanningFlow::Hold> ScanningFlow::holdAll() {
     ++stops_;
+    stopChecks();
     co_return co_await hold(nullptr);
 }
 

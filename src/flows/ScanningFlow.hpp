@@ -1,6 +1,7 @@
 #pragma once
 
 #include "flows/FlowContext.hpp"
+#include "platform/concurrency/TaskHandle.hpp"
 
 #include <cstddef>
 #include <exception>
@@ -14,6 +15,7 @@ class ConcurrentScanner;
 class FolderAccess;
 class LoadingFlow;
 class SyncFlow;
+struct FinishedScan;
 
 /// How a scan that somebody asked for ended: the finished run, or why there is none.
 struct ScanOutcome {
@@ -22,6 +24,10 @@ struct ScanOutcome {
 
     explicit operator bool() const { return static_cast<bool>(run); }
 };
+
+/// What a scan does if it finds most files of a library gone: asks (by failing, and `missingQuestion`), or
+/// marks them as missing.
+enum class MissingFiles { ask, accept };
 
 /// Scans, and the checks for new files that lead to one. One scan runs at a time: a scan that a check starts
 /// waits its turn, and a user's scan waits for a check's; a user's second scan is refused by the scanner.
@@ -35,7 +41,7 @@ class ScanningFlow {
     /// Scans to the end, after a cancelled scan that is still on its way out. A failure is shown, unless the
     /// library went meanwhile or the program itself stopped the scan. Nothing happens if the library is
     /// deleted or held, or if scans are stopped while this one waits.
-    Task<ScanOutcome> scan(LibraryRef library);
+    Task<ScanOutcome> scan(LibraryRef library, MissingFiles missing = MissingFiles::ask);
 
     /// Starts the check of those libraries in the background, one after the other.
     void startCheck(std::vector<LibraryRef> libraries);
@@ -49,7 +55,7 @@ class ScanningFlow {
     Task<std::optional<std::size_t>> scanForNewTracks(LibraryRef library);
 
     /// The user's wish: asks the running scan to stop and waits for its end, which says that it was
-    /// cancelled.
+    /// cancelled. A look for new files under way finds nothing.
     Task<void> cancel();
 
     /// Keeps scans from beginning for as long as it lives.
@@ -69,9 +75,13 @@ class ScanningFlow {
                                std::vector<LibraryRef> libraries, std::size_t stops);
     Task<std::optional<std::size_t>> checkOne(LibraryRef library, std::size_t stops);
 
-    Task<ScanOutcome> scanInTurn(LibraryRef library, AskedBy askedBy);
-    Task<ScanOutcome> runScan(LibraryRef library, AskedBy askedBy);
-    Task<void> afterScan(LibraryRef library);
+    Task<ScanOutcome> scanInTurn(LibraryRef library, AskedBy askedBy, MissingFiles missing);
+    Task<ScanOutcome> runScan(LibraryRef library, AskedBy askedBy, MissingFiles missing);
+    Task<FinishedScan> scanned(LibraryRef library, std::shared_ptr<RunningScan> started,
+                               MissingFiles missing);
+    void tellFailure(const LibraryRef& library, const std::exception& error);
+    Task<void> afterScan(LibraryRef library, std::vector<std::string> orphans);
+    void stopChecks();
     [[nodiscard]] bool isHeld(const LibraryRef& library);
 
     FlowContext context_;
@@ -82,6 +92,7 @@ class ScanningFlow {
     SyncFlow& sync_;
     std::shared_ptr<RunningScan> running_;               ///< null while none runs
     std::vector<std::weak_ptr<const LibraryRef>> holds_; ///< of a null library: of all
+    CancellationToken looking_;                          ///< of the looks for new files under way
     std::size_t stops_ = 0; ///< how often everything was stopped: what waited then does not begin
     Subscription progress_;
 };

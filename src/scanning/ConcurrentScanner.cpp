@@ -3,6 +3,7 @@
 #include "media/ReadAhead.hpp"
 #include "platform/core/Error.hpp"
 #include "platform/files/FileAttributes.hpp"
+#include "platform/files/ServiceError.hpp"
 #include "platform/log/Log.hpp"
 #include "platform/model/InBackground.hpp"
 #include "scanning/DeferredSave.hpp"
@@ -11,8 +12,12 @@
 #include "scanning/MetadataExtractor.hpp"
 #include "scanning/ReadStage.hpp"
 #include "scanning/UnindexedFiles.hpp"
+#include "scanning/UnseenFiles.hpp"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <unordered_set>
 #include <utility>
 
 namespace velto {
@@ -27,21 +32,25 @@ constexpr std::size_t filesPerLogLine = 100;
 struct ConcurrentScanner::Scan {
     LibraryRef library; ///< its fields are read on the main actor only
     std::string name;
-    std::string rootPath;
-    std::optional<std::string> includeGlob;
-    std::optional<std::string> excludeGlob;
+    WalkSettings folder;
+    ScanTerms terms;
     CancellationToken token;
-    std::optional<TaskHandle<ScanRunRef>> predecessor; ///< a cancelled scan that may still wind down
+    std::optional<TaskHandle<FinishedScan>> predecessor; ///< a cancelled scan that may still wind down
     Date startTime;
     ScanRunRef run;
     ScanStats stats;
-    std::vector<FileSystemInfo> discovered;
+    FolderContents discovered;
     std::vector<ProcessResult> results;
+    std::optional<UnseenFiles> unseen;
+    std::vector<TrackRef> leftTracks; ///< by one of their files
+    std::vector<std::string> orphanedTracks;
     std::optional<ScanRepositories> repositories;
 
     /// Frees what grows with the library; for the pool, as it takes longer than a frame.
     void release() {
-        discovered = std::vector<FileSystemInfo>(); // `= {}` would keep its room
+        discovered = FolderContents();
+        unseen.reset();
+        leftTracks = std::vector<TrackRef>(); // `= {}` would keep its room
         results = std::vector<ProcessResult>();
         repositories.reset();
     }
@@ -58,23 +67,24 @@ ConcurrentScanner::ConcurrentScanner(ScannerDependencies dependencies, ModelCont
     , crashReporter_(crashReporter)
     , progressActor_(clock) {}
 
-Task<std::vector<std::filesystem::path>> ConcurrentScanner::findUnindexedFiles(LibraryRef library) {
-    return unindexedFiles(modelContext_, executors_, std::move(library));
+Task<std::vector<std::filesystem::path>>
+ConcurrentScanner::findUnindexedFiles(LibraryRef library, ScanTerms terms, CancellationToken token) {
+    return unindexedFiles(modelContext_, executors_, *dependencies_.filesystemScanner, std::move(library),
+                          terms, std::move(token));
 }
 
-Task<ScanRunRef> ConcurrentScanner::scanLibrary(LibraryRef library) {
+Task<FinishedScan> ConcurrentScanner::scanLibrary(LibraryRef library, ScanTerms terms) {
     assertMainActor();
     if (currentScanTask_) throw ScannerError(ScannerError::Case::scanAlreadyInProgress);
     auto scan = std::make_shared<Scan>();
     scan->library = library;
     scan->name = library->name;
-    scan->rootPath = library->rootPath;
-    scan->includeGlob = library->includeGlob;
-    scan->excludeGlob = library->excludeGlob;
+    scan->folder = {library->rootPath, library->includeGlob, library->excludeGlob};
+    scan->terms = terms;
     scan->predecessor = latestScanTask_;
     const std::uint64_t number = ++scansStarted_;
     const auto handle =
-        TaskHandle<ScanRunRef>::start(executors_, executors_.pool, scanBody(scan), scan->token);
+        TaskHandle<FinishedScan>::start(executors_, executors_.pool, scanBody(scan), scan->token);
     currentScanTask_ = handle;
     latestScanTask_ = handle;
 
@@ -107,10 +117,10 @@ Published<std::optional<ScanProgress>>& ConcurrentScanner::observableProgress() 
     return progressActor_.current();
 }
 
-Task<ScanRunRef> ConcurrentScanner::scanBody(std::shared_ptr<Scan> scan) {
+Task<FinishedScan> ConcurrentScanner::scanBody(std::shared_ptr<Scan> scan) {
     if (scan->predecessor) co_await runOn(executors_.main, awaitPredecessor(scan));
-    if (!files::isDirectory(scan->rootPath))
-        throw ScannerError(ScannerError::Case::libraryNotAccessible, scan->rootPath);
+    if (!files::isDirectory(scan->folder.rootPath))
+        throw ScannerError(ScannerError::Case::libraryNotAccessible, scan->folder.rootPath);
     crashReporter_.log("Starting library scan: " + scan->name);
     co_await runOn(executors_.main, openRun(scan));
     std::exception_ptr failure;
@@ -124,7 +134,8 @@ Task<ScanRunRef> ConcurrentScanner::scanBody(std::shared_ptr<Scan> scan) {
         co_await runOn(executors_.main, recordFailure(scan, failure));
         std::rethrow_exception(failure);
     }
-    co_return scan->run;
+    FinishedScan finished{scan->run, std::move(scan->orphanedTracks)};
+    co_return finished;
 }
 
 Task<void> ConcurrentScanner::awaitPredecessor(std::shared_ptr<Scan> scan) {
@@ -134,9 +145,8 @@ Task<void> ConcurrentScanner::awaitPredecessor(std::shared_ptr<Scan> scan) {
 
 Task<void> ConcurrentScanner::openRun(std::shared_ptr<Scan> scan) {
     if (scan->library->isDeleted())
-        throw ScannerError(ScannerError::Case::libraryNotAccessible, scan->rootPath);
+        throw ScannerError(ScannerError::Case::libraryNotAccessible, scan->folder.rootPath);
     scan->startTime = clock_.now();
-    lastScanOrphanedTracks_.clear();
     co_await setProgress(scan, ImportPhase::discovering, 0, "Starting scan...", scan->startTime);
     scan->repositories.emplace(modelContext_, executors_, clock_, genreTextParser_);
     try {
@@ -150,19 +160,18 @@ Task<void> ConcurrentScanner::openRun(std::shared_ptr<Scan> scan) {
 }
 
 Task<void> ConcurrentScanner::scanFiles(std::shared_ptr<Scan> scan) {
-    const auto root = files::identityOf(scan->rootPath);
+    const auto root = files::identityOf(scan->folder.rootPath);
     co_await discover(scan);
-    co_await processFiles(scan);
-    // Made and freed here, on the pool: with many files either takes longer than a frame.
-    std::unordered_set<std::string> seen;
-    seen.reserve(scan->results.size());
-    for (ProcessResult& result : scan->results)
-        seen.insert(std::move(result.relPath));
-    scan->results = std::vector<ProcessResult>();
-    // Files of a drive that went away in the middle of the walk are not missing: nobody looked for them.
-    if (root && files::identityOf(scan->rootPath) != root)
-        throw ScannerError(ScannerError::Case::libraryNotAccessible, scan->rootPath);
-    co_await runOn(executors_.main, markMissing(scan, seen));
+    const Date start = clock_.now();
+    co_await processFiles(scan, start);
+    // Files of a drive that went away meanwhile are neither missing nor damaged: nobody could look at them.
+    const auto rootNow = files::identityOf(scan->folder.rootPath);
+    if (!rootNow) throw ScannerError::notAccessible(scan->folder.rootPath, std::strerror(errno));
+    if (root && rootNow != root)
+        throw ScannerError::notAccessible(scan->folder.rootPath, ScannerError::notMounted);
+    co_await findUnseen(scan);
+    co_await saveResults(scan, start);
+    co_await runOn(executors_.main, markMissing(scan));
     co_await runOn(executors_.main, findOrphanedTracks(scan));
     scan->release();
     co_await runOn(executors_.main, closeRun(scan));
@@ -193,46 +202,42 @@ Task<void> ConcurrentScanner::closeRun(std::shared_ptr<Scan> scan) {
 Task<void> ConcurrentScanner::discover(std::shared_ptr<Scan> scan) {
     co_await runOn(executors_.main,
                    setProgress(scan, ImportPhase::discovering, 0, "Discovering files...", scan->startTime));
-    FileStream stream = co_await dependencies_.filesystemScanner->scanDirectory(
-        scan->rootPath, scan->includeGlob, scan->excludeGlob);
-    while (true) {
-        scan->token.check();
-        std::optional<FileSystemInfo> file = stream.next();
-        if (!file) break;
-        scan->discovered.push_back(std::move(*file));
+    const auto seen = [this, scan](std::size_t files) {
+        // The scan's own end comes to the main actor after all that was posted there.
+        asio::post(executors_.main, [this, scan, files] {
+            if (!scan->token.isCancelled()) progressActor_.discovered(static_cast<std::int64_t>(files));
+        });
+    };
+    const WalkWatch watch{scan->token, seen};
+    try {
+        scan->discovered = co_await dependencies_.filesystemScanner->scanDirectory(scan->folder, watch);
+    } catch (const ServiceError& failure) {
+        if (failure.kind() != ServiceError::Case::directoryAccessFailed) throw;
+        throw ScannerError::notAccessible(scan->folder.rootPath, failure.underlying());
     }
-    crashReporter_.log(fmt::format("Discovered {} files in library", scan->discovered.size()));
+    scan->token.check();
+    crashReporter_.log(fmt::format("Discovered {} files in library", scan->discovered.files.size()));
     co_await runOn(executors_.main, setProgress(scan, ImportPhase::processing,
-                                                static_cast<std::int64_t>(scan->discovered.size()),
+                                                static_cast<std::int64_t>(scan->discovered.files.size()),
                                                 "Starting concurrent processing...", std::nullopt));
 }
 
-Task<void> ConcurrentScanner::processFiles(std::shared_ptr<Scan> scan) {
-    const std::size_t count = scan->discovered.size();
+Task<void> ConcurrentScanner::processFiles(std::shared_ptr<Scan> scan, Date start) {
+    const std::size_t count = scan->discovered.files.size();
     const auto total = static_cast<std::int64_t>(count);
     scan->stats.totalSeen = total;
     log::line("🚀 [DEFERRED] Processing ALL {} files concurrently, saving at END", count);
     log::line("⚡ [DEFERRED] Using {} concurrent workers", ReadStage::workers());
-    const Date start = clock_.now();
     co_await runOn(executors_.main,
                    setProgress(scan, ImportPhase::processing, total, "Starting processing...", start));
     co_await readFiles(scan, start);
     const double readSeconds = clock_.secondsSince(start);
     log::line("🎯 [DEFERRED] File processing completed: {} files in {:.2f}s ({:.1f} files/sec)", count,
               readSeconds, filesPerSecond(count, readSeconds));
-    log::line("💾 [DEFERRED] Starting SINGLE database transaction for {} results", count);
-    const Date saveStart = clock_.now();
-    co_await runOn(executors_.main,
-                   setProgress(scan, ImportPhase::saving, total, "Saving to database...", saveStart));
-    co_await saveResults(scan);
-    const double seconds = clock_.secondsSince(start);
-    log::line("✅ [DEFERRED] Database transaction completed in {:.2f}s", clock_.secondsSince(saveStart));
-    log::line("🏆 [DEFERRED] TOTAL TIME: {:.2f}s ({:.1f} files/sec)", seconds, filesPerSecond(count, seconds));
-    crashReporter_.log(fmt::format("Scan completed: {} files processed in {:.2f}s", count, seconds));
 }
 
 Task<void> ConcurrentScanner::readFiles(std::shared_ptr<Scan> scan, Date stageStart) {
-    const std::size_t count = scan->discovered.size();
+    const std::size_t count = scan->discovered.files.size();
     log::line("⚡ [SEQUENTIAL] Processing {} files in the order of discovery, in blocks of {}", count,
               ReadStage::filesPerBlock);
     const auto progress = [this, count, stageStart](std::size_t processed, const ProcessResult& last) {
@@ -243,7 +248,7 @@ Task<void> ConcurrentScanner::readFiles(std::shared_ptr<Scan> scan, Date stageSt
     };
     ReadStage stage(*dependencies_.metadataExtractor, *dependencies_.signatureGenerator, executors_,
                     scan->token, progress);
-    co_await stage.run(scan->discovered, scan->results);
+    co_await stage.run(scan->discovered.files, scan->results);
 }
 
 /// Neither the library nor tracks that are found for its files are to go meanwhile. Main actor.
@@ -253,18 +258,47 @@ static Task<void> runAlone(std::shared_ptr<LibraryRepository> libraries, Deferre
 }
 
 /// On the pool, where the save's working sets are freed.
-Task<void> ConcurrentScanner::saveResults(std::shared_ptr<Scan> scan) {
+Task<void> ConcurrentScanner::saveResults(std::shared_ptr<Scan> scan, Date start) {
+    const std::size_t count = scan->results.size();
+    log::line("💾 [DEFERRED] Starting SINGLE database transaction for {} results", count);
+    const Date saveStart = clock_.now();
+    co_await runOn(executors_.main, setProgress(scan, ImportPhase::saving, scan->stats.totalSeen,
+                                                "Saving to database...", saveStart));
     if (!scan->repositories)
         throw ScannerError(ScannerError::Case::configurationError, "Batch repositories not initialized");
-    DeferredSave save(*scan->repositories, progressActor_, clock_, scan->library, scan->results, scan->stats);
-    co_await runOn(executors_.main, runAlone(dependencies_.libraryRepository, save));
+    {
+        DeferredSave save(*scan->repositories, progressActor_, clock_, scan->library, scan->results,
+                          scan->unseen->moved(), scan->stats);
+        co_await runOn(executors_.main, runAlone(dependencies_.libraryRepository, save));
+        scan->leftTracks = save.leftTracks();
+    }
+    scan->results = std::vector<ProcessResult>();
+    const double seconds = clock_.secondsSince(start);
+    log::line("✅ [DEFERRED] Database transaction completed in {:.2f}s", clock_.secondsSince(saveStart));
+    log::line("🏆 [DEFERRED] TOTAL TIME: {:.2f}s ({:.1f} files/sec)", seconds, filesPerSecond(count, seconds));
+    crashReporter_.log(fmt::format("Scan completed: {} files processed in {:.2f}s", count, seconds));
 }
 
-Task<void> ConcurrentScanner::markMissing(std::shared_ptr<Scan> scan,
-                                          const std::unordered_set<std::string>& seen) {
+/// On the pool. Throws if what the folder holds is not believed to be the library.
+Task<void> ConcurrentScanner::findUnseen(std::shared_ptr<Scan> scan) {
+    constexpr std::size_t largeLibrary = 20;
+    UnseenFiles& unseen = scan->unseen.emplace(scan->results);
+    co_await runOn(executors_.main, unseen.gather(modelContext_, scan->library, scan->discovered.unread));
+    if (scan->terms.isOtherDevice && unseen.presentBefore() > 0 && unseen.seenAgain() == 0)
+        throw ScannerError::notAccessible(scan->folder.rootPath, ScannerError::notMounted);
+    unseen.matchMoves();
+    unseen.forgetSteps();
+    const bool isMuch =
+        unseen.presentBefore() >= largeLibrary && unseen.newlyGone() > unseen.presentBefore() / 2;
+    if (isMuch && !scan->terms.acceptsMissing)
+        throw ScannerError(ScannerError::Case::manyFilesMissing,
+                           fmt::format("{} of {} files", unseen.newlyGone(), unseen.presentBefore()));
+}
+
+Task<void> ConcurrentScanner::markMissing(std::shared_ptr<Scan> scan) {
     if (!scan->repositories)
         throw ScannerError(ScannerError::Case::configurationError, "Batch file repository not initialized");
-    co_await scan->repositories->files.markMissing(scan->library, seen);
+    co_await scan->repositories->files.markMissing(scan->unseen->gone());
     const auto count = [&](const FileItemRef& file) {
         if (file->library == scan->library && file->status == FileStatus::missing) ++scan->stats.missingCount;
     };
@@ -274,16 +308,13 @@ Task<void> ConcurrentScanner::markMissing(std::shared_ptr<Scan> scan,
 
 Task<void> ConcurrentScanner::findOrphanedTracks(std::shared_ptr<Scan> scan) {
     std::unordered_set<TrackRef> orphans;
-    const auto look = [&](const FileItemRef& file) {
-        if (file->library == scan->library && file->track && file->track->files.empty())
-            orphans.insert(file->track);
-    };
-    co_await model::forEachInTurns<FileItem>(modelContext_, look);
-    lastScanOrphanedTracks_.clear();
+    for (const TrackRef& track : scan->leftTracks)
+        if (!track->isDeleted() && track->files.empty()) orphans.insert(track);
     for (const TrackRef& track : orphans)
-        lastScanOrphanedTracks_.push_back(track->canonicalSig);
+        scan->orphanedTracks.push_back(track->canonicalSig);
     if (!orphans.empty())
         log::line("🗑️ [SCAN] Found {} orphaned track(s) with no files remaining", orphans.size());
+    co_return;
 }
 
 Task<void> ConcurrentScanner::setProgress(std::shared_ptr<Scan> scan, ImportPhase phase, std::int64_t total,

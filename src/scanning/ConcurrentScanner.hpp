@@ -7,7 +7,7 @@
 #include "scanning/Scanner.hpp"
 
 #include <filesystem>
-#include <unordered_set>
+#include <vector>
 
 namespace velto {
 
@@ -23,23 +23,19 @@ class ConcurrentScanner final : public Scanner {
                       const GenreTextParser* genreTextParser, Executors executors, const Clock& clock,
                       CrashReporter& crashReporter);
 
-    Task<ScanRunRef> scanLibrary(LibraryRef library) override;
+    Task<FinishedScan> scanLibrary(LibraryRef library, ScanTerms terms = {}) override;
     Task<void> cancelScan() override;
     Task<std::optional<ScanProgress>> scanProgress() override;
     [[nodiscard]] Published<std::optional<ScanProgress>>& observableProgress() override;
 
     /// Those of `unindexedFiles`.
-    Task<std::vector<std::filesystem::path>> findUnindexedFiles(LibraryRef library);
-
-    /// The canonicalSigs that the last scan found without a file.
-    [[nodiscard]] const std::vector<std::string>& lastScanOrphanedTracks() const {
-        return lastScanOrphanedTracks_;
-    }
+    Task<std::vector<std::filesystem::path>> findUnindexedFiles(LibraryRef library, ScanTerms terms = {},
+                                                                CancellationToken token = {});
 
   private:
     struct Scan;
 
-    Task<ScanRunRef> scanBody(std::shared_ptr<Scan> scan);
+    Task<FinishedScan> scanBody(std::shared_ptr<Scan> scan);
     Task<void> awaitPredecessor(std::shared_ptr<Scan> scan);
     Task<void> openRun(std::shared_ptr<Scan> scan);
     Task<void> scanFiles(std::shared_ptr<Scan> scan);
@@ -47,10 +43,11 @@ class ConcurrentScanner final : public Scanner {
     Task<void> recordFailure(std::shared_ptr<Scan> scan, std::exception_ptr failure);
 
     Task<void> discover(std::shared_ptr<Scan> scan);
-    Task<void> processFiles(std::shared_ptr<Scan> scan);
+    Task<void> processFiles(std::shared_ptr<Scan> scan, Date start);
     Task<void> readFiles(std::shared_ptr<Scan> scan, Date stageStart);
-    Task<void> saveResults(std::shared_ptr<Scan> scan);
-    Task<void> markMissing(std::shared_ptr<Scan> scan, const std::unordered_set<std::string>& seen);
+    Task<void> saveResults(std::shared_ptr<Scan> scan, Date start);
+    Task<void> findUnseen(std::shared_ptr<Scan> scan);
+    Task<void> markMissing(std::shared_ptr<Scan> scan);
     Task<void> findOrphanedTracks(std::shared_ptr<Scan> scan);
 
     /// Begins a stage; without `start` it keeps the start of the stage before.
@@ -65,10 +62,9 @@ class ConcurrentScanner final : public Scanner {
     CrashReporter& crashReporter_;
     ProgressActor progressActor_;
 
-    std::optional<TaskHandle<ScanRunRef>> currentScanTask_;
-    std::optional<TaskHandle<ScanRunRef>> latestScanTask_; ///< may still wind down after its cancellation
+    std::optional<TaskHandle<FinishedScan>> currentScanTask_;
+    std::optional<TaskHandle<FinishedScan>> latestScanTask_; ///< may still wind down after its cancellation
     std::uint64_t scansStarted_ = 0;
-    std::vector<std::string> lastScanOrphanedTracks_;
 };
 
 } // namespace velto

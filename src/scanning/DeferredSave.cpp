@@ -36,6 +36,10 @@ TrackMetadata trackMetadata(const AudioMetadata& metadata) {
     return track;
 }
 
+std::optional<std::int64_t> fileNumber(const FileSystemInfo& info) {
+    return info.fileNumber == 0 ? std::nullopt : std::optional(static_cast<std::int64_t>(info.fileNumber));
+}
+
 void fillCreationDate(const FileItemRef& file, const FileSystemInfo& info) {
     if (!file->creationDate && info.creationDate) file->edit().creationDate = info.creationDate;
 }
@@ -43,12 +47,14 @@ void fillCreationDate(const FileItemRef& file, const FileSystemInfo& info) {
 } // namespace
 
 DeferredSave::DeferredSave(ScanRepositories& repositories, ProgressActor& progress, const Clock& clock,
-                           LibraryRef library, std::vector<ProcessResult>& results, ScanStats& stats)
+                           LibraryRef library, std::vector<ProcessResult>& results,
+                           const std::vector<MovedFile>& moved, ScanStats& stats)
     : repositories_(repositories)
     , progress_(progress)
     , clock_(clock)
     , library_(std::move(library))
     , results_(results)
+    , moved_(moved)
     , stats_(stats) {}
 
 Task<void> DeferredSave::run() {
@@ -74,7 +80,26 @@ Task<void> DeferredSave::prepare() {
     log::line("📋 [DEFERRED] Pre-loading existing files for comparison...");
     existingFiles_ = co_await repositories_.files.filesByPath(library_);
     log::line("📋 [DEFERRED] Found {} existing files in library", existingFiles_.size());
+    co_await applyMoves();
     log::line("⚙️ [DEFERRED] Processing {} results in single transaction...", results_.size());
+}
+
+/// A record that moved is found under its new path from now on, and is one whose signature differs.
+Task<void> DeferredSave::applyMoves() {
+    for (std::size_t i = 0; i < moved_.size(); ++i) {
+        const FileItemRef& record = moved_[i].record;
+        const std::string& path = results_[moved_[i].result].relPath;
+        const auto known = existingFiles_.find(record->relPath);
+        if (record->isDeleted() || known == existingFiles_.end() || known->second != record) continue;
+        log::line("🚚 [DEFERRED] Moved: {} is {} now", record->relPath, path);
+        existingFiles_.erase(known); // its key is the text that changes
+        FileItemFields& fields = record->edit();
+        fields.relPath = path;
+        fields.filename = lastPathComponent(path);
+        fields.ext = pathExtension(path);
+        existingFiles_.emplace(record->relPath, record);
+        co_await giveWay(i);
+    }
 }
 
 Task<void> DeferredSave::giveWay(std::size_t index) {
@@ -101,15 +126,27 @@ Task<void> DeferredSave::recordFiles() {
     }
 }
 
-void DeferredSave::logFailure(const ProcessResult& result) {
-    if (result.error) {
-        ++stats_.errorCount;
-        log::line("❌ [DEFERRED] File has error: {}", result.relPath);
-        log::line("❌ [DEFERRED]   Error: {}", describe(result.error));
-    } else {
+/// A refused file keeps what its record says of it; one without a record gets one, so that it is known and
+/// listed, and no track.
+void DeferredSave::recordFailure(ProcessResult& result) {
+    if (!result.error) {
         log::line("⚠️ [DEFERRED] File has no metadata: {}", result.relPath);
         log::line(
             "⚠️ [DEFERRED]   This shouldn't happen - error should be set if metadata extraction failed");
+        return;
+    }
+    ++stats_.errorCount;
+    const std::string reason = describe(result.error);
+    log::line("❌ [DEFERRED] File has error: {}", result.relPath);
+    log::line("❌ [DEFERRED]   Error: {}", reason);
+    const auto existing = existingFiles_.find(result.relPath);
+    const bool isNew = existing == existingFiles_.end();
+    const FileItemRef file = isNew ? makeFile(*result.fileInfo) : existing->second;
+    if (isNew) file->edit().quickSig = std::move(result.quickSig);
+    if (isNew || file->status != FileStatus::error || file->errorMsg != reason) {
+        file->edit().status = FileStatus::error;
+        file->edit().errorMsg = reason;
+        repositories_.files.pendingSaves = true;
     }
 }
 
@@ -118,6 +155,7 @@ FileItemRef DeferredSave::makeFile(const FileSystemInfo& info) {
     const auto file =
         model::make<FileItem>(info.absPath, info.relPath, name, std::string(pathExtension(name)),
                               info.sizeBytes, info.mtime, FileStatus::new_, clock_.now());
+    file->edit().inode = fileNumber(info);
     fillCreationDate(file, info);
     file->edit().library = library_; // the library's list follows
     return file;
@@ -126,7 +164,11 @@ FileItemRef DeferredSave::makeFile(const FileSystemInfo& info) {
 void DeferredSave::refreshFile(const FileItemRef& file, const FileSystemInfo& info, bool isUnchanged) {
     FileItemFields& fields = file->edit();
     fields.lastSeen = clock_.now();
-    if (!isUnchanged) {
+    fields.inode = fileNumber(info);
+    if (isUnchanged) {
+        fields.status = FileStatus::ready; // it may have been missing or unreadable for a while
+        fields.errorMsg = std::nullopt;
+    } else {
         ++stats_.changedCount;
         fields.absPath = info.absPath;
         fields.sizeBytes = info.sizeBytes;
@@ -140,14 +182,16 @@ Task<void> DeferredSave::recordFile(std::size_t index) {
     ProcessResult& result = results_[index];
     const Date start = clock_.now();
     if (result.error || result.metadata.empty()) {
-        logFailure(result);
+        recordFailure(result);
+        result.fileInfo.reset();
         co_return;
     }
     Timing timing;
     const auto existing = existingFiles_.find(result.relPath);
     const bool isNew = existing == existingFiles_.end();
     timing.lookup = clock_.secondsSince(start);
-    const bool isUnchanged = !isNew && existing->second->quickSig == result.quickSig;
+    const bool isUnchanged =
+        !isNew && existing->second->track && existing->second->quickSig == result.quickSig;
     if (isNew) {
         ++stats_.newCount;
         co_await prepareAttachment(makeFile(*result.fileInfo), index, timing);
@@ -258,6 +302,7 @@ Task<void> DeferredSave::attachFiles() {
         const FileItemRef file = attachments_[i].file;
         const TrackRef track = attachments_[i].track;
         if (track) {
+            if (file->track && file->track != track) leftTracks_.push_back(file->track);
             co_await repositories_.tracks.linkFile(file, track);
         } else {
             log::line("⚠️ [ATTACHMENT] No track in results for file: {} (index: {})",

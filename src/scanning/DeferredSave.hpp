@@ -4,6 +4,7 @@
 #include "scanning/ProgressActor.hpp"
 #include "scanning/ScanRepositories.hpp"
 #include "scanning/Scanner.hpp"
+#include "scanning/UnseenFiles.hpp"
 
 #include <cstddef>
 #include <deque>
@@ -18,11 +19,15 @@ class DeferredSave {
   public:
     /// `results` keep their relPaths; the rest of them is used up on the way, which bounds the memory.
     DeferredSave(ScanRepositories& repositories, ProgressActor& progress, const Clock& clock,
-                 LibraryRef library, std::vector<ProcessResult>& results, ScanStats& stats);
+                 LibraryRef library, std::vector<ProcessResult>& results, const std::vector<MovedFile>& moved,
+                 ScanStats& stats);
 
     /// Nothing may be deleted meanwhile. Throws the store's errors: what was saved before stays, the rest
     /// stays unsaved in the context. Throws libraryNotAccessible if the library is gone.
     Task<void> run();
+
+    /// The tracks that a file of this save left for another one.
+    [[nodiscard]] const std::vector<TrackRef>& leftTracks() const { return leftTracks_; }
 
   private:
     /// A file that needs a track: new or changed. Its metadata is still in its result.
@@ -39,9 +44,10 @@ class DeferredSave {
     };
 
     Task<void> prepare();
+    Task<void> applyMoves();
     Task<void> recordFiles();
     Task<void> recordFile(std::size_t index);
-    void logFailure(const ProcessResult& result);
+    void recordFailure(ProcessResult& result);
     [[nodiscard]] FileItemRef makeFile(const FileSystemInfo& info);
     void refreshFile(const FileItemRef& file, const FileSystemInfo& info, bool isUnchanged);
     Task<void> prepareAttachment(FileItemRef file, std::size_t index, Timing& timing);
@@ -61,9 +67,11 @@ class DeferredSave {
     const Clock& clock_;
     LibraryRef library_;
     std::vector<ProcessResult>& results_;
+    const std::vector<MovedFile>& moved_;
     ScanStats& stats_;
     FilesByPath existingFiles_;
     std::deque<Attachment> attachments_; ///< no vector: with a million files its growth is felt
+    std::vector<TrackRef> leftTracks_;
     Turn turn_;
 };
 

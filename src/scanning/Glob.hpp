@@ -17,6 +17,9 @@ class Glob {
     /// Whether the pattern takes the file; `path` may have folders in front, which take no part.
     [[nodiscard]] bool matches(std::string_view path) const;
 
+    /// Whether the pattern took too long on a name: what matches() says since then is worth nothing.
+    [[nodiscard]] bool isGivenUp() const { return expression_ && expression_->isGivenUp(); }
+
   private:
     bool byExtension_ = false;
     std::vector<std::string> extensions_;               ///< lower case

@@ -23,6 +23,14 @@ class ProgressActor {
 
     void clear() { currentProgress_ = std::nullopt; }
 
+    /// How many files the walk has seen so far.
+    void discovered(std::int64_t files) {
+        if (!currentProgress_.get() || currentProgress_.get()->phase != ImportPhase::discovering) return;
+        ScanProgress next = *currentProgress_.get();
+        next.processedFiles = files;
+        currentProgress_ = std::move(next);
+    }
+
     /// Moves the stage on and estimates the rest; nothing if no scan shows progress.
     void update(std::int64_t processed, std::string currentFile) {
         if (!currentProgress_.get()) return;

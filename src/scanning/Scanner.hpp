@@ -31,14 +31,32 @@ struct ScannerDependencies {
     std::shared_ptr<ScanRunRepository> scanRunRepository;
 };
 
+/// What the caller knows about a scan beforehand.
+struct ScanTerms {
+    /// More than half of a large library may become missing; otherwise such a scan fails with
+    /// manyFilesMissing.
+    bool acceptsMissing = false;
+    /// Another device stands at the library's path than the one that was granted: its drive under another
+    /// number, or the empty mount point. Then the scan fails if it sees no file that the store knows.
+    bool isOtherDevice = false;
+};
+
+/// What a scan leaves to its caller.
+struct FinishedScan {
+    ScanRunRef run;
+    std::vector<std::string>
+        orphanedTracks; ///< canonicalSigs of tracks whose last file became another song's
+};
+
 /// Reads a library's folder into the store, one scan at a time. Bound to the main actor.
 class Scanner {
   public:
     virtual ~Scanner() = default;
 
     /// Scans to the end and gives the finished run. Throws ScannerError: scanAlreadyInProgress,
-    /// libraryNotAccessible, scanCancelled, and whatever else ended the scan (the store's errors).
-    virtual Task<ScanRunRef> scanLibrary(LibraryRef library) = 0;
+    /// libraryNotAccessible, manyFilesMissing, scanCancelled, and whatever else ended the scan (a pattern
+    /// that takes too long, the store's errors).
+    virtual Task<FinishedScan> scanLibrary(LibraryRef library, ScanTerms terms = {}) = 0;
 
     /// Asks the running scan to stop at its next checkpoint and clears the progress. The scan's own task ends
     /// with scanCancelled. Without a running scan it only clears the progress.

@@ -3,6 +3,7 @@
 #include "platform/core/Error.hpp"
 
 #include <string>
+#include <string_view>
 
 namespace velto {
 
@@ -10,7 +11,8 @@ namespace velto {
 class ScannerError : public Error {
   public:
     enum class Case {
-        libraryNotAccessible, ///< payload: the path
+        libraryNotAccessible, ///< payload: the path, and why if that is known
+        manyFilesMissing,     ///< payload: how many of how many; the caller may ask the user and accept it
         configurationError,
         commandFailed,
         scanAlreadyInProgress, ///< no payload, as scanCancelled
@@ -18,6 +20,11 @@ class ScannerError : public Error {
     };
 
     explicit ScannerError(Case kind, const std::string& payload = {});
+
+    /// The libraryNotAccessible of this folder; `reason` may be empty.
+    [[nodiscard]] static ScannerError notAccessible(const std::string& rootPath, std::string_view reason);
+
+    static constexpr std::string_view notMounted = "not mounted";
 
     [[nodiscard]] Case kind() const { return kind_; }
 

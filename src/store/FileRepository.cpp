@@ -1,5 +1,6 @@
 #include "store/FileRepository.hpp"
 
+#include "platform/concurrency/Executors.hpp"
 #include "platform/model/InBackground.hpp"
 
 namespace velto {
@@ -28,13 +29,17 @@ Task<void> FileRepository::updateAudioProperties(FileItemRef file, std::optional
     co_return;
 }
 
-Task<void> FileRepository::markMissing(LibraryRef library, const std::unordered_set<std::string>& seen) {
-    pendingSaves = true;
-    const auto mark = [&](const FileItemRef& file) {
-        if (file->library == library && file->status != FileStatus::missing && !seen.contains(file->relPath))
-            file->edit().status = FileStatus::missing;
-    };
-    co_await model::forEachInTurns<FileItem>(modelContext_, mark);
+Task<void> FileRepository::markMissing(const std::vector<FileItemRef>& gone) {
+    Turn turn;
+    for (const FileItemRef& file : gone) {
+        if (turn.isOver()) {
+            co_await yieldNow();
+            turn = Turn();
+        }
+        if (file->isDeleted() || file->status == FileStatus::missing) continue;
+        file->edit().status = FileStatus::missing;
+        pendingSaves = true;
+    }
 }
 
 } // namespace velto

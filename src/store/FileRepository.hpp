@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
-#include <unordered_set>
+#include <vector>
 
 namespace velto {
 
@@ -32,9 +32,9 @@ class FileRepository {
                                      std::optional<std::int64_t> samplerateHz,
                                      std::optional<std::int64_t> channels);
 
-    /// Every file of the library whose relative path is not in `seen` becomes `missing`, in turns that give
-    /// way. `seen` may be large: it is not copied and must live until the operation has ended.
-    Task<void> markMissing(LibraryRef library, const std::unordered_set<std::string>& seen);
+    /// The files become `missing`, in turns that give way. `gone` is not copied and must live until the
+    /// operation has ended.
+    Task<void> markMissing(const std::vector<FileItemRef>& gone);
 
     /// Set by every operation that changes an object, and by callers that change one themselves.
     bool pendingSaves = false;

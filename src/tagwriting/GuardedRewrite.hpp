@@ -73,7 +73,7 @@ class GuardedRewrite {
     /// backup keeps its own date: size and date are all that a scan looks at, and it must not miss the
     /// change.
     void takePlace(const std::filesystem::path& replacement);
-    /// Syncs what was written. Then `prove` whatever must hold, then `finish`.
+    /// Syncs what was written. Then the caller proves whatever must hold, then it calls `finish`.
     void sync();
     /// The file is proven: removes the backup and strikes the file off.
     void finish();

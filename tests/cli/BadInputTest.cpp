@@ -156,6 +156,36 @@ TEST_F(Cli, SaysWhatIsWrongWithAFolder) {
                                          (home() / "velto.log").string() + "\n");
 }
 
+TEST_F(Cli, AsksBeforeMostFilesAreMissingAndTakesThemBack) {
+    prepare();
+    const auto songs = music() / "many", aside = folder_ / "aside";
+    fs::rename(manySongs(20), songs);
+    ASSERT_EQ(json({"scan"}).at("newCount"), 20);
+    fs::rename(songs, aside);
+    const std::string question =
+        "Most files of the library were not found: 20 of 21 files. Mark them as missing? "
+        "[y/N]";
+    for (const char* answer : {"", "n\n"}) {
+        const auto refused = run({"scan"}, answer);
+        EXPECT_EQ(refused.status, 1);
+        EXPECT_THAT(refused.standardError, HasSubstr(question));
+        EXPECT_THAT(refused.standardError, HasSubstr("veltoctl scan --accept-missing"));
+    }
+    EXPECT_EQ(json({"tracks"}).at(0).at("status"), "ready");
+    EXPECT_EQ(run({"scan"}, "y\n").status, 0);
+    EXPECT_EQ(json({"tracks"}).at(0).at("status"), "error");
+    fs::rename(aside, songs);
+    folder_.write("music/damaged.mp3", "no song");
+    EXPECT_EQ(json({"check"}).at("scanRun").at("missingCount"), 0);
+    EXPECT_EQ(json({"tracks"}).at(0).at("status"), "ready");
+    EXPECT_EQ(json({"check"}).at("newFiles"), 0);
+    const auto errors = json({"tracks", "--errors"});
+    ASSERT_EQ(errors.size(), 1);
+    EXPECT_EQ(errors.at(0).at("path"), (music() / "damaged.mp3").string());
+    fs::remove_all(songs);
+    EXPECT_EQ(json({"scan", "--accept-missing"}).at("missingCount"), 20);
+}
+
 TEST_F(Cli, ScansAndTagsWhatItCanOfAFolderOfOddFiles) {
     const std::string song = sample("song.mp3");
     const std::string names[] = {"good.mp3", "broken \xff\xfe.mp3", "new\nline.mp3"};

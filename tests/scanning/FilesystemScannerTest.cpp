@@ -1,11 +1,12 @@
 #include "scanning/FilesystemScanner.hpp"
 #include "platform/concurrency/Executors.hpp"
 #include "platform/core/Error.hpp"
+#include "platform/files/FileAttributes.hpp"
 #include "platform/files/FolderListing.hpp"
+#include "platform/files/ServiceError.hpp"
 #include "scanning/FileSignatureGenerator.hpp"
 #include "scanning/ScanProgress.hpp"
 #include "support/TemporaryFolder.hpp"
-#include "support/TestRuntime.hpp"
 
 #include <asio/io_context.hpp>
 #include <gmock/gmock.h>
@@ -18,6 +19,7 @@
 
 #include <array>
 #include <filesystem>
+#include <functional>
 
 namespace velto {
 namespace {
@@ -27,20 +29,26 @@ using test::TemporaryFolder;
 using testing::ElementsAre;
 using testing::UnorderedElementsAre;
 
-std::vector<std::string> relPaths(const std::string& root, const std::optional<std::string>& include = {},
-                                  const std::optional<std::string>& exclude = {}) {
-    // One thread: this also runs in forked children.
+/// What one walk gives; on one thread, as this also runs in forked children.
+FolderContents walk(const WalkSettings& settings, const WalkWatch& watch = {}) {
     asio::io_context context;
-    FileStream stream;
-    asio::co_spawn(context, SimpleFilesystemScanner().scanDirectory(root, include, exclude),
-                   [&](const std::exception_ptr& failure, FileStream result) {
-                       if (failure) std::rethrow_exception(failure);
-                       stream = std::move(result);
+    FolderContents contents;
+    std::exception_ptr failure;
+    asio::co_spawn(context, SimpleFilesystemScanner().scanDirectory(settings, watch),
+                   [&](const std::exception_ptr& thrown, FolderContents result) {
+                       failure = thrown;
+                       contents = std::move(result);
                    });
     context.run();
+    if (failure) std::rethrow_exception(failure);
+    return contents;
+}
+
+std::vector<std::string> relPaths(const std::string& root, const std::optional<std::string>& include = {},
+                                  const std::optional<std::string>& exclude = {}) {
     std::vector<std::string> paths;
-    while (const auto file = stream.next())
-        paths.push_back(file->relPath);
+    for (const FileSystemInfo& file : walk({root, include, exclude}).files)
+        paths.push_back(file.relPath);
     return paths;
 }
 
@@ -84,37 +92,85 @@ TEST(ScanDirectory, GlobsExtensionsAndAttributes) {
     EXPECT_THAT(relPaths(root, std::nullopt, "*.mp3"), ElementsAre("sub/two.flac"));
     EXPECT_THAT(relPaths(root, ""), ElementsAre());
     EXPECT_THAT(relPaths(root, std::nullopt, ""), UnorderedElementsAre("One.MP3", "sub/two.flac"));
+    EXPECT_THAT(relPaths(root, "*.{mp3,flac}", "one*"), ElementsAre("sub/two.flac"));
     // The count of dropped characters is of the root as given.
     EXPECT_THAT(relPaths(root + "/"), UnorderedElementsAre("ne.MP3", "ub/two.flac"));
 
     const std::array<timespec, 2> times = {timespec{0, 0}, timespec{-2, 500'000'000}};
     ASSERT_EQ(::utimensat(AT_FDCWD, (folder / "One.MP3").c_str(), times.data(), 0), 0);
-    test::TestRuntime runtime;
-    const auto file = runtime.run(SimpleFilesystemScanner().scanDirectory(root, "one*", std::nullopt)).next();
-    ASSERT_TRUE(file);
+    const auto files = walk({root, "one*", std::nullopt}).files;
+    ASSERT_EQ(files.size(), 1U);
+    const auto file = files.begin();
     EXPECT_EQ(file->absPath, root + "/One.MP3");
     EXPECT_EQ(file->filename, "One.MP3");
     EXPECT_EQ(file->ext, "mp3");
     EXPECT_EQ(file->sizeBytes, 5);
     EXPECT_EQ(file->mtime, dateFromMicroseconds(-1'500'000));
     EXPECT_EQ(file->inode, std::nullopt);
+    EXPECT_EQ(file->fileNumber, files::identityOf(file->absPath)->inode);
 }
 
-TEST(ScanDirectory, AFolderThatCannotBeReadIsPassedOver) {
+/// Runs `question` as nobody, in a process of its own: root may read every folder.
+bool asNobody(const std::function<bool()>& question) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        static_cast<void>(::setresuid(65534, 65534, 65534));
+        ::_exit(::geteuid() != 0 && question() ? 0 : 1);
+    }
+    int status = -1;
+    return ::waitpid(child, &status, 0) == child && status == 0;
+}
+
+TEST(ScanDirectory, AFolderThatCannotBeReadIsSaid) {
     const TemporaryFolder folder;
     folder.write("closed/a.mp3", "");
     folder.write("open/b.mp3", "");
+    folder.write("names only/c.mp3", "");
     fs::permissions(folder.path(), fs::perms(0755));
     fs::permissions(folder / "closed", fs::perms::none);
-    const pid_t child = ::fork();
-    if (child == 0) { // as nobody: root reads every folder
-        static_cast<void>(::setresuid(65534, 65534, 65534));
-        const bool isRight = relPaths(folder.path().string()) == std::vector<std::string>{"open/b.mp3"};
-        ::_exit(isRight && ::geteuid() != 0 ? 0 : 1);
+    fs::permissions(folder / "names only", fs::perms(0744));
+    EXPECT_TRUE(asNobody([&] {
+        const FolderContents contents = walk({folder.path().string(), {}, {}});
+        const UnreadPlaces& unread = contents.unread;
+        return contents.files.size() == 1 && contents.files[0].relPath == "open/b.mp3" &&
+               unread.contain("closed/a.mp3") && unread.contain("closed/deep/er.mp3") &&
+               unread.contain("names only/c.mp3") && !unread.contain("closed too/a.mp3") &&
+               !unread.contain("names only/d.mp3") && !unread.contain("open/gone.mp3");
+    }));
+    EXPECT_TRUE(asNobody([&] {
+        try {
+            walk({(folder / "closed").string(), {}, {}});
+        } catch (const ServiceError& failure) {
+            return failure.kind() == ServiceError::Case::directoryAccessFailed &&
+                   failure.underlying() == "Permission denied";
+        }
+        return false;
+    }));
+}
+
+TEST(ScanDirectory, APatternThatTakesTooLongIsSaidAndACancelledWalkEnds) {
+    const TemporaryFolder folder;
+    folder.write(std::string(100, 'a') + ".mp3", "");
+    const std::string pattern = "(a+)+b*(a+)+b*(a+)+x";
+    for (const WalkSettings& settings : {WalkSettings{folder.path().string(), pattern, {}},
+                                         WalkSettings{folder.path().string(), {}, pattern}}) {
+        try {
+            walk(settings);
+            ADD_FAILURE() << "the walk went on";
+        } catch (const ServiceError& failure) {
+            EXPECT_EQ(failure.errorDescription(), "Invalid glob pattern: " + pattern);
+        }
     }
-    int status = -1;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
+    for (int i = 0; i < 1'000; ++i)
+        folder.write(std::to_string(i) + ".mp3", "");
+    WalkWatch watch;
+    std::size_t seen = 0;
+    watch.progress = [&](std::size_t files) {
+        seen = files;
+        watch.token.cancel();
+    };
+    EXPECT_THROW(walk({folder.path().string(), {}, {}}, watch), CancellationError);
+    EXPECT_EQ(seen, 500U);
 }
 
 TEST(FolderListing, AFailureInTheMiddleIsNotTheEnd) {

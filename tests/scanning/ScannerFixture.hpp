@@ -101,7 +101,9 @@ class ScannerTest : public testing::Test {
 
     ScanRunRef scan() {
         clock.advance(Seconds(60));
-        return runtime.run(scanner->scanLibrary(library));
+        FinishedScan finished = runtime.run(scanner->scanLibrary(library, terms));
+        orphans = finished.orphanedTracks;
+        return finished.run;
     }
 
     /// The text of the failure that the scan ends with.
@@ -133,6 +135,8 @@ class ScannerTest : public testing::Test {
         std::make_shared<LibraryRepository>(context(), clock, runtime.executors());
     std::unique_ptr<ConcurrentScanner> scanner;
     LibraryRef library;
+    ScanTerms terms;                  ///< of the next scan
+    std::vector<std::string> orphans; ///< of the last one
 };
 
 /// The counts of a run: seen, new, changed, missing, errors.

@@ -38,6 +38,8 @@ TEST_F(ScannerTest, AFolderAsFoundInTheWild) {
     folder.write("music/notes.txt", "no music");
     folder.write("music/E - Other.ogg", "a type that is listed and not read");
     folder.write("music/F - Empty.wav", "");
+    for (const char* system : {"$Recycle.Bin", "System Volume Information", "lost+found"})
+        addSong(std::string(system) + "/G - Thrown away.wav");
     fs::create_directory_symlink(music, music / "deep" / "loop");
     fs::create_symlink(music / "A - One.wav", music / "Link - One.wav");
 
@@ -50,7 +52,10 @@ TEST_F(ScannerTest, AFolderAsFoundInTheWild) {
     EXPECT_FALSE(runtime.run(scanner->scanProgress()));
 
     const auto files = filesByPath();
-    ASSERT_EQ(files.size(), 4U);
+    ASSERT_EQ(files.size(), 6U);
+    EXPECT_EQ(files.at("F - Empty.wav")->status, FileStatus::error);
+    EXPECT_THAT(files.at("F - Empty.wav")->errorMsg.value(), testing::HasSubstr("F - Empty.wav"));
+    EXPECT_FALSE(files.at("F - Empty.wav")->track);
     for (const std::string& relPath : {std::string("A - One.wav"), broken, newline}) {
         ASSERT_TRUE(files.contains(relPath)) << relPath;
         EXPECT_EQ(files.at(relPath)->status, FileStatus::ready);
@@ -68,6 +73,7 @@ TEST_F(ScannerTest, AFolderAsFoundInTheWild) {
     EXPECT_THAT(reporter.lines, ElementsAre("Starting library scan: Music", "Discovered 6 files in library",
                                             "Scan completed: 6 files processed in 0.00s"));
     EXPECT_FALSE(context().hasChanges());
+    EXPECT_TRUE(runtime.run(scanner->findUnindexedFiles(library)).empty()) << "the check ends";
 }
 
 TEST_F(ScannerTest, AnUnchangedRescanWritesNothingButLastSeen) {
@@ -109,8 +115,9 @@ TEST_F(ScannerTest, ChangedMissingAndReappearingFiles) {
 
     EXPECT_THAT(counts(scan()), ElementsAre(2, 0, 0, 1, 0)); // earlier losses count again
     fs::rename(folder / "aside", music / "Artist - Song 2.wav");
-    EXPECT_THAT(counts(scan()), ElementsAre(3, 0, 0, 1, 0));
-    EXPECT_EQ(lost->status, FileStatus::missing); // until it is seen as changed
+    EXPECT_THAT(runtime.run(scanner->findUnindexedFiles(library)), ElementsAre(lost->absPath));
+    EXPECT_THAT(counts(scan()), ElementsAre(3, 0, 0, 0, 0));
+    EXPECT_EQ(lost->status, FileStatus::ready);
 }
 
 TEST_F(ScannerTest, AFileThatCannotBeReadAnyMoreKeepsItsRecord) {
@@ -118,11 +125,116 @@ TEST_F(ScannerTest, AFileThatCannotBeReadAnyMoreKeepsItsRecord) {
     scan();
     const FileItemRef file = library->files.front();
     const auto signature = file->quickSig;
+    const auto mtime = fs::last_write_time(file->absPath);
     folder.write("music/Artist - Song 1.wav", "");
-    EXPECT_THAT(counts(scan()), ElementsAre(1, 0, 0, 0, 1));
-    EXPECT_EQ(file->quickSig, signature);
+    for (int round = 0; round < 2; ++round) { // it is read again
+        EXPECT_THAT(counts(scan()), ElementsAre(1, 0, 0, 0, 1));
+        EXPECT_EQ(file->quickSig, signature);
+        EXPECT_EQ(file->status, FileStatus::error);
+        EXPECT_TRUE(file->errorMsg);
+        EXPECT_TRUE(file->track);
+    }
+    addSongs(1);
+    fs::last_write_time(file->absPath, mtime);
+    EXPECT_THAT(counts(scan()), ElementsAre(1, 0, 0, 0, 0));
     EXPECT_EQ(file->status, FileStatus::ready);
-    EXPECT_THAT(counts(scan()), ElementsAre(1, 0, 0, 0, 1)); // and is read again
+    EXPECT_FALSE(file->errorMsg);
+}
+
+TEST_F(ScannerTest, ARenamedFolderTakesItsRecordsAlong) {
+    addSong("old/A - One.wav");
+    addSong("old/A - Two.wav");
+    scan();
+    const FileItemRef one = filesByPath().at("old/A - One.wav");
+    const auto firstSeen = one->firstSeen;
+    const TrackRef track = one->track;
+    fs::rename(music / "old", music / "new");
+    fs::rename(music / "new/A - One.wav", music / "new/A - One.WAV");
+    addSong("new/A - Three.wav");
+    EXPECT_THAT(counts(scan()), ElementsAre(3, 1, 2, 0, 0));
+    EXPECT_EQ(library->files.size(), 3U);
+    EXPECT_EQ(one->relPath, "new/A - One.WAV");
+    EXPECT_EQ(one->absPath, (music / "new/A - One.WAV").string());
+    EXPECT_EQ(one->filename, "A - One.WAV");
+    EXPECT_EQ(one->ext, "WAV");
+    EXPECT_EQ(one->firstSeen, firstSeen);
+    EXPECT_EQ(one->track, track);
+    EXPECT_EQ(one->status, FileStatus::ready);
+    EXPECT_THAT(counts(scan()), ElementsAre(3, 0, 0, 0, 0));
+}
+
+TEST_F(ScannerTest, WhatMayHaveMovedIsNotGuessed) {
+    struct Case {
+        const char* text;
+        std::vector<const char*> before, after;
+        std::vector<std::int64_t> expected; // a run's counts
+    };
+
+    // Copies, so that no inode tells them apart; the same song and size.
+    const std::vector<Case> cases = {
+        {"one for one", {"a/S - T.wav"}, {"b/S - T.wav"}, {1, 0, 1, 0, 0}},
+        {"two for one", {"a/S - T.wav", "b/S - T.wav"}, {"c/S - T.wav"}, {1, 1, 0, 2, 0}},
+        {"one for two", {"a/S - T.wav"}, {"b/S - T.wav", "c/S - T.wav"}, {2, 2, 0, 1, 0}},
+        {"one that stays", {"a/S - T.wav"}, {"a/S - T.wav", "b/S - T.wav"}, {2, 1, 0, 0, 0}},
+        {"another song", {"a/S - T.wav"}, {"b/S - U.wav"}, {1, 1, 0, 1, 0}},
+    };
+    for (const Case& each : cases) {
+        const std::string name = each.text;
+        const fs::path root = folder / name, old = folder / (name + ", before");
+        for (const char* path : each.before)
+            folder.write(name + "/" + path, test::smallWav());
+        library = runtime.run(libraries->upsertLibrary(name, root.string(), std::nullopt, std::nullopt));
+        scan();
+        fs::rename(root, old); // keeps its inodes taken
+        for (const char* path : each.after)
+            folder.write(name + "/" + path, test::smallWav());
+        EXPECT_THAT(counts(scan()), testing::ElementsAreArray(each.expected)) << name;
+    }
+}
+
+TEST_F(ScannerTest, OneOfTwoCopiesThatMovedIsKnownByItsInode) {
+    addSong("a/S - T.wav");
+    addSong("b/S - T.wav");
+    scan();
+    const FileItemRef first = filesByPath().at("a/S - T.wav");
+    fs::rename(music / "a", music / "c");
+    fs::rename(music / "b", music / "d");
+    EXPECT_THAT(counts(scan()), ElementsAre(2, 0, 2, 0, 0));
+    EXPECT_EQ(first->relPath, "c/S - T.wav");
+}
+
+TEST_F(ScannerTest, MostFilesGoneIsAQuestion) {
+    addSongs(20);
+    scan();
+    for (int i = 1; i <= 11; ++i)
+        fs::remove(music / ("Artist - Song " + std::to_string(i) + ".wav"));
+    addSong("New - Song.wav");
+    EXPECT_EQ(failureOfScan(), "Most files of the library were not found: 11 of 20 files");
+    EXPECT_EQ(library->files.size(), 20U);
+    for (const auto& file : library->files)
+        EXPECT_EQ(file->status, FileStatus::ready);
+    terms.acceptsMissing = true;
+    EXPECT_THAT(counts(scan()), ElementsAre(10, 1, 0, 11, 0));
+    terms.acceptsMissing = false;
+    for (int i = 12; i <= 16; ++i) // half of what was left
+        fs::remove(music / ("Artist - Song " + std::to_string(i) + ".wav"));
+    EXPECT_THAT(counts(scan()), ElementsAre(5, 0, 0, 16, 0));
+}
+
+TEST_F(ScannerTest, AnotherDeviceWithoutAKnownFileIsTheEmptyMountPoint) {
+    addSongs(2);
+    terms.isOtherDevice = true;
+    EXPECT_THAT(counts(scan()), ElementsAre(2, 2, 0, 0, 0)) << "nothing was known";
+    fs::rename(music, folder / "away");
+    addSong("Another - Drive.wav");
+    const std::string text = "Library directory not accessible: " + music.string() + " (not mounted)";
+    EXPECT_EQ(failureOfScan(), text);
+    EXPECT_EQ(library->files.size(), 2U);
+    EXPECT_THROW(runtime.run(scanner->findUnindexedFiles(library, terms)), ScannerError);
+    fs::remove_all(music);
+    fs::rename(folder / "away", music); // the same drive under another number
+    EXPECT_THAT(counts(scan()), ElementsAre(2, 0, 0, 0, 0));
+    EXPECT_TRUE(runtime.run(scanner->findUnindexedFiles(library, terms)).empty());
 }
 
 TEST_F(ScannerTest, OneSongInTwoFilesIsOneTrackThatKeepsItsTags) {
@@ -137,7 +249,21 @@ TEST_F(ScannerTest, OneSongInTwoFilesIsOneTrackThatKeepsItsTags) {
     EXPECT_EQ(context().fetch<Track>().size(), 2U);
     EXPECT_EQ(track->files.size(), 2U);
     EXPECT_EQ(track->genres, (std::vector<std::string>{"House"}));
-    EXPECT_TRUE(scanner->lastScanOrphanedTracks().empty());
+    EXPECT_TRUE(orphans.empty());
+}
+
+TEST_F(ScannerTest, ATrackWhoseLastFileBecameAnotherSongsIsAnOrphan) {
+    addSongs(2);
+    scan();
+    const TrackRef left = filesByPath().at("Artist - Song 1.wav")->track;
+    extractor->instead = AudioMetadata{};
+    extractor->instead->title = "Another";
+    folder.write("music/Artist - Song 1.wav", test::smallWav() + "longer");
+    fs::remove(music / "Artist - Song 2.wav"); // missing: its track has a file still
+    scan();
+    EXPECT_THAT(orphans, ElementsAre(left->canonicalSig));
+    scan();
+    EXPECT_TRUE(orphans.empty());
 }
 
 TEST_F(ScannerTest, ProgressMovesEveryFiftyFilesAndSavesEveryThousand) {
@@ -258,7 +384,7 @@ TEST_F(ScannerTest, ACancellationBeforeTheReadingReadsNoFileAndShowsNothingMore)
     }
 }
 
-Task<void> rememberFailure(Task<ScanRunRef> scan, std::string& text, bool& done) {
+Task<void> rememberFailure(Task<FinishedScan> scan, std::string& text, bool& done) {
     try {
         co_await std::move(scan);
         text = "finished";

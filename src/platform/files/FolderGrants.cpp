@@ -86,7 +86,8 @@ FolderGrants::Resolved FolderGrants::resolve(const Grant& grant) {
     const std::string path(grant.begin() + headerBytes, grant.end());
     const files::FileIdentity granted{numberAt(grant, grantMark.size()),
                                       numberAt(grant, grantMark.size() + 8)};
-    return {path, identityOfFolder(path) != granted, files::isReadable(path)};
+    const files::FileIdentity found = identityOfFolder(path);
+    return {path, found != granted, found.device != granted.device, files::isReadable(path)};
 }
 
 bool FolderGrants::startAccessing(const Resolved& folder) {

@@ -37,8 +37,9 @@ class FolderGrants {
 
     struct Resolved {
         std::filesystem::path path;
-        bool isStale = false;    ///< another device or inode is at the path now; make a new grant
-        bool isReadable = false; ///< when it was resolved
+        bool isStale = false;       ///< another device or inode is at the path now; make a new grant
+        bool isOtherDevice = false; ///< stale by its device: another drive, or the same under a new number
+        bool isReadable = false;    ///< when it was resolved
     };
 
     /// A grant for an existing readable folder, by its absolute path. Throws FolderGrantError. Asks the file

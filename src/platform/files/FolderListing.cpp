@@ -53,7 +53,8 @@ EntryKind kindOf(const dirent& entry, int folder) {
         return EntryKind::other;
     }
     struct ::stat info {};
-    if (::fstatat(folder, entry.d_name, &info, AT_SYMLINK_NOFOLLOW) != 0) return EntryKind::other;
+    if (::fstatat(folder, entry.d_name, &info, AT_SYMLINK_NOFOLLOW) != 0)
+        return errno == ENOENT ? EntryKind::other : EntryKind::unknown;
     return kindOf(info.st_mode);
 }
 
@@ -62,9 +63,11 @@ EntryKind kindOf(const dirent& entry, int folder) {
 FolderListing::FolderListing(const std::string& path, bool followLink)
     : path_(path) {
     Descriptor folder = openFolder(path, followLink);
-    if (!folder) return;
-    stream_ = ::fdopendir(folder.get());
-    if (stream_ != nullptr) (void)folder.release(); // the stream closes it
+    if (folder) stream_ = ::fdopendir(folder.get());
+    if (stream_ != nullptr)
+        (void)folder.release(); // the stream closes it
+    else
+        openError_ = errno;
 }
 
 FolderListing::~FolderListing() {
@@ -88,12 +91,13 @@ std::optional<EntryAttributes> FolderListing::attributes(std::string_view name) 
     struct ::statx info {};
 
     const std::string terminated(name);
-    constexpr unsigned wanted = STATX_SIZE | STATX_MTIME | STATX_BTIME;
+    constexpr unsigned wanted = STATX_SIZE | STATX_MTIME | STATX_BTIME | STATX_INO;
     if (::statx(::dirfd(stream_), terminated.c_str(), AT_SYMLINK_NOFOLLOW, wanted, &info) != 0) {
         if (errno == ENOENT) return std::nullopt;
         throw SystemError(errno, "Cannot read the attributes of", path_ + "/" + terminated);
     }
-    EntryAttributes attributes{static_cast<std::int64_t>(info.stx_size), dateOf(info.stx_mtime), {}};
+    EntryAttributes attributes{
+        static_cast<std::int64_t>(info.stx_size), dateOf(info.stx_mtime), {}, info.stx_ino};
     if ((info.stx_mask & STATX_BTIME) != 0) attributes.creationDate = dateOf(info.stx_btime);
     return attributes;
 }

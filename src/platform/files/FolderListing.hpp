@@ -15,7 +15,8 @@ namespace velto::files {
 enum class EntryKind : std::uint8_t {
     regularFile,
     folder,
-    other, ///< links included, which are not followed
+    other,   ///< links included, which are not followed
+    unknown, ///< it cannot be asked
 };
 
 struct Entry {
@@ -27,6 +28,7 @@ struct EntryAttributes {
     std::int64_t sizeBytes;
     Date modificationDate;
     std::optional<Date> creationDate; ///< absent if the file system keeps none
+    std::uint64_t inode;
 };
 
 /// The entries of one folder, in the file system's order, "." and ".." left out. Holds one descriptor. Paths
@@ -43,6 +45,9 @@ class FolderListing {
     /// False if the path is not a folder or cannot be read.
     [[nodiscard]] bool isOpen() const { return stream_ != nullptr; }
 
+    /// The errno of the opening; 0 if it is open.
+    [[nodiscard]] int openError() const { return openError_; }
+
     /// The next entry; absent at the end. Throws SystemError if the rest of the folder cannot be read.
     [[nodiscard]] std::optional<Entry> next();
 
@@ -52,6 +57,7 @@ class FolderListing {
   private:
     std::string path_;
     __dirstream* stream_ = nullptr;
+    int openError_ = 0;
 };
 
 } // namespace velto::files

@@ -46,6 +46,7 @@ ServiceError::ServiceError(Case kind, const std::string& payload,
                            const std::optional<std::string>& underlying)
     : Error(fullText(kind, payload, underlying))
     , kind_(kind)
-    , payload_(payload) {}
+    , payload_(payload)
+    , underlying_(underlying.value_or("")) {}
 
 } // namespace velto

@@ -33,9 +33,13 @@ class ServiceError : public Error {
 
     [[nodiscard]] const std::string& payload() const { return payload_; }
 
+    /// Empty if there is none.
+    [[nodiscard]] const std::string& underlying() const { return underlying_; }
+
   private:
     Case kind_;
     std::string payload_;
+    std::string underlying_;
 };
 
 } // namespace velto

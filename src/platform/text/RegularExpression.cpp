@@ -42,6 +42,10 @@ std::optional<RegularExpression> RegularExpression::compile(std::string_view pat
     return RegularExpression(std::make_shared<const Pattern>(std::move(compiled)));
 }
 
+bool RegularExpression::isGivenUp() const {
+    return pattern_->isGivenUp;
+}
+
 bool RegularExpression::hasMatch(std::string_view text) const {
     if (text.size() > textLimitBytes || pattern_->isGivenUp) return false;
     UErrorCode status = U_ZERO_ERROR;

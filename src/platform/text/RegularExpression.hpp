@@ -14,8 +14,11 @@ class RegularExpression {
     static std::optional<RegularExpression> compile(std::string_view pattern);
 
     /// Whether a match exists anywhere in `text`. Bounded in time and memory: a pattern that would search
-    /// without end counts as not matching.
+    /// without end counts as not matching, and is given up.
     [[nodiscard]] bool hasMatch(std::string_view text) const;
+
+    /// Whether a search ran into a bound. From then on nothing matches.
+    [[nodiscard]] bool isGivenUp() const;
 
   private:
     struct Pattern;
