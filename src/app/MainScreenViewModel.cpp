@@ -133,6 +133,16 @@ Task<void> MainScreenViewModel::deleteLibrary(LibraryRef library) {
     co_await libraries_->remove(std::move(library));
 }
 
+Task<bool> MainScreenViewModel::relocateLibrary(LibraryRef library, std::filesystem::path folder) {
+    const auto self = shared_from_this();
+    co_return co_await libraries_->relocate(std::move(library), std::move(folder));
+}
+
+Task<std::optional<std::size_t>> MainScreenViewModel::forgetMissing(LibraryRef library) {
+    const auto self = shared_from_this();
+    co_return co_await libraries_->forgetMissing(std::move(library));
+}
+
 Task<void> MainScreenViewModel::clearLocalData() {
     const auto self = shared_from_this();
     co_await libraries_->clearLocalData();

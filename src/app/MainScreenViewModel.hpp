@@ -57,8 +57,8 @@ struct BackendServices {
 
 /// The one central state object, and the one door for the faces: they read its fields and call its
 /// operations, each of which belongs to one flow. Main actor only. The operations do not throw (but for the
-/// LibraryCreationError of addLibrary and createLibrary): what goes wrong ends up as a text in
-/// `errorMessage`. Long work runs elsewhere; each operation gives way while it waits, and keeps the state
+/// LibraryCreationError of addLibrary, createLibrary and relocateLibrary): what goes wrong ends up as a text
+/// in `errorMessage`. Long work runs elsewhere; each operation gives way while it waits, and keeps the state
 /// object alive.
 class MainScreenViewModel final : public MainScreenState,
                                   public std::enable_shared_from_this<MainScreenViewModel> {
@@ -88,6 +88,8 @@ class MainScreenViewModel final : public MainScreenState,
                                    std::optional<std::string> includeGlob,
                                    std::optional<std::string> excludeGlob);
     Task<void> deleteLibrary(LibraryRef library);
+    Task<bool> relocateLibrary(LibraryRef library, std::filesystem::path folder);
+    Task<std::optional<std::size_t>> forgetMissing(LibraryRef library);
     Task<void> clearLocalData();
 
     // Scanning: see ScanningFlow.

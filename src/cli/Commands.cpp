@@ -17,10 +17,14 @@ Task<Output> runCommand(Context& context) {
         return listLibraries(context);
     case Command::libraryRemove:
         return removeLibrary(context);
+    case Command::libraryRelocate:
+        return relocateLibrary(context);
     case Command::scan:
         return scan(context);
     case Command::check:
         return check(context);
+    case Command::forgetMissing:
+        return forgetMissing(context);
     case Command::tracks:
         return listTracks(context);
     case Command::tag:
@@ -51,10 +55,15 @@ Interruption interrupt(Context& context) {
         viewModel->stopTagging();
         return Interruption::mustWait;
     }
-    // A removal and a signing-out save more than once.
-    const Command command = context.options.command;
-    return command == Command::libraryRemove || command == Command::signOut ? Interruption::mustWait
-                                                                            : Interruption::quitNow;
+    switch (context.options.command) { // these save more than once
+    case Command::libraryRemove:
+    case Command::libraryRelocate:
+    case Command::forgetMissing:
+    case Command::signOut:
+        return Interruption::mustWait;
+    default:
+        return Interruption::quitNow;
+    }
 }
 
 Task<std::string> storeUnfinished(Context& context) {

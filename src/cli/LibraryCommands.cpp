@@ -5,6 +5,9 @@
 #include "platform/text/Text.hpp"
 #include "scanning/ConcurrentScanner.hpp"
 
+#include <algorithm>
+#include <unordered_set>
+
 namespace velto::cli {
 
 namespace {
@@ -24,8 +27,8 @@ Task<std::string> failureAt(Context& context, LibraryRef library, std::string te
     };
     if (co_await offload(context.executors, isThere)) co_return text;
     co_return fmt::format(
-        "the folder {} is not there: connect its drive, or forget the library: veltoctl library "
-        "remove '{}'",
+        "the folder {} is not there: connect its drive; or say where it is now: veltoctl library "
+        "relocate '{}' FOLDER",
         root, library->name);
 }
 
@@ -94,6 +97,8 @@ std::string refusal(const LibraryCreationError& error, const std::string& name,
             "there is a library '{}' already: scan it, or give this one another name with --name", name);
     case LibraryCreationError::Case::emptyName:
         return "a library needs a name: give one with --name";
+    case LibraryCreationError::Case::holdsNoneOfItsFiles:
+        return fmt::format("{} has none of the files of '{}'", folder.string(), name);
     }
     return describe(error);
 }
@@ -154,6 +159,50 @@ Task<Output> removeLibrary(Context& context) {
     failOnError(*viewModel);
     co_return Output{"Removed " + text::printable(name) + ". Its music files are where they were.\n",
                      {{"name", name}},
+                     {}};
+}
+
+Task<Output> relocateLibrary(Context& context) {
+    const auto viewModel = context.app.viewModel();
+    const LibraryRef library = co_await selectNamedLibrary(context);
+    const auto folder = absoluteFolder(context.options.folder);
+    viewModel->errorMessage = std::nullopt;
+    bool isDone = false;
+    try {
+        isDone = co_await viewModel->relocateLibrary(library, folder);
+    } catch (const LibraryCreationError& error) {
+        throw CommandFailed(refusal(error, library->name, folder));
+    }
+    failOnError(*viewModel);
+    if (!isDone) throw CommandFailed("the library could not be relocated");
+    co_return Output{
+        fmt::format("{} is in {} now.\n", text::printable(library->name), text::printable(library->rootPath)),
+        toJson(library, context.clock.now()),
+        {}};
+}
+
+Task<Output> forgetMissing(Context& context) {
+    const auto viewModel = context.app.viewModel();
+    const LibraryRef library = co_await selectNamedLibrary(context);
+    std::unordered_set<TrackRef> songs;
+    const auto missing = missingFilesOf(library);
+    for (const FileItemRef& file : missing) {
+        const TrackRef track = file->track;
+        const auto isMissing = [](const FileItemRef& each) { return each->status == FileStatus::missing; };
+        if (track && std::all_of(track->files.begin(), track->files.end(), isMissing)) songs.insert(track);
+    }
+    if (missing.empty()) co_return Output{"No missing files.\n", {{"forgotten", 0}}, {}};
+    const std::string question =
+        fmt::format("This will forget {}, and {} that have no other file, with their tags and playlist "
+                    "entries. Continue?",
+                    plural(missing.size(), "missing file"), plural(songs.size(), "song"));
+    co_await confirm(context, question);
+    viewModel->errorMessage = std::nullopt;
+    const auto forgotten = co_await viewModel->forgetMissing(library);
+    co_await viewModel->backgroundWorkFinished();
+    if (!forgotten) failOnError(*viewModel);
+    co_return Output{"Forgot " + plural(forgotten.value_or(0), "missing file") + ".\n",
+                     {{"forgotten", forgotten.value_or(0)}},
                      {}};
 }
 

@@ -121,6 +121,14 @@ class Parser {
             command(*library, "remove", "Forget a library; its music files stay where they are",
                     Command::libraryRemove);
         remove->add_option("NAME", options_.library, "The library")->type_name("")->required();
+        CLI::App* relocate = command(*library, "relocate",
+                                     "Say where a library's folder is now, if its drive is mounted elsewhere",
+                                     Command::libraryRelocate);
+        relocate->add_option("NAME", options_.library, "The library")->type_name("")->required();
+        relocate->add_option("FOLDER", options_.folder, "Where its music is now")
+            ->type_name("")
+            ->required()
+            ->check(isNotEmpty);
     }
 
     void addTrackCommands() {
@@ -144,7 +152,10 @@ class Parser {
             ->excludes(again);
         CLI::App* clear = libraryCommand("clear-tags", "Take the tags out of the store and the files again",
                                          Command::clearTags);
-        for (CLI::App* sub : {tag, clear})
+        CLI::App* forget = libraryCommand(
+            "forget-missing", "Forget a library's missing files, and the songs that have no other file",
+            Command::forgetMissing);
+        for (CLI::App* sub : {tag, clear, forget})
             sub->add_flag("-y,--yes", options_.yes, "Do not ask");
         libraryCommand("mark-tagged", "Mark a library's tracks as tagged, as they are", Command::markTagged);
     }

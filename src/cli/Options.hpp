@@ -12,8 +12,10 @@ enum class Command {
     libraryAdd,
     libraryList,
     libraryRemove,
+    libraryRelocate,
     scan,
     check,
+    forgetMissing,
     tracks,
     tag,
     clearTags,
@@ -40,7 +42,7 @@ struct Options {
     Verbosity verbosity = Verbosity::usual;
 
     Command command = Command::libraryList;
-    std::filesystem::path folder;           ///< library add
+    std::filesystem::path folder;           ///< library add, library relocate
     std::optional<std::string> library;     ///< the library's name; none means the first one
     std::optional<std::string> includeGlob; ///< library add
     std::optional<std::string> excludeGlob; ///< library add
@@ -50,7 +52,7 @@ struct Options {
     std::optional<std::size_t> limit;       ///< tracks, tag
     bool again = false;                     ///< tag: also what is tagged already
     bool failedOnly = false;                ///< tag: only what the last run could not
-    bool yes = false;                       ///< tag, clear-tags: do not ask
+    bool yes = false;                       ///< tag, clear-tags, forget-missing: do not ask
     std::optional<std::string> callbackUrl; ///< sign-in
 };
 

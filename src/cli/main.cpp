@@ -85,9 +85,16 @@ bool usesSession(const Options& options) {
 
 /// For whoever has asked it to stop.
 std::string whatIsWritten(const Options& options) {
-    const bool isOfFiles = options.command == Command::tag || options.command == Command::clearTags;
-    return isOfFiles ? "Stopping: what is under way is stored and written to its files first"
-                     : "The store is being cleared, the music files stay as they are: this ends by itself";
+    switch (options.command) {
+    case Command::tag:
+    case Command::clearTags:
+        return "Stopping: what is under way is stored and written to its files first";
+    case Command::libraryRemove:
+    case Command::signOut:
+        return "The store is being cleared, the music files stay as they are: this ends by itself";
+    default:
+        return "The store is being written: this ends by itself";
+    }
 }
 
 class Program {

@@ -6,11 +6,15 @@
 #include "flows/LoadingFlow.hpp"
 #include "flows/ScanningFlow.hpp"
 #include "flows/SyncFlow.hpp"
+#include "platform/files/FileAttributes.hpp"
 #include "platform/log/CrashReporter.hpp"
 #include "platform/log/Log.hpp"
 #include "platform/model/InBackground.hpp"
 #include "platform/text/Text.hpp"
 #include "store/LibraryRepository.hpp"
+
+#include <algorithm>
+#include <utility>
 
 namespace velto {
 
@@ -43,6 +47,13 @@ GrantedFolder granted(const std::filesystem::path& folder) {
         throw FolderGrantError(FolderGrantError::Case::folderNotReadable, folder);
     if (error) throw FolderGrantError(FolderGrantError::Case::folderNotFound, folder);
     return {real, FolderGrants::makeGrant(real)};
+}
+
+/// Whether one of these files is in the folder.
+bool holdsAny(const std::string& folder, const std::vector<std::string>& relPaths) {
+    return std::any_of(relPaths.begin(), relPaths.end(), [&](const std::string& relPath) {
+        return files::isRegularFile(pathBelow(folder, relPath));
+    });
 }
 
 /// The same path for a folder that may be away just now; empty if there is none.
@@ -240,6 +251,67 @@ Task<void> LibrariesFlow::rollBack(LibraryRef library, std::vector<TrackRef> aff
     // The upload is not saved, so it does not count: the next sync sends the tracks once more.
     for (const TrackRef& track : affected)
         if (!track->isDeleted()) track->edit().lastSyncedAt = std::nullopt;
+}
+
+Task<bool> LibrariesFlow::relocate(LibraryRef library, std::filesystem::path folder) {
+    using Case = LibraryCreationError::Case;
+    const BackgroundTasks::Pass awaited = context_.background.enter();
+    const ScanningFlow::Hold unscanned = co_await scanning_.hold(library);
+    if (library->isDeleted()) co_return false;
+    const std::string name = library->name;
+    std::vector<std::string> known;
+    for (const FileItemRef& file : library->files)
+        known.push_back(file->relPath);
+    GrantedFolder found;
+    bool isItsFolder = false;
+    try {
+        const auto looking = [&] {
+            found = granted(folder);
+            isItsFolder = known.empty() || holdsAny(found.path.string(), known);
+        };
+        co_await offload(context_.executors, looking);
+    } catch (const FolderGrantError& error) {
+        throw creationError(error);
+    }
+    if (!isItsFolder) throw LibraryCreationError(Case::holdsNoneOfItsFiles);
+    if (library->isDeleted()) co_return false;
+    try {
+        co_await libraryRepository_.relocateLibrary(library, found.path.string());
+        co_await folderAccess_.keep(name, std::move(found.grant));
+    } catch (const std::exception& error) {
+        context_.crashReporter.recordError(error);
+        state_.errorMessage = "Failed to relocate library: " + describe(error);
+        co_return false;
+    }
+    if (auto refused = co_await folderAccess_.restore(library)) state_.errorMessage = std::move(refused);
+    co_return !library->isDeleted();
+}
+
+Task<std::optional<std::size_t>> LibrariesFlow::forgetMissing(LibraryRef library) {
+    const BackgroundTasks::Pass awaited = context_.background.enter();
+    const ScanningFlow::Hold unscanned = co_await scanning_.hold(library);
+    if (library->isDeleted()) co_return std::nullopt;
+    std::vector<FileItemRef> missing = missingFilesOf(library);
+    const std::size_t count = missing.size();
+    std::vector<std::pair<TrackRef, std::string>> tracks;
+    for (const FileItemRef& file : missing)
+        if (file->track) tracks.emplace_back(file->track, file->track->canonicalSig);
+    try {
+        co_await libraryRepository_.forgetFiles(std::move(missing));
+    } catch (const std::exception& error) {
+        context_.crashReporter.recordError(error);
+        state_.errorMessage = "Failed to forget missing files: " + describe(error);
+        co_return std::nullopt;
+    }
+    std::vector<std::string> gone;
+    for (const auto& [track, signature] : tracks)
+        if (track->isDeleted()) gone.push_back(signature);
+    std::sort(gone.begin(), gone.end());
+    gone.erase(std::unique(gone.begin(), gone.end()), gone.end());
+    if (library->isDeleted()) co_return count;
+    if (state_.selectedLibrary.get() == library) co_await loading_.loadTracksForSelectedLibrary();
+    if (!gone.empty()) sync_.startAfterScan(library, std::move(gone));
+    co_return count;
 }
 
 Task<void> LibrariesFlow::clearLocalData() {

@@ -42,6 +42,16 @@ class LibrariesFlow {
     /// Nothing happens if it is deleted or being deleted.
     Task<void> remove(LibraryRef library);
 
+    /// The library's folder is another one now (its drive is mounted elsewhere, say): grant, root and the
+    /// files' paths follow, and nothing counts as new. False if that failed, which is shown, or if the
+    /// library went meanwhile. Stops a scan of it. Throws LibraryCreationError if the folder is none, may not
+    /// be read, or has no file that the library knows.
+    Task<bool> relocate(LibraryRef library, std::filesystem::path folder);
+
+    /// Deletes the records of the library's missing files, and with them the tracks that have no other file,
+    /// here and at the backend. How many records; none if that failed, which is shown.
+    Task<std::optional<std::size_t>> forgetMissing(LibraryRef library);
+
     /// Deletes everything, as at a sign-out. Grants stay.
     Task<void> clearLocalData();
 

@@ -7,7 +7,13 @@ namespace velto {
 /// Why a folder cannot become a library.
 class LibraryCreationError : public Error {
   public:
-    enum class Case { notADirectory, accessDenied, duplicateName, emptyName };
+    enum class Case {
+        notADirectory,
+        accessDenied,
+        duplicateName,
+        emptyName,
+        holdsNoneOfItsFiles, ///< of a library that is to be found in another folder
+    };
 
     explicit LibraryCreationError(Case kind)
         : Error(text(kind))
@@ -26,6 +32,8 @@ class LibraryCreationError : public Error {
             return "A library with this name already exists";
         case Case::emptyName:
             return "A library needs a name";
+        case Case::holdsNoneOfItsFiles:
+            return "None of the library's files is in the selected directory";
         }
         return "";
     }

@@ -171,6 +171,7 @@ Task<std::int64_t> TaggingFlow::clear(TrackRef track) {
         const std::string filename = file->filename;
         try {
             co_await metadataWriter_.clearGenreTags(path);
+            if (!file->isDeleted()) file->edit().genreText = "";
         } catch (const std::exception& error) {
             ++unwritten;
             log::line("❌ Failed to clear genre from {}: {}", filename, describe(error));

@@ -347,6 +347,7 @@ Task<void> TaggingRun::writeFiles(TrackRef track) {
         const std::string filename = file->filename;
         try {
             co_await services_.metadataWriter.writeGenreTags(genres, path, false);
+            if (!file->isDeleted()) file->edit().genreText = genres.front();
         } catch (const std::exception& error) {
             ++summary_.unwrittenFiles;
             log::line("⚠️ [VM] Failed to write genre to file {}: {}", filename, describe(error));

@@ -272,8 +272,12 @@ Task<void> DeferredSave::upsertTrack(std::size_t index) {
     log::line("🔍 [TRACK CREATE] Attempting to create track {}: artist={} title={}", index,
               orNil(metadata.artist), orNil(metadata.title));
     try {
+        const FileItemRef& file = attachments_[index].file;
         TrackMetadata track = trackMetadata(metadata);
-        attachments_[index].track = co_await repositories_.tracks.upsertTrack(std::move(track));
+        std::optional<std::string> genreBefore = file->genreText;
+        attachments_[index].track =
+            co_await repositories_.tracks.upsertTrack(std::move(track), std::move(genreBefore));
+        file->edit().genreText = metadata.genre.value_or("");
         log::line("✅ [TRACK CREATE] Successfully created track {}: {}", index,
                   metadata.title.value_or("Unknown Title"));
     } catch (const std::exception& failure) {

@@ -50,7 +50,7 @@ Comparison compare(const std::string& rootPath, const std::vector<std::string>& 
             comparison.seesAnyKnown = true;
             continue;
         }
-        const std::filesystem::path path = rootPath + "/" + relPath;
+        const std::filesystem::path path = pathBelow(rootPath, relPath);
         if (!files::identityOf(path)) continue; // a scan does not take what cannot be asked
         log::line("🔍 [REFRESH] Missing file: {}", relPath);
         comparison.unknown.push_back(path);

@@ -40,6 +40,7 @@ model::EntityDescription FileItem::describe() {
         .attribute<&FileItemFields::lastSeen>("lastSeen")
         .attribute<&FileItemFields::lastScannedAt>("lastScannedAt")
         .attribute<&FileItemFields::errorMsg>("errorMsg")
+        .attribute<&FileItemFields::genreText>("genreText")
         .toOne<&FileItemFields::library, &LibraryFields::files>("library")
         .toOne<&FileItemFields::track, &TrackFields::files>("track")
         .build();

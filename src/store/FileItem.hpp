@@ -32,6 +32,8 @@ struct FileItemFields {
     std::optional<Date> lastSeen;
     std::optional<Date> lastScannedAt;
     std::optional<std::string> errorMsg; ///< when status is error
+    std::optional<std::string>
+        genreText; ///< as last read or written here, empty if it had none; none: unknown
     model::ToOne<Library> library;
     model::ToOne<Track> track; ///< a file without one is shown nowhere
 };

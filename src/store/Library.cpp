@@ -46,6 +46,19 @@ std::string Library::lastImportText(Date now) const {
     return "Last import: " + text::relativeDate(*lastScanFinishedAt, now);
 }
 
+std::string pathBelow(const std::string& rootPath, std::string_view relPath) {
+    std::string path = rootPath;
+    if (!path.ends_with('/')) path += '/';
+    return path.append(relPath);
+}
+
+std::vector<FileItemRef> missingFilesOf(const LibraryRef& library) {
+    std::vector<FileItemRef> missing;
+    for (const FileItemRef& file : library->files)
+        if (file->status == FileStatus::missing) missing.push_back(file);
+    return missing;
+}
+
 std::vector<TrackRef> distinctTracksOf(const LibraryRef& library) {
     std::vector<TrackRef> tracks;
     tracks.reserve(library->files.size());

@@ -48,6 +48,12 @@ class Library final : public model::Entity<Library, LibraryFields> {
 
 using LibraryRef = model::Ref<Library>;
 
+/// The absolute path of a library's file.
+[[nodiscard]] std::string pathBelow(const std::string& rootPath, std::string_view relPath);
+
+/// The records of the library whose files the last scan did not find.
+[[nodiscard]] std::vector<model::Ref<FileItem>> missingFilesOf(const LibraryRef& library);
+
 /// Every track that a file of the library links to, once, in the order of the files.
 [[nodiscard]] std::vector<model::Ref<Track>> distinctTracksOf(const LibraryRef& library);
 

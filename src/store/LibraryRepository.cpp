@@ -5,6 +5,7 @@
 #include "platform/text/Text.hpp"
 
 #include <algorithm>
+#include <unordered_set>
 
 namespace velto {
 
@@ -90,6 +91,45 @@ Task<void> LibraryRepository::deleteOrphans(std::vector<TrackRef> tracks) {
     if (kept > 0) log::line("🗑️ [LIBRARY] Keeping {} track(s) that have files in other libraries", kept);
     co_await model::removeInBackground(modelContext_, executors_, std::move(orphans));
     freeOn(executors_.store, std::move(tracks));
+}
+
+/// In turns that give way.
+Task<void> LibraryRepository::setRoot(LibraryRef library, std::string rootPath) {
+    library->edit().rootPath = rootPath;
+    const auto follow = [&](const FileItemRef& file) {
+        if (file->library == library) file->edit().absPath = pathBelow(rootPath, file->relPath);
+    };
+    co_await model::forEachInTurns<FileItem>(modelContext_, follow);
+}
+
+Task<void> LibraryRepository::relocateLibrary(LibraryRef library, std::string rootPath) {
+    const Gate::Pass alone = co_await deletions_.enter();
+    const std::string before = library->rootPath;
+    co_await setRoot(library, rootPath);
+    std::exception_ptr failure;
+    try {
+        const model::SaveOutcome saved = co_await model::saveInBackground(modelContext_, executors_);
+        saved.throwIfRefused(library);
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    if (!failure) co_return;
+    co_await setRoot(library, before);
+    std::rethrow_exception(failure);
+}
+
+Task<void> LibraryRepository::forgetFiles(std::vector<FileItemRef> missing) {
+    const Gate::Pass alone = co_await deletions_.enter();
+    std::vector<model::Ref<model::Object>> records;
+    std::unordered_set<TrackRef> tracks;
+    for (const FileItemRef& file : missing) {
+        if (file->isDeleted() || file->status != FileStatus::missing) continue;
+        records.emplace_back(file);
+        if (file->track) tracks.insert(file->track);
+    }
+    co_await model::removeInBackground(modelContext_, executors_, std::move(records));
+    std::vector<TrackRef> left(tracks.begin(), tracks.end());
+    co_await deleteOrphans(std::move(left));
 }
 
 Task<Gate::Pass> LibraryRepository::holdDeletions() {

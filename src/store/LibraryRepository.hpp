@@ -30,6 +30,14 @@ class LibraryRepository {
     /// not be deleted stays as it was.
     Task<void> deleteLibrary(LibraryRef library);
 
+    /// The library's folder lies at `rootPath` now, with all of its files below. What cannot be written
+    /// stays as it was.
+    Task<void> relocateLibrary(LibraryRef library, std::string rootPath);
+
+    /// Deletes the records of files that were missing at the last scan, then each of their tracks that no
+    /// file is left of.
+    Task<void> forgetFiles(std::vector<FileItemRef> missing);
+
     /// While somebody holds the pass, deleteLibrary waits: for whoever looks tracks up to give them files.
     Task<Gate::Pass> holdDeletions();
 
@@ -38,6 +46,7 @@ class LibraryRepository {
                                std::optional<Date> finishedAt);
 
   private:
+    Task<void> setRoot(LibraryRef library, std::string rootPath);
     Task<void> deleteOrphans(std::vector<TrackRef> tracks);
 
     ModelContext& modelContext_;

@@ -50,6 +50,25 @@ bool Track::needsSync() const {
     return lastTagged && *lastTagged > *lastSyncedAt;
 }
 
+FileItemRef Track::preferredFile() const {
+    const auto rank = [](const FileItemRef& file) {
+        switch (file->status) {
+        case FileStatus::ready:
+            return 0;
+        case FileStatus::changed:
+            return 1;
+        case FileStatus::new_:
+            return 2;
+        default:
+            return 3;
+        }
+    };
+    FileItemRef best;
+    for (const FileItemRef& file : files)
+        if (!best || rank(file) < rank(best)) best = file;
+    return best;
+}
+
 FileStatus Track::status() const {
     if (files.empty()) return FileStatus::new_;
     bool isAnyChanged = false;

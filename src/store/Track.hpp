@@ -46,6 +46,11 @@ class Track final : public model::Entity<Track, TrackFields> {
     /// Whether the backend's copy is out of date.
     [[nodiscard]] bool needsSync() const;
 
+    /// The file that stands for the song, to be played, shown or handed on: a ready one before a changed one
+    /// before a new one before one that is missing or has an error, then the first that was inserted. Null
+    /// without files.
+    [[nodiscard]] model::Ref<FileItem> preferredFile() const;
+
     /// Worked out from the files' states; never `missing`.
     [[nodiscard]] FileStatus status() const;
 };

@@ -110,11 +110,13 @@ TrackRef TrackRepository::lookUp(const std::string& canonicalSig) {
     return track;
 }
 
-Task<TrackRef> TrackRepository::upsertTrack(TrackMetadata metadata) {
+Task<TrackRef> TrackRepository::upsertTrack(TrackMetadata metadata, std::optional<std::string> genreBefore) {
     std::string signature =
         canonicalSig(metadata.artist, metadata.title, metadata.album, metadata.durationSec);
-    metadata = withRecognisedTags(std::move(metadata), genreTextParser_);
     TrackRef track = lookUp(signature);
+    const bool isGenreTheirs = genreBefore && metadata.genre && *genreBefore != *metadata.genre;
+    if (track && track->lastTagged && !isGenreTheirs) metadata.genre = std::nullopt;
+    metadata = withRecognisedTags(std::move(metadata), genreTextParser_);
     if (track) {
         update(track, std::move(metadata));
     } else {

@@ -25,8 +25,9 @@ class TrackRepository {
     Task<void> preloadCache(std::size_t expected = 0);
 
     /// The track of the signature that the metadata makes: made if there is none, else brought up to date by
-    /// what `metadata` holds.
-    Task<TrackRef> upsertTrack(TrackMetadata metadata);
+    /// what `metadata` holds. But tags that were paid for stay, unless somebody has changed the genre text of
+    /// the file since it was `genreBefore` (see FileItemFields::genreText).
+    Task<TrackRef> upsertTrack(TrackMetadata metadata, std::optional<std::string> genreBefore = std::nullopt);
 
     /// Makes the file one of the track's. The track's createdAt becomes the earliest of its files'; a synced
     /// track that had no file left is to be synced again.

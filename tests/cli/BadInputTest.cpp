@@ -129,8 +129,8 @@ TEST_F(Cli, SaysWhatIsWrongWithAFolder) {
     ASSERT_EQ(run({"library", "add", (folder_ / "gone").string()}).status, 0);
     fs::remove(folder_ / "gone");
     const std::string away =
-        fmt::format("the folder {} is not there: connect its drive, or forget the library: "
-                    "veltoctl library remove 'gone'",
+        fmt::format("the folder {} is not there: connect its drive; or say where it is now: "
+                    "veltoctl library relocate 'gone' FOLDER",
                     (folder_ / "gone").string());
     const std::string song = music() / "song.mp3", nowhere = folder_ / "nowhere";
     const std::pair<std::string, std::string> cases[] = {
@@ -182,8 +182,21 @@ TEST_F(Cli, AsksBeforeMostFilesAreMissingAndTakesThemBack) {
     const auto errors = json({"tracks", "--errors"});
     ASSERT_EQ(errors.size(), 1);
     EXPECT_EQ(errors.at(0).at("path"), (music() / "damaged.mp3").string());
-    fs::remove_all(songs);
+    fs::rename(music(), folder_ / "elsewhere");
+    EXPECT_EQ(run({"check"}).status, 1);
+    fs::create_directory(music());
+    EXPECT_EQ(run({"library", "relocate", "Music", music().string()}).standardError,
+              "velto: " + music().string() + " has none of the files of 'Music'\n");
+    const auto moved = json({"library", "relocate", "Music", (folder_ / "elsewhere").string()});
+    EXPECT_EQ(moved.at("rootPath"), (folder_ / "elsewhere").string());
+    EXPECT_EQ(json({"check"}).at("newFiles"), 0);
+    EXPECT_EQ(json({"scan"}).at("changedCount"), 0);
+
+    fs::remove_all(folder_ / "elsewhere/many");
     EXPECT_EQ(json({"scan", "--accept-missing"}).at("missingCount"), 20);
+    EXPECT_EQ(run({"forget-missing"}, "n\n").status, 130);
+    EXPECT_EQ(json({"forget-missing", "--yes"}).at("forgotten"), 20);
+    EXPECT_EQ(json({"scan"}).at("missingCount"), 0);
 }
 
 TEST_F(Cli, ScansAndTagsWhatItCanOfAFolderOfOddFiles) {

@@ -252,6 +252,34 @@ TEST_F(ScannerTest, OneSongInTwoFilesIsOneTrackThatKeepsItsTags) {
     EXPECT_TRUE(orphans.empty());
 }
 
+TEST_F(ScannerTest, TagsThatWerePaidForStayUnlessSomebodyChangesTheFile) {
+    extractor->genre = "House";
+    addSong("A - B.wav");
+    scan();
+    const FileItemRef file = library->files.front();
+    const TrackRef track = file->track;
+    EXPECT_EQ(file->genreText, "House");
+    track->edit().genre = "Gospel"; // tagged, and the file could not be written
+    track->edit().lastTagged = clock.now();
+    const auto rescan = [&](const std::string& genre, const std::string& content) {
+        extractor->genre = genre;
+        folder.write("music/A - B.wav", test::smallWav() + content);
+        EXPECT_EQ(scan()->changedCount, 1);
+        return track->genre;
+    };
+    EXPECT_EQ(rescan("House", "touched"), "Gospel");
+    file->edit().genreText = std::nullopt; // of a store that did not keep it
+    EXPECT_EQ(rescan("House", "touched again"), "Gospel");
+    EXPECT_EQ(rescan("Techno", "by hand"), "Techno");
+    track->edit().genre = "Soul";
+    addSong("copy/A - B.wav"); // a file that joins the song
+    scan();
+    EXPECT_EQ(track->files.size(), 2U);
+    EXPECT_EQ(track->genre, "Soul");
+    track->edit().lastTagged = std::nullopt;
+    EXPECT_EQ(rescan("Disco", "untagged"), "Disco");
+}
+
 TEST_F(ScannerTest, ATrackWhoseLastFileBecameAnotherSongsIsAnOrphan) {
     addSongs(2);
     scan();

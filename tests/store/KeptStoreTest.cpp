@@ -41,6 +41,7 @@ TEST(KeptStore, OfEveryVersionOpensWithAllThatIsInIt) {
         EXPECT_EQ(file->quickSig, "a465f96a627f53df");
         EXPECT_EQ(file->status, FileStatus::ready);
         EXPECT_EQ(file->sizeBytes, 43065);
+        EXPECT_FALSE(file->genreText); // not kept before 1.1.0
 
         const auto playlists = context.fetch<Playlist>();
         ASSERT_EQ(playlists.size(), 1U);

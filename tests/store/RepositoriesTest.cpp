@@ -225,6 +225,42 @@ TEST_F(Repositories, DeletingALibraryTakesOnlyTheTracksThatNoFileIsLeftOf) {
                             "✅ [LIBRARY] Library deletion complete"));
 }
 
+TEST_F(Repositories, ALibraryMovesWithItsFilesOrNotAtAll) {
+    LibraryRepository libraries(context(), clock, runtime.executors());
+    const auto library = addLibrary("library");
+    const auto file = addFile(library, "a/b");
+    context().save();
+    const auto before = library->rootPath;
+    {
+        const test::Obstacle full(folder / "velto.store", "UPDATE ON FileItem");
+        EXPECT_THROW(runtime.run(libraries.relocateLibrary(library, "/new")), StoreError);
+        EXPECT_EQ(library->rootPath, before);
+        EXPECT_EQ(file->absPath, before + "/a/b");
+    }
+    runtime.run(libraries.relocateLibrary(library, "/new"));
+    EXPECT_EQ(library->rootPath, "/new");
+    EXPECT_EQ(file->absPath, "/new/a/b");
+    EXPECT_FALSE(context().hasChanges());
+}
+
+TEST_F(Repositories, ForgettingMissingFilesTakesTheTracksThatHaveNoOther) {
+    LibraryRepository libraries(context(), clock, runtime.executors());
+    const auto library = addLibrary("library");
+    const auto gone = addFile(library, "gone", FileStatus::missing);
+    const auto present = addFile(library, "present", FileStatus::ready);
+    const auto half = addFile(library, "half", FileStatus::missing);
+    const auto lost = addTrack("lost"), kept = addTrack("kept");
+    gone->edit().track = lost;
+    present->edit().track = kept;
+    half->edit().track = kept;
+    EXPECT_EQ(missingFilesOf(library).size(), 2U);
+    EXPECT_EQ(kept->preferredFile(), present);
+    runtime.run(libraries.forgetFiles({gone, half, present}));
+    EXPECT_EQ(library->files.size(), 1U);
+    EXPECT_TRUE(lost->isDeleted());
+    EXPECT_FALSE(kept->isDeleted() || present->isDeleted());
+}
+
 TEST_F(Repositories, FilesOfALibraryByPathAndTheirProperties) {
     FileRepository repository(context(), clock);
     const auto library = addLibrary("library");
