@@ -3,6 +3,7 @@
 #include "flows/SessionFlow.hpp"
 #include "flows/SyncFlow.hpp"
 #include "flows/TaggingRun.hpp"
+#include "flows/WrittenFile.hpp"
 #include "platform/log/CrashReporter.hpp"
 #include "platform/log/Log.hpp"
 #include "platform/model/InBackground.hpp"
@@ -171,7 +172,7 @@ Task<std::int64_t> TaggingFlow::clear(TrackRef track) {
         const std::string filename = file->filename;
         try {
             co_await metadataWriter_.clearGenreTags(path);
-            if (!file->isDeleted()) file->edit().genreText = "";
+            co_await noteWritten(context_.executors, file, std::string());
         } catch (const std::exception& error) {
             ++unwritten;
             log::line("❌ Failed to clear genre from {}: {}", filename, describe(error));

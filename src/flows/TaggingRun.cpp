@@ -2,6 +2,7 @@
 
 #include "backend/TaggingService.hpp"
 #include "flows/TaggingJournal.hpp"
+#include "flows/WrittenFile.hpp"
 #include "platform/core/GenreSeparator.hpp"
 #include "platform/log/CrashReporter.hpp"
 #include "platform/log/Log.hpp"
@@ -347,7 +348,7 @@ Task<void> TaggingRun::writeFiles(TrackRef track) {
         const std::string filename = file->filename;
         try {
             co_await services_.metadataWriter.writeGenreTags(genres, path, false);
-            if (!file->isDeleted()) file->edit().genreText = genres.front();
+            co_await noteWritten(context_.executors, file, genres.front());
         } catch (const std::exception& error) {
             ++summary_.unwrittenFiles;
             log::line("⚠️ [VM] Failed to write genre to file {}: {}", filename, describe(error));

@@ -88,13 +88,15 @@ Task<void> DeferredSave::prepare() {
 Task<void> DeferredSave::applyMoves() {
     for (std::size_t i = 0; i < moved_.size(); ++i) {
         const FileItemRef& record = moved_[i].record;
-        const std::string& path = results_[moved_[i].result].relPath;
+        const FileSystemInfo& info = *results_[moved_[i].result].fileInfo;
+        const std::string& path = info.relPath;
         const auto known = existingFiles_.find(record->relPath);
         if (record->isDeleted() || known == existingFiles_.end() || known->second != record) continue;
         log::line("🚚 [DEFERRED] Moved: {} is {} now", record->relPath, path);
         existingFiles_.erase(known); // its key is the text that changes
         FileItemFields& fields = record->edit();
         fields.relPath = path;
+        fields.absPath = info.absPath;
         fields.filename = lastPathComponent(path);
         fields.ext = pathExtension(path);
         existingFiles_.emplace(record->relPath, record);

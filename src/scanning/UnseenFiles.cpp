@@ -24,9 +24,8 @@ Task<void> UnseenFiles::gather(ModelContext& modelContext, LibraryRef library, c
             return;
         }
         if (unread.contain(file->relPath)) return;
-        if (file->track)
-            candidates_.push_back({file->track->canonicalSig, file->sizeBytes,
-                                   static_cast<std::uint64_t>(file->inode.value_or(0)), unseen_.size()});
+        candidates_.push_back({file->track ? file->track->canonicalSig : std::string(), file->sizeBytes,
+                               static_cast<std::uint64_t>(file->inode.value_or(0)), unseen_.size()});
         unseen_.push_back({file, wasMissing});
     };
     co_await model::forEachInTurns<FileItem>(modelContext, look);
@@ -35,11 +34,14 @@ Task<void> UnseenFiles::gather(ModelContext& modelContext, LibraryRef library, c
 std::vector<UnseenFiles::Candidate> UnseenFiles::newFiles() const {
     std::vector<Candidate> files;
     for (std::size_t i = 0; i < results_.size(); ++i) {
-        if (isKnown_[i] || results_[i].error || !results_[i].fileInfo) continue;
-        const AudioMetadata metadata = unpacked(results_[i].metadata);
+        if (isKnown_[i] || !results_[i].fileInfo) continue;
+        std::string signature;
+        if (!results_[i].error) {
+            const AudioMetadata metadata = unpacked(results_[i].metadata);
+            signature = canonicalSig(metadata.artist, metadata.title, metadata.album, metadata.durationSec);
+        }
         const FileSystemInfo& info = *results_[i].fileInfo;
-        files.push_back({canonicalSig(metadata.artist, metadata.title, metadata.album, metadata.durationSec),
-                         info.sizeBytes, info.fileNumber, i});
+        files.push_back({std::move(signature), info.sizeBytes, info.fileNumber, i});
     }
     return files;
 }

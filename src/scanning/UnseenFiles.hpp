@@ -53,7 +53,7 @@ class UnseenFiles {
   private:
     /// What matching needs of a record or of a new file, copied so that no object is asked off its actor.
     struct Candidate {
-        std::string signature; ///< canonicalSig
+        std::string signature; ///< canonicalSig; empty of a file that was refused
         std::int64_t sizeBytes;
         std::uint64_t fileNumber; ///< 0: unknown
         std::size_t index;        ///< in `unseen_` or in the results
@@ -74,7 +74,7 @@ class UnseenFiles {
     std::unordered_map<std::string_view, std::size_t> resultsByPath_;
     std::vector<bool> isKnown_; ///< by result: a record has its path
     std::vector<UnseenRecord> unseen_;
-    std::vector<Candidate> candidates_; ///< of the unseen records that have a track
+    std::vector<Candidate> candidates_; ///< of the unseen records
     std::vector<MovedFile> moved_;
     std::vector<FileItemRef> gone_;
     std::size_t presentBefore_ = 0;

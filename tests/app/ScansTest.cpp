@@ -155,7 +155,7 @@ TEST_F(Scans, EverythingThatRunsCanBeStopped) {
     const LibraryRef library = addFull("A");
     makeFolder("B");
     const auto checking = check({library, library});
-    runtime.runUntil([&] { return viewModel->scanProgress->has_value(); });
+    runtime.runUntil([&] { return library->scanRuns.size() == 1; });
     const auto waiting = start(viewModel->refreshSelectedLibrary());
     start(viewModel->addLibrary("B", folder / "B", {}, {}));
     runtime.poll();
